@@ -1,0 +1,39 @@
+// The platform's side of the log: level, sink, and the platform's own messages.
+#ifndef PLATFORM_LOG_LOG_H
+#define PLATFORM_LOG_LOG_H
+
+#include <functional>
+#include <string>
+
+#include "PlatformLog.h"
+
+namespace platform {
+
+// Besides the two priorities of the seam the platform itself uses these.
+enum : int { LOG_WARNING = 24, LOG_ERROR = 32 };
+
+// Lines below this priority are dropped before they are formatted. Any thread.
+// The default is the CONTENTS_MGR_LOG_LEVEL environment variable's level, else "progress".
+void SetLogPriority(int minimum);
+
+// "trace", "progress", "warning", "error" or "none"; false for any other word.
+bool ParseLogLevel(const std::string& word, int& minimum);
+
+// One formatted line, without its newline.
+struct LogLine {
+    int priority;
+    std::string tag;
+    std::string text;  // the text as it was formatted, trailing newline included
+};
+
+// Sends lines to `sink` instead of standard error; an empty one restores it. The sink is called
+// under the log's lock, so lines reach it whole and in order; it must not log.
+void SetLogSink(std::function<void(const LogLine&)> sink);
+
+}  // namespace platform
+
+// The platform's own messages: PLATFORM_LOG("USB_DEVICE", platform::LOG_ERROR, "no %s", what);
+#define PLATFORM_LOG(tag, priority, ...) \
+    static_cast<void>(__dlog_print(0, (priority), (tag), __VA_ARGS__))
+
+#endif
