@@ -1,0 +1,65 @@
+// Reads the metadata of media files in helper processes, so that a broken or hostile file costs
+// its own metadata and nothing else.
+#ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_EXTRACTOR_H
+#define PLATFORM_MEDIA_CONTENT_EXTRACT_EXTRACTOR_H
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "MediaContent.h"
+#include "MediaContent/Extract/Metadata.h"
+
+namespace platform {
+
+enum class ExtractStatus {
+    OK,           // `metadata` is what the file says of itself (it may be little)
+    FAILED,       // the file is no media file, broken, or cost its helper; `metadata` is empty
+    CANCELLED,    // `cancel` became true before there was an answer; `metadata` is empty
+    UNAVAILABLE,  // the helper program cannot be started; nothing was learnt about the file
+};
+
+struct ExtractResult {
+    ExtractStatus status = ExtractStatus::FAILED;
+    Metadata metadata;
+};
+
+struct ExtractorOptions {
+    std::string helperPath;     // the contents-mgr-extract program, absolute
+    int workers = 1;            // helper processes at most; each is started when it is needed
+    int deadlineMs = 5000;      // for one file; a helper that takes longer is killed
+    int filesPerHelper = 2000;  // a helper is replaced after so many files
+    int restartPauseMs = 5000;  // after the program could not be started: no new try for so long
+};
+
+// A few helper processes. Each answers one request at a time; more callers than workers wait for
+// each other. A helper that dies, hangs or answers nonsense is killed, waited for and replaced at
+// the next request.
+class ExtractorPool {
+public:
+    explicit ExtractorPool(ExtractorOptions options);
+    // Ends and waits for every helper. No Extract call may be running.
+    ~ExtractorPool();
+    ExtractorPool(const ExtractorPool&) = delete;
+    ExtractorPool& operator=(const ExtractorPool&) = delete;
+
+    // Reads the file open at `fd`, which must be open for reading (of a regular file; O_NONBLOCK
+    // does no harm) and stays the caller's; its file offset is moved. The helper holds a copy of
+    // it only until the call returns. `kind` and `mime` are what LookUpMediaType said of its name.
+    // Blocks until there is an answer, the deadline is over, or `cancel` is true (seen within
+    // about 20 ms; the helper is then killed). Any thread, several at a time. Never throws for
+    // what a file holds.
+    ExtractResult Extract(int fd, media_content_type_e kind, const char* mime,
+                          const std::atomic<bool>& cancel);
+
+    // Ends helpers that have nothing to do, to give back their memory after a scan. Any thread.
+    void EndIdleHelpers();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace platform
+
+#endif
