@@ -1,0 +1,70 @@
+// The receivers of device changes, and the changes that wait for the default main context.
+#ifndef PLATFORM_USB_DEVICE_CHANGE_DISPATCHER_H
+#define PLATFORM_USB_DEVICE_CHANGE_DISPATCHER_H
+
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "UsbDevice/DeviceRecord.h"
+
+namespace platform {
+
+struct DeviceChange {
+    DevicePtr device;
+    const char* action;  // one of the four action words
+};
+
+// Every operation may be called from any thread; none is held up by a receiver that runs, except
+// Remove of that very receiver. Receivers run one at a time, without any lock held, on whichever
+// thread runs the default main context.
+class ChangeDispatcher : public std::enable_shared_from_this<ChangeDispatcher> {
+public:
+    // Adding a receiver that is there already changes nothing.
+    void Add(usb_connected_cb callback, void* userData);
+
+    // False when there is no such receiver. Waits for a running call of it, unless called from
+    // inside that call.
+    bool Remove(usb_connected_cb callback, void* userData);
+
+    // Queues changes, in their order, for all who are receivers when their turn comes.
+    void Post(const std::vector<DeviceChange>& changes);
+
+    // Forgets what is queued.
+    void Clear();
+
+private:
+    struct Receiver {
+        usb_connected_cb callback;
+        void* userData;
+        bool operator==(const Receiver& other) const {
+            return callback == other.callback && userData == other.userData;
+        }
+    };
+    struct Running {
+        Receiver receiver;
+        std::thread::id thread;
+    };
+
+    static int OnMainContext(void* holder);
+    static void ReleaseHolder(void* holder);
+    void ScheduleLocked();
+    bool DispatchOne();
+    void Deliver(const Receiver& receiver, const DeviceChange& change);
+    bool Begin(const Receiver& receiver);
+    void End();
+
+    std::mutex m_mutex;                 // guards what follows
+    std::condition_variable m_idle;     // a receiver's call has ended
+    std::vector<Receiver> m_receivers;  // in the order in which they were added
+    std::deque<DeviceChange> m_queue;
+    bool m_scheduled = false;  // a source that will empty the queue is attached
+    std::unique_ptr<Running> m_running;
+};
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,165 @@
+#include "UsbDevice/DeviceMonitor.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+
+#include "Log/Log.h"
+#include "MediaContent/MediaService.h"
+
+namespace platform {
+namespace {
+
+// One plug brings a handful of events. A look waits until none came for the quiet time, but never
+// longer than the whole.
+constexpr int kQuietMs = 30;
+constexpr int kLongestWaitMs = 300;
+// After a look that failed there may be no event to tell that the next one would not.
+constexpr int kRetryMs = 5000;
+
+bool Holds(const DeviceList& devices, const DeviceRecord& device) {
+    return std::any_of(devices.begin(), devices.end(),
+                       [&](const DevicePtr& other) { return *other == device; });
+}
+
+const char* ArrivalWord(const DeviceRecord& device) {
+    return device.IsMounted() ? "mounted" : "added";
+}
+
+const char* DepartureWord(const DeviceRecord& device) {
+    return device.IsMounted() ? "blocked" : "removed";
+}
+
+bool IsBelow(const std::string& path, const std::string& root) {
+    return path.size() > root.size() && path.compare(0, root.size(), root) == 0 &&
+           (root.back() == '/' || path[root.size()] == '/');
+}
+
+MountedStorage StorageOf(const DeviceRecord& device) {
+    MountedStorage storage;
+    storage.uuid = device.uuid;
+    storage.serial = device.serial;
+    storage.partition = device.number;
+    storage.label = device.label;
+    storage.mountPath = device.mountPath;
+    return storage;
+}
+
+}  // namespace
+
+DeviceMonitor::DeviceMonitor(std::unique_ptr<DeviceSource> source, std::string root,
+                             std::shared_ptr<ChangeDispatcher> dispatcher)
+    : m_source(std::move(source)), m_root(std::move(root)), m_dispatcher(std::move(dispatcher)) {}
+
+DeviceMonitor::~DeviceMonitor() {
+    Stop();
+}
+
+bool DeviceMonitor::Start() {
+    std::vector<DeviceChange> present;
+    if (!m_wakeUp || !m_source->Open() || !Look(present)) return false;
+    m_thread = std::thread([this] { Run(); });
+    return true;
+}
+
+void DeviceMonitor::Stop() {
+    if (!m_thread.joinable()) return;
+    m_stopping = true;
+    m_wakeUp.Wake();
+    m_thread.join();
+    std::vector<DeviceChange> gone;
+    Apply({}, gone);
+}
+
+bool DeviceMonitor::Devices(DeviceList& devices) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_lookFailed) return false;
+    devices = m_devices;
+    return true;
+}
+
+void DeviceMonitor::Run() {
+    pthread_setname_np(pthread_self(), "usb-monitor");
+    while (!m_stopping) {
+        const bool retry = !WaitForEvents(Timeout());
+        for (int waited = 0; !retry && waited < kLongestWaitMs; waited += kQuietMs)
+            if (!WaitForEvents(kQuietMs)) break;
+        std::vector<DeviceChange> changes;
+        if (!m_stopping && Look(changes)) m_dispatcher->Post(changes);
+    }
+}
+
+int DeviceMonitor::Timeout() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_lookFailed ? kRetryMs : -1;
+}
+
+// True when the devices may have changed (or the end is near), false when the time is over.
+bool DeviceMonitor::WaitForEvents(int timeoutMs) {
+    while (!m_stopping) {
+        std::vector<pollfd> polled{{m_wakeUp.Get(), POLLIN, 0}};
+        m_source->AddDescriptors(polled);
+        const int ready = poll(polled.data(), polled.size(), timeoutMs);
+        if (ready == 0) return false;
+        if (ready > 0 && m_source->Drain()) return true;
+    }
+    return true;
+}
+
+// Looks at the devices and takes over what has changed.
+bool DeviceMonitor::Look(std::vector<DeviceChange>& changes) {
+    std::vector<DeviceRecord> records;
+    const bool listed = m_source->List(records);
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_lookFailed = !listed;
+    }
+    if (!listed) return false;
+    DeviceList seen;
+    for (DeviceRecord& record : records)
+        seen.push_back(std::make_shared<const DeviceRecord>(std::move(record)));
+    Apply(seen, changes);
+    return true;
+}
+
+void DeviceMonitor::Apply(const DeviceList& seen, std::vector<DeviceChange>& changes) {
+    const DeviceList before = m_devices;
+    DeviceList kept;
+    for (const DevicePtr& device : before) {
+        if (Holds(seen, *device))
+            kept.push_back(device);
+        else
+            changes.push_back({device, DepartureWord(*device)});
+    }
+    if (!changes.empty()) Publish(kept);
+    for (const DeviceChange& gone : changes) TellGone(*gone.device);
+
+    bool arrived = false;
+    for (const DevicePtr& device : seen) {
+        if (Holds(before, *device)) continue;
+        TellArrived(*device);
+        changes.push_back({device, ArrivalWord(*device)});
+        arrived = true;
+    }
+    if (arrived) Publish(seen);
+}
+
+void DeviceMonitor::Publish(DeviceList devices) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_devices = std::move(devices);
+}
+
+bool DeviceMonitor::IsRecorded(const DeviceRecord& device) const {
+    return device.deviceClass == USB_CLASS_MASS_STORAGE && device.IsMounted() &&
+           IsBelow(device.mountPath, m_root);
+}
+
+void DeviceMonitor::TellArrived(const DeviceRecord& device) const {
+    if (IsRecorded(device)) StorageMounted(StorageOf(device));
+}
+
+void DeviceMonitor::TellGone(const DeviceRecord& device) const {
+    if (IsRecorded(device)) StorageUnmounted(device.mountPath);
+}
+
+}  // namespace platform

@@ -1,0 +1,67 @@
+// Keeps the table of present devices up to date while the service is in use.
+#ifndef PLATFORM_USB_DEVICE_DEVICE_MONITOR_H
+#define PLATFORM_USB_DEVICE_DEVICE_MONITOR_H
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "UsbDevice/ChangeDispatcher.h"
+#include "UsbDevice/Descriptor.h"
+#include "UsbDevice/DeviceSource.h"
+
+namespace platform {
+
+// Order of telling, for every change:
+//   a storage that comes  database record, then the device list, then the receivers
+//   a storage that goes   device list, then the database, then the receivers
+// so that whoever hears of a storage, or lists it, finds its record.
+class DeviceMonitor {
+public:
+    // `root`: storages mounted below it are recorded in the media database, others only listed.
+    DeviceMonitor(std::unique_ptr<DeviceSource> source, std::string root,
+                  std::shared_ptr<ChangeDispatcher> dispatcher);
+    ~DeviceMonitor();
+
+    // Lists the devices, records their storages and starts the monitor thread. Tells no receiver:
+    // these devices were there before. False when the devices cannot be listed.
+    bool Start();
+
+    // Ends the thread and gives the storages back to the database. Tells no receiver.
+    void Stop();
+
+    // The devices as they were last seen; false when the last look failed. Any thread, never
+    // blocks for long.
+    bool Devices(DeviceList& devices) const;
+
+private:
+    void Run();
+    bool WaitForEvents(int timeoutMs);
+    int Timeout() const;
+    bool Look(std::vector<DeviceChange>& changes);
+    void Apply(const DeviceList& seen, std::vector<DeviceChange>& changes);
+    void Publish(DeviceList devices);
+    bool IsRecorded(const DeviceRecord& device) const;
+    void TellArrived(const DeviceRecord& device) const;
+    void TellGone(const DeviceRecord& device) const;
+
+    // constant after construction
+    const std::unique_ptr<DeviceSource> m_source;  // used by one thread at a time
+    const std::string m_root;
+    const std::shared_ptr<ChangeDispatcher> m_dispatcher;
+
+    const WakeUp m_wakeUp;
+    std::atomic<bool> m_stopping{false};
+    std::thread m_thread;
+
+    mutable std::mutex m_mutex;  // guards the two below; only the monitor thread writes them
+    DeviceList m_devices;
+    bool m_lookFailed = false;
+};
+
+}  // namespace platform
+
+#endif
