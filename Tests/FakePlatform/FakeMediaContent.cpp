@@ -1,0 +1,343 @@
+// The media content service of the scripted platform: connection, filters, listings, storages.
+#include <algorithm>
+
+#include "Seam.h"
+
+using fake::Filter;
+using fake::Folder;
+using fake::Item;
+using fake::Seam;
+using fake::Storage;
+using fake::StorageHandle;
+using fake::Text;
+
+namespace {
+
+bool LiesBelow(const std::string& path, const std::string& folder) {
+    return path.compare(0, folder.size() + 1, folder + "/") == 0;
+}
+
+// The media types that a condition names, as a set of digits; empty for a text that is not a
+// condition over MEDIA_TYPE.
+std::string TypesOf(const std::string& condition) {
+    static const std::string name = "MEDIA_TYPE";
+    std::string types;
+    for (size_t at = condition.find(name); at != std::string::npos;
+         at = condition.find(name, at + 1)) {
+        const size_t digit = condition.find_first_not_of(" =", at + name.size());
+        if (digit != std::string::npos) types += condition[digit];
+    }
+    return types;
+}
+
+// Copies the filter as it is, noting what it was used for.
+int Note(const char* call, media_filter_h handle, const char* folderId, Filter& filter) {
+    auto* known = Seam::Use<media_filter_s>(call, handle);
+    if (known) filter = known->filter;
+    std::lock_guard<std::mutex> lock(Seam::Script().mutex);
+    Seam::Script().uses.push_back({call, folderId ? folderId : "", filter});
+    const bool sound = !filter.condition || !TypesOf(*filter.condition).empty() ||
+                       *filter.condition == "FOLDER_STORAGE_TYPE = 1";
+    return sound ? 0 : MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
+}
+
+bool Passes(const Item& item, const Filter& filter) {
+    if (filter.condition) {
+        const std::string types = TypesOf(*filter.condition);
+        if (types.find(static_cast<char>('0' + item.type)) == std::string::npos) return false;
+    }
+    if (!filter.storage) return true;
+    for (const Storage& storage : Seam::Script().storages)
+        if (storage.id == *filter.storage && LiesBelow(item.path, storage.path)) return true;
+    return false;
+}
+
+// Items that pass the filter, in `folder` only when one is given; neither ordered nor ranged.
+std::vector<Item> Select(const Filter& filter, const std::string* folderId) {
+    std::lock_guard<std::mutex> lock(Seam::Script().mutex);
+    std::vector<Item> items;
+    std::string folderPath;
+    for (const Folder& folder : Seam::Script().folders)
+        if (folderId && folder.id == *folderId) folderPath = folder.path;
+    for (const Item& item : Seam::Script().items) {
+        const bool inFolder = !folderId || item.path.substr(0, item.path.rfind('/')) == folderPath;
+        if (inFolder && Passes(item, filter)) items.push_back(item);
+    }
+    return items;
+}
+
+std::vector<Item> Arrange(std::vector<Item> items, const Filter& filter) {
+    if (filter.orderKey && *filter.orderKey == "MEDIA_ADDED_TIME") {
+        const auto older = [](const Item& a, const Item& b) { return a.added < b.added; };
+        std::stable_sort(items.begin(), items.end(), older);
+        if (filter.order == MEDIA_CONTENT_ORDER_DESC) std::reverse(items.begin(), items.end());
+    }
+    if (filter.offset < 0) return items;
+    const auto begin =
+        items.begin() + std::min<long>(filter.offset, static_cast<long>(items.size()));
+    const auto end = begin + std::min<long>(filter.count, items.end() - begin);
+    return std::vector<Item>(begin, end);
+}
+
+int Count(const char* call, media_filter_h handle, const char* folderId, int* count) {
+    int error = Seam::EnterConnected(call);
+    Filter filter;
+    if (!error) error = Note(call, handle, folderId, filter);
+    if (error) return error;
+    const std::string id = folderId ? folderId : "";
+    *count = static_cast<int>(Select(filter, folderId ? &id : nullptr).size());
+    return 0;
+}
+
+int List(const char* call, media_filter_h handle, const char* folderId, media_info_cb callback,
+         void* userData) {
+    int error = Seam::EnterConnected(call);
+    Filter filter;
+    if (!error) error = Note(call, handle, folderId, filter);
+    if (error) return error;
+    const std::string id = folderId ? folderId : "";
+    const std::vector<Item> items = Arrange(Select(filter, folderId ? &id : nullptr), filter);
+    Seam::ForEach<media_info_s>(call, items, callback, userData);
+    return 0;
+}
+
+template <typename Set>
+int SetFilter(const char* call, media_filter_h handle, Set set) {
+    const int error = Seam::Enter(call);
+    auto* known = Seam::Use<media_filter_s>(call, handle);
+    if (error) return error;
+    if (!known) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
+    set(known->filter);
+    return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+int media_content_connect(void) {
+    const int error = Seam::Enter(__func__);
+    if (error) return error;
+    std::lock_guard<std::mutex> lock(Seam::Script().mutex);
+    ++Seam::Script().connections;
+    return 0;
+}
+
+int media_content_disconnect(void) {
+    const int error = Seam::EnterConnected(__func__);
+    if (error) return error;
+    std::lock_guard<std::mutex> lock(Seam::Script().mutex);
+    --Seam::Script().connections;
+    return 0;
+}
+
+int media_content_scan_folder(const char* path, bool is_recursive, media_scan_completed_cb callback,
+                              void* user_data) {
+    const int error = Seam::EnterConnected(__func__);
+    if (error) return error;
+    if (!path || !callback || is_recursive) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
+    auto& state = Seam::Script();
+    std::unique_lock<std::mutex> lock(state.mutex);
+    const media_content_error_e result = state.folderScanResult;
+    if (state.folderScan == fake::FolderScan::Later)
+        state.folderScans.emplace_back(callback, user_data);
+    else if (state.folderScan == fake::FolderScan::OnOtherThread)
+        state.scanThreads.emplace_back([=] { callback(result, user_data); });
+    else {
+        lock.unlock();
+        callback(result, user_data);
+    }
+    return 0;
+}
+
+int media_content_set_db_updated_cb(media_content_db_updated_cb callback, void* user_data) {
+    const int error = Seam::Enter(__func__);
+    if (error) return error;
+    if (!callback) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
+    auto& state = Seam::Script();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    const auto receiver = std::make_pair(callback, user_data);
+    auto& all = state.dbReceivers;
+    if (std::find(all.begin(), all.end(), receiver) == all.end()) all.push_back(receiver);
+    state.changed.notify_all();
+    return 0;
+}
+
+int media_filter_create(media_filter_h* filter) {
+    const int error = Seam::Enter(__func__);
+    if (error) return error;
+    *filter = Seam::Keep(new media_filter_s);
+    return 0;
+}
+
+int media_filter_destroy(media_filter_h filter) {
+    return Seam::Destroy<media_filter_s>(__func__, filter, MEDIA_CONTENT_ERROR_INVALID_PARAMETER);
+}
+
+int media_filter_set_storage(media_filter_h filter, const char* storage_id) {
+    return SetFilter(__func__, filter, [=](Filter& f) { f.storage = storage_id; });
+}
+
+int media_filter_set_condition(media_filter_h filter, const char* condition,
+                               media_content_collation_e collate_type) {
+    return SetFilter(__func__, filter, [=](Filter& f) {
+        f.condition = condition;
+        f.collation = collate_type;
+    });
+}
+
+int media_filter_set_order(media_filter_h filter, media_content_order_e order_type,
+                           const char* order_keyword, media_content_collation_e collate_type) {
+    return SetFilter(__func__, filter, [=](Filter& f) {
+        f.order = order_type;
+        f.orderKey = order_keyword;
+        f.orderCollation = collate_type;
+    });
+}
+
+int media_filter_set_offset(media_filter_h filter, int offset, int count) {
+    return SetFilter(__func__, filter, [=](Filter& f) {
+        f.offset = offset;
+        f.count = count;
+    });
+}
+
+int media_info_get_media_count_from_db(media_filter_h filter, int* media_count) {
+    return Count(__func__, filter, nullptr, media_count);
+}
+
+int media_info_foreach_media_from_db(media_filter_h filter, media_info_cb callback,
+                                     void* user_data) {
+    return List(__func__, filter, nullptr, callback, user_data);
+}
+
+int media_folder_get_media_count_from_db(const char* folder_id, media_filter_h filter, int* count) {
+    return Count(__func__, filter, folder_id, count);
+}
+
+int media_folder_foreach_media_from_db(const char* folder_id, media_filter_h filter,
+                                       media_info_cb callback, void* user_data) {
+    return List(__func__, filter, folder_id, callback, user_data);
+}
+
+int media_folder_foreach_folder_from_db(media_filter_h filter, media_folder_cb callback,
+                                        void* user_data) {
+    int error = Seam::EnterConnected(__func__);
+    Filter used;
+    if (!error) error = Note(__func__, filter, nullptr, used);
+    if (error) return error;
+    std::vector<Folder> folders;
+    {
+        std::lock_guard<std::mutex> lock(Seam::Script().mutex);
+        folders = Seam::Script().folders;
+    }
+    Seam::ForEach<media_folder_s>(__func__, folders, callback, user_data);
+    return 0;
+}
+
+int media_info_insert_to_db(const char* path, media_info_h* media) {
+    const int error = Seam::EnterConnected(__func__);
+    if (error) return error;
+    Item item;
+    {
+        std::lock_guard<std::mutex> lock(Seam::Script().mutex);
+        const auto& files = Seam::Script().files;
+        const auto found = std::find_if(files.begin(), files.end(),
+                                        [=](const Item& file) { return file.path == path; });
+        if (found == files.end()) return MEDIA_CONTENT_ERROR_NOT_FOUND;
+        item = *found;
+        Seam::Script().items.push_back(item);
+    }
+    *media = Seam::Keep(new media_info_s(item));
+    return 0;
+}
+
+int media_info_delete_from_db(const char* media_id) {
+    const int error = Seam::EnterConnected(__func__);
+    if (error) return error;
+    std::lock_guard<std::mutex> lock(Seam::Script().mutex);
+    auto& items = Seam::Script().items;
+    const auto found = std::find_if(items.begin(), items.end(),
+                                    [=](const Item& item) { return item.id == media_id; });
+    if (found == items.end()) return MEDIA_CONTENT_ERROR_NOT_FOUND;
+    items.erase(found);
+    return 0;
+}
+
+int media_storage_foreach_storage_from_db(media_filter_h filter, media_storage_cb callback,
+                                          void* user_data) {
+    int error = Seam::EnterConnected(__func__);
+    Filter used;
+    if (!error) error = Note(__func__, filter, nullptr, used);
+    if (error) return error;
+    std::vector<Storage> present;
+    {
+        std::lock_guard<std::mutex> lock(Seam::Script().mutex);
+        const int listing = ++Seam::Script().storageListings;
+        for (const Storage& storage : Seam::Script().storages)
+            if (storage.fromListing <= listing) present.push_back(storage);
+    }
+    Seam::ForEach<StorageHandle>(__func__, present, callback, user_data);
+    return 0;
+}
+
+int media_storage_clone(media_storage_h* dst, media_storage_h src) {
+    const int error = Seam::Enter(__func__);
+    auto* known = Seam::Use<StorageHandle>(__func__, src);
+    if (error) return error;
+    if (!known) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
+    *dst = Seam::Keep(new StorageHandle(known->storage));
+    return 0;
+}
+
+int media_storage_destroy(media_storage_h storage) {
+    return Seam::Destroy<StorageHandle>(__func__, storage, MEDIA_CONTENT_ERROR_INVALID_PARAMETER);
+}
+
+int media_storage_get_storage_id(media_storage_h storage, char** storage_id) {
+    return Seam::Get<StorageHandle>(__func__, storage, storage_id,
+                                    [](const StorageHandle& h) { return Text(h.storage.id); });
+}
+
+int media_storage_get_path(media_storage_h storage, char** path) {
+    return Seam::Get<StorageHandle>(__func__, storage, path,
+                                    [](const StorageHandle& h) { return Text(h.storage.path); });
+}
+
+int media_storage_get_scan_status(const char* storage_id, media_storage_scan_status_e* status) {
+    const int error = Seam::EnterConnected(__func__);
+    if (error) return error;
+    std::lock_guard<std::mutex> lock(Seam::Script().mutex);
+    for (const Storage& storage : Seam::Script().storages) {
+        if (storage.id != storage_id) continue;
+        *status = static_cast<media_storage_scan_status_e>(storage.scanStatus);
+        return 0;
+    }
+    return MEDIA_CONTENT_ERROR_NOT_FOUND;
+}
+
+}  // extern "C"
+
+namespace fake {
+
+void FakePlatform::FireDbUpdate(const DbUpdate& update) {
+    decltype(m_state->dbReceivers) receivers;
+    {
+        std::lock_guard<std::mutex> lock(m_state->mutex);
+        receivers = m_state->dbReceivers;
+    }
+    for (const auto& receiver : receivers) {
+        DbUpdate own = update;  // the callback gets writable texts that end with the call
+        const auto text = [](Text& t) { return t ? &(*t)[0] : nullptr; };
+        receiver.first(own.error, 4711, static_cast<media_content_db_update_item_type_e>(own.item),
+                       static_cast<media_content_db_update_type_e>(own.update),
+                       static_cast<media_content_type_e>(own.media), text(own.uuid), text(own.path),
+                       text(own.mime), receiver.second);
+    }
+}
+
+void FakePlatform::PostDbUpdate(const DbUpdate& update) {
+    Seam::Post([this, update] { FireDbUpdate(update); });
+}
+
+}  // namespace fake
