@@ -1,0 +1,33 @@
+#ifndef CONTENTS_MGR_C_MEDIA_CONTENT_VIDEO_H
+#define CONTENTS_MGR_C_MEDIA_CONTENT_VIDEO_H
+
+#include "CMediaContent.h"
+
+namespace dorn {
+
+// A video's record with its video metadata.
+// Both setters must have run before it is destroyed.
+class CMediaContentVideo : public CMediaContent {
+public:
+    CMediaContentVideo();
+    ~CMediaContentVideo() override;  // gives both records back
+
+    // Fetches the kind's metadata of the record; a failure is logged, and every getter that needs
+    // it then fails with a line of its own.
+    void SetVideoMetaFromMediaInfo();
+
+    int GetVideoDuration() const;      // milliseconds
+    int GetVideoWidth() const;         // pixels
+    int GetVideoHeight() const;        // pixels
+    double GetVideoLatitude() const;   // degrees
+    double GetVideoLongitude() const;  // degrees
+    char* GetVideoAlbum() const;
+    char* GetVideoGenre() const;
+
+private:
+    video_meta_h videoMeta = nullptr;
+};
+
+}  // namespace dorn
+
+#endif

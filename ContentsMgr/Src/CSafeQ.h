@@ -1,0 +1,65 @@
+#ifndef CONTENTS_MGR_C_SAFE_Q_H
+#define CONTENTS_MGR_C_SAFE_Q_H
+
+#include <iterator>
+#include <list>
+
+#include "GMutexLock.h"
+
+namespace dorn {
+
+// A list of jobs, oldest first, with any number of producers and one consumer. The consumer walks
+// it with a cursor; only it removes jobs, so its cursor stays good while others push. The mutex is
+// held for one step or one copy, never while a job runs. Waking the consumer is the owner's
+// business.
+template <typename Job>
+class CSafeQ {
+public:
+    using Cursor = typename std::list<Job>::iterator;
+
+    CSafeQ() = default;
+    ~CSafeQ() {
+        GMutexLock lock(m_mutex);
+        m_jobs.clear();
+    }
+    CSafeQ(const CSafeQ&) = delete;
+    CSafeQ& operator=(const CSafeQ&) = delete;
+
+    // Appends a copy. When copying throws, the queue is as it was.
+    void Push(const Job& job) {
+        GMutexLock lock(m_mutex);
+        m_jobs.push_back(job);
+    }
+
+    // Consumer only: the oldest job's place.
+    Cursor First() {
+        GMutexLock lock(m_mutex);
+        return m_jobs.begin();
+    }
+
+    // Consumer only: copies the job at the cursor; false behind the last one.
+    bool Peek(Cursor cursor, Job& job) {
+        GMutexLock lock(m_mutex);
+        if (cursor == m_jobs.end()) return false;
+        job = *cursor;
+        return true;
+    }
+
+    // Consumer only: the place behind the cursor, leaving the job (Skip) or destroying it (Remove).
+    Cursor Skip(Cursor cursor) {
+        GMutexLock lock(m_mutex);
+        return std::next(cursor);
+    }
+    Cursor Remove(Cursor cursor) {
+        GMutexLock lock(m_mutex);
+        return m_jobs.erase(cursor);
+    }
+
+private:
+    std::list<Job> m_jobs;
+    OwnGMutex m_mutex;
+};
+
+}  // namespace dorn
+
+#endif

@@ -1,0 +1,42 @@
+#include "DirectoryReader.h"
+
+#include <utility>
+
+namespace dorn {
+namespace {
+
+bool IsVisibleFolder(const dirent& entry) {
+    return entry.d_name[0] != '.' && entry.d_type == DT_DIR;
+}
+
+// Reads into the caller's buffer; entries of other readers of the process are never touched.
+int ReadEntry(DIR* directory, dirent* buffer, dirent** result) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    return readdir_r(directory, buffer, result);
+#pragma GCC diagnostic pop
+}
+
+}  // namespace
+
+DirectoryReader::DirectoryReader(const std::string& path) : m_directory(opendir(path.c_str())) {}
+
+DirectoryReader::~DirectoryReader() {
+    Close();
+}
+
+DirectoryReader::Step DirectoryReader::Next() {
+    for (;;) {
+        dirent* found = nullptr;
+        if (ReadEntry(m_directory, &m_entry, &found) != 0) return Step::Error;
+        if (!found) return Step::End;
+        if (IsVisibleFolder(m_entry)) return Step::Subfolder;
+    }
+}
+
+bool DirectoryReader::Close() {
+    DIR* directory = std::exchange(m_directory, nullptr);
+    return directory && closedir(directory) == 0;
+}
+
+}  // namespace dorn

@@ -1,0 +1,19 @@
+#ifndef CONTENTS_MGR_JSON_TEXT_H
+#define CONTENTS_MGR_JSON_TEXT_H
+
+#include <json/json.h>
+
+#include <string>
+
+namespace dorn {
+
+// One line of ASCII ending in a newline, object keys sorted; bytes that are not UTF-8 come out as
+// U+FFFD.
+std::string WriteJson(const Json::Value& value);
+
+// False for text that is not JSON. Throws Json::Exception when it is nested too deeply.
+bool ParseJson(const std::string& text, Json::Value& root);
+
+}  // namespace dorn
+
+#endif

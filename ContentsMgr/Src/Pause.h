@@ -1,0 +1,38 @@
+#ifndef CONTENTS_MGR_PAUSE_H
+#define CONTENTS_MGR_PAUSE_H
+
+#include <glib.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+namespace dorn {
+
+// The length of what the waits of this system call a second. Set by tests only, before any engine
+// exists.
+void SetPauseUnit(std::chrono::milliseconds unit);
+std::chrono::milliseconds PauseUnit();
+
+// The limit of a scan wait: 60 of these seconds.
+guint ScanTimeoutMilliseconds();
+
+// A request to stop that ends pauses at once. Any thread.
+class StopSignal {
+public:
+    void Raise();
+    void Clear();
+    bool Raised() const;
+
+    // Waits one second; false when the signal was raised before it was over.
+    bool Pause();
+
+private:
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_raised = false;  // guarded by m_mutex
+};
+
+}  // namespace dorn
+
+#endif

@@ -1,0 +1,20 @@
+#ifndef CONTENTS_MGR_PLIV_APP_CONTENTS_MGR_H
+#define CONTENTS_MGR_PLIV_APP_CONTENTS_MGR_H
+
+#include "PlivHost.h"
+
+namespace dorn {
+
+// The application object: makes an engine for each client that opens the plugin.
+class CPlivAppContentsMgr : public CPlivAppBase {
+public:
+    CPlivAppContentsMgr();
+    ~CPlivAppContentsMgr() override;
+
+    // A new engine with a task manager of its own; the caller owns it.
+    CPlivEngineBase* CreatePlivEngine() override;
+};
+
+}  // namespace dorn
+
+#endif

@@ -1,0 +1,213 @@
+#include "PlivEngineContentsMgr.h"
+
+#include <cstdlib>
+
+#include "CJsonHelper.h"
+#include "JsonText.h"
+#include "Log.h"
+#include "PlivTaskContentsMgr.h"
+
+namespace dorn {
+namespace {
+
+using Storages = std::vector<boost::shared_ptr<CMediaStorage>>;
+
+int ToInteger(const std::string& text) {
+    return static_cast<int>(strtol(text.c_str(), nullptr, 10));
+}
+
+// The texts of an array; empty when the member is missing. Throws at elements that are no texts.
+std::vector<std::string> ReadTexts(const Json::Value& array) {
+    std::vector<std::string> texts;
+    if (array.isNull()) return texts;
+    for (Json::ArrayIndex i = 0; i < array.size(); ++i) texts.push_back(array[i].asString());
+    return texts;
+}
+
+}  // namespace
+
+CPlivEngineContentsMgr::CPlivEngineContentsMgr() : m_task(new CPlivTaskContentsMgr) {
+    CM_TRACE("CPlivTaskContentsMgr is allocated on : %p]\n", static_cast<void*>(m_task));
+    m_task->SetEngineHandle(this);
+}
+
+CPlivEngineContentsMgr::~CPlivEngineContentsMgr() {
+    if (m_task) delete m_task;
+}
+
+bool CPlivEngineContentsMgr::Init() {
+    return true;
+}
+
+bool CPlivEngineContentsMgr::Deinit() {
+    return true;
+}
+
+bool CPlivEngineContentsMgr::Execute(std::string& returnValue, const std::string& command,
+                                     const std::string& arg1, const std::string& arg2,
+                                     const std::string& arg3, const std::string& arg4) {
+    try {
+        Call call{returnValue, arg1, arg2, arg3, arg4, 0};
+        return RunCommand(command, call);
+    } catch (const std::string& text) {
+        CM_PROGRESS("Exception Handled by : [%s] ", text.c_str());
+        return false;
+    }
+}
+
+bool CPlivEngineContentsMgr::RunCommand(const std::string& command, Call& call) {
+    CM_PROGRESS("[%s] CMD Started", command.c_str());
+    const Handler handler = FindHandler(command);
+    if (!handler) {
+        CM_PROGRESS("Not Supported Command");
+        return false;
+    }
+    if (!(this->*handler)(call)) return false;
+    CM_PROGRESS("[%s] CMD Executed(%d)", command.c_str(), call.status);
+    return true;
+}
+
+CPlivEngineContentsMgr::Handler CPlivEngineContentsMgr::FindHandler(const std::string& command) {
+    using Engine = CPlivEngineContentsMgr;
+    static const struct {
+        const char* name;
+        Handler handler;
+    } kCommands[] = {
+        {"Connect", &Engine::m_ExecuteConnect},
+        {"Disconnect", &Engine::m_ExecuteDisconnect},
+        {"Query", &Engine::m_ExecuteQuery},
+        {"Fetch", &Engine::m_ExecuteFetch},
+        {"GetCount", &Engine::m_ExecuteGetCount},
+        {"GetStorages", &Engine::m_ExecuteGetStorages},
+        {"SubscribeEvent", &Engine::m_ExecuteSubscription},
+        {"UnsubscribeEvent", &Engine::m_ExecuteSubscription},
+        {"StartSync", &Engine::m_ExecutePlaceholder},
+        {"StopSync", &Engine::m_ExecutePlaceholder},
+        {"GetSyncState", &Engine::m_ExecutePlaceholder},
+        {"RegisterContents", &Engine::m_ExecuteRegisterContents},
+        {"UnregisterContents", &Engine::m_ExecuteUnregisterContents},
+    };
+    for (const auto& entry : kCommands)
+        if (command == entry.name) return entry.handler;
+    return nullptr;
+}
+
+bool CPlivEngineContentsMgr::ExecuteWithParamList(std::string&, const std::string& command,
+                                                  const ParamList&) {
+    CM_PROGRESS("[%s] CMD Started", command.c_str());
+    return !command.empty();
+}
+
+void CPlivEngineContentsMgr::m_Return(Call& call, int value) {
+    call.status = value;
+    SetReturnValueInteger(call.returnValue, value);
+}
+
+// The client tells an id or a count from a failure by the value alone.
+void CPlivEngineContentsMgr::m_ReturnResult(Call& call, bool result, int out) {
+    call.status = result;
+    SetReturnValueInteger(call.returnValue, result ? out : 0);
+}
+
+bool CPlivEngineContentsMgr::m_ExecuteConnect(Call& call) {
+    m_Return(call, m_task->Connect());
+    return true;
+}
+
+bool CPlivEngineContentsMgr::m_ExecuteDisconnect(Call& call) {
+    m_Return(call, m_task->Disconnect());
+    return true;
+}
+
+bool CPlivEngineContentsMgr::m_ExecuteQuery(Call& call) {
+    auto type = MEDIA_TYPE_NONE;
+    if (!CJsonHelper::ConvertFromString(call.arg2, type)) return false;
+    std::string folderPath;
+    if (type == MEDIA_TYPE_FOLDER)
+        folderPath = CJsonHelper::ConvertUsbBasePath(call.arg3, CM_CONVERT_TO_DEVICE_PATH);
+    m_Return(call, m_task->Query(call.arg1, type, folderPath, call.arg4));
+    return true;
+}
+
+bool CPlivEngineContentsMgr::m_ExecuteFetch(Call& call) {
+    int requestId = 0;
+    const bool result = m_task->Fetch(ToInteger(call.arg1), ToInteger(call.arg2), requestId);
+    m_ReturnResult(call, result, requestId);
+    return true;
+}
+
+bool CPlivEngineContentsMgr::m_ExecuteGetCount(Call& call) {
+    int count = 0;
+    const bool result = m_task->GetCount(ToInteger(call.arg1), count);
+    m_ReturnResult(call, result, count);
+    return true;
+}
+
+bool CPlivEngineContentsMgr::m_ExecuteGetStorages(Call& call) {
+    Storages storages;
+    if (!m_task->GetStorages(storages)) {
+        m_Return(call, 0);
+        return true;
+    }
+    Json::Value array(Json::arrayValue);
+    for (auto& storage : storages) {
+        Json::Value item;
+        CJsonHelper::GenerateStorageInfoJson(item, storage);
+        array.append(std::move(item));
+    }
+    Json::Value root;
+    root["storages"] = std::move(array);
+    std::string text = WriteJson(root);
+    call.status = 1;
+    SetReturnValueASCII(call.returnValue, text);
+    return true;
+}
+
+// The ids are read, so that wrong ones are refused, and dropped: every client gets every event.
+bool CPlivEngineContentsMgr::m_ExecuteSubscription(Call& call) {
+    Json::Value root;
+    if (!ParseJson(call.arg1, root)) return false;
+    const Json::Value& ids = root["ids"];
+    if (ids.size() == 0) return false;
+    static_cast<void>(ReadTexts(ids));
+    m_Return(call, 0);
+    return true;
+}
+
+// The database synchronises by itself; there is nothing to start, stop or ask.
+bool CPlivEngineContentsMgr::m_ExecutePlaceholder(Call& call) {
+    m_Return(call, 0);
+    return true;
+}
+
+bool CPlivEngineContentsMgr::m_ExecuteRegisterContents(Call& call) {
+    Json::Value root;
+    std::vector<std::string> paths;
+    if (ParseJson(call.arg2, root)) {
+        for (const std::string& path : ReadTexts(root["fullpaths"])) {
+            CM_PROGRESS("fullPath = %s\n", path.c_str());
+            paths.push_back(CJsonHelper::ConvertUsbBasePath(path, CM_CONVERT_TO_DEVICE_PATH));
+        }
+    } else {
+        CM_PROGRESS("Failed to parse...\n");
+    }
+    int requestId = 0;
+    const bool result = m_task->RegisterContents(call.arg1, paths, requestId);
+    m_ReturnResult(call, result, requestId);
+    return true;
+}
+
+bool CPlivEngineContentsMgr::m_ExecuteUnregisterContents(Call& call) {
+    Json::Value root;
+    std::vector<std::string> mediaIds;
+    if (ParseJson(call.arg2, root))
+        mediaIds = ReadTexts(root["ids"]);
+    else
+        CM_PROGRESS("Failed to parse...\n");
+    int requestId = 0;
+    const bool result = m_task->UnregisterContents(call.arg1, mediaIds, requestId);
+    m_ReturnResult(call, result, requestId);
+    return true;
+}
+
+}  // namespace dorn

@@ -1,0 +1,108 @@
+#include "PlivTaskContentsMgr.h"
+
+#include <stdexcept>
+
+#include "LiveTasks.h"
+#include "Log.h"
+#include "SyncCompletionWatcher.h"
+#include "USBConnectionWatcher.h"
+
+namespace dorn {
+
+CPlivTaskContentsMgr::CPlivTaskContentsMgr() {
+    LiveTasks::Add(this);
+    Create("PlivTaskContentsMgr");
+}
+
+CPlivTaskContentsMgr::~CPlivTaskContentsMgr() {
+    m_running = false;
+    m_stop.Raise();
+    m_endPairing.Raise();
+    if (m_connected) Disconnect();
+    m_endPairing.Raise();
+    m_jobSemaphore.Post();
+    ThreadJoin();
+    Destroy();
+    LiveTasks::Remove(this);
+}
+
+bool CPlivTaskContentsMgr::SetEngineHandle(CPlivEngineContentsMgr* engine) {
+    m_engine = engine;
+    return true;
+}
+
+void CPlivTaskContentsMgr::t_Main() {
+    while (m_running) {
+        CM_TRACE("Thread operating \n");
+        m_jobSemaphore.Wait();
+        try {
+            m_Process();
+        } catch (const std::runtime_error& error) {
+            CM_PROGRESS("Fatal Exception!!!: < %s >\n", error.what());
+        }
+    }
+}
+
+// Several posts may be answered by one drain; the later wake-ups then find nothing to do.
+void CPlivTaskContentsMgr::m_Process() {
+    CCMTaskJob job;
+    auto cursor = m_jobs.First();
+    while (m_running && m_jobs.Peek(cursor, job)) {
+        if (job.GetCommandType() < COMMAND_TYPE_QUERY ||
+            job.GetCommandType() > COMMAND_TYPE_UNREGISTER) {
+            CM_TRACE("COMMAND_TYPE_DEFAULT");
+            cursor = m_jobs.Skip(cursor);
+            continue;
+        }
+        m_RunJob(job);
+        cursor = m_jobs.Remove(cursor);
+    }
+}
+
+void CPlivTaskContentsMgr::m_RunJob(const CCMTaskJob& job) {
+    switch (job.GetCommandType()) {
+        case COMMAND_TYPE_QUERY:
+            CM_TRACE("COMMAND_TYPE_QUERY");
+            m_Query(job.GetQueryInfo());
+            break;
+        case COMMAND_TYPE_FETCH:
+            CM_TRACE("COMMAND_TYPE_FETCH");
+            m_Fetch(job.GetFetchInfo());
+            break;
+        case COMMAND_TYPE_REGISTER:
+            CM_TRACE("COMMAND_TYPE_REGISTER");
+            m_RegisterContents(job.GetInserDeletetInfo());
+            break;
+        case COMMAND_TYPE_UNREGISTER:
+            CM_TRACE("COMMAND_TYPE_UNREGISTER");
+            m_UnregisterContents(job.GetInserDeletetInfo());
+            break;
+    }
+}
+
+int CPlivTaskContentsMgr::m_MakeRequestId(int mediaType) {
+    CM_TRACE(" mediaType : %d", mediaType);
+    const bool odd = m_requestId % 2 != 0;
+    switch (mediaType) {
+        case MEDIA_TYPE_NONE:
+            m_requestId += 1;
+            break;
+        case MEDIA_TYPE_FOLDER:
+            m_requestId += odd ? 2 : 1;
+            break;
+        default:
+            m_requestId += odd ? 1 : 2;
+            break;
+    }
+    return m_requestId;
+}
+
+bool CPlivTaskContentsMgr::StopSync(std::string) {
+    return true;
+}
+
+bool CPlivTaskContentsMgr::GetSyncState(std::string, SyncState&) {
+    return true;
+}
+
+}  // namespace dorn

@@ -1,0 +1,213 @@
+#ifndef CONTENTS_MGR_PLIV_TASK_CONTENTS_MGR_H
+#define CONTENTS_MGR_PLIV_TASK_CONTENTS_MGR_H
+
+#include <json/json.h>
+
+#include <atomic>
+#include <boost/shared_ptr.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "CCMTaskJob.h"
+#include "CMediaStorage.h"
+#include "CSafeQ.h"
+#include "GMutexLock.h"
+#include "MediaContent.h"
+#include "Pause.h"
+#include "ThreadCM.h"
+#include "UsbDevice.h"
+
+namespace dorn {
+
+class CPlivEngineContentsMgr;
+class LateFlag;
+class SyncCompletionWatcher;
+class USBConnectionWatcher;
+
+// Declared for clients that will ask for it; nothing fills it in yet.
+enum SyncState : int {
+    SYNC_STATE_UNKNOWN = 0,
+    SYNC_STATE_RUNNING = 1,
+    SYNC_STATE_COMPLETED = 2,
+};
+
+// One engine's task manager: its connection to the platform, its storages, its queries, and the
+// worker thread that runs the long database work.
+//
+// Threads: "commands" is the framework's thread of this engine, one at a time; "worker" the thread
+// of this object; "dispatcher" whichever thread runs the default main context, possibly that of
+// another engine's watcher. Operations answer true for success and log what fails.
+// Lock order: m_processMutex, then the queue's or the query list's own mutex; the storage mutex is
+// never held together with them. No lock is held while a job runs or the engine is called.
+class CPlivTaskContentsMgr : public ThreadCM {
+public:
+    using StorageList = std::vector<boost::shared_ptr<CMediaStorage>>;
+
+    CPlivTaskContentsMgr();  // the worker runs when it returns
+    // Disconnects if connected, ends the worker after the job that it runs (a scan wait ends at
+    // once), frees the jobs still queued, and returns when no callback is inside any more.
+    ~CPlivTaskContentsMgr() override;
+
+    // The engine that is told of outcomes; not owned. Once, before the first command.
+    bool SetEngineHandle(CPlivEngineContentsMgr* engine);
+
+    // ---- Connection and storages (commands) ----
+
+    // True also when connected already.
+    bool Connect();
+    // False when not connected, or when the database will not let go: then still connected, but
+    // without notifications, and to be tried again.
+    bool Disconnect();
+    // Discovers the storages anew and appends them to `out`. May pause for two seconds while the
+    // database has not recorded a stick yet, with the storage mutex held.
+    bool GetStorages(StorageList& out);
+
+    // ---- Queries (commands) ----
+
+    // Registers a query, makes it the current one and queues its count.
+    bool Query(std::string storageId, MediaType mediaType, std::string folderPath,
+               std::string syncOption);
+    // Counts a registered query now. True whenever the id is known, also when counting fails.
+    bool GetCount(int requestId, int& count);
+    // Queues a page of the current query; blocks for a fresh count.
+    bool Fetch(int startIndex, int count, int& fetchRequestId);
+    // Queue an insertion of files or a removal of records.
+    bool RegisterContents(std::string storageId, std::vector<std::string> paths, int& requestId);
+    bool UnregisterContents(std::string storageId, std::vector<std::string> mediaIds,
+                            int& requestId);
+
+    // The database synchronises by itself: both do nothing and answer true.
+    bool StopSync(std::string storageId);
+    bool GetSyncState(std::string storageId, SyncState& state);
+
+    // ---- Worker ----
+
+    void t_Main() override;
+    // Runs every queued job, oldest first. A job of an unknown type is logged and stays.
+    void m_Process();
+    void m_Query(QueryInfo query);
+    void m_Fetch(FetchInfo fetch);
+    void m_RegisterContents(InsertDeleteInfo info);
+    void m_UnregisterContents(InsertDeleteInfo info);
+
+    // ---- Parts of the above (any thread, unless told otherwise) ----
+
+    // The next request id: odd for folder queries (1), even for media queries, the next number
+    // for anything else (0). The caller holds m_processMutex.
+    int m_MakeRequestId(int mediaType);
+    bool m_GetQueryInfo(QueryInfo& info, int requestId);
+    bool m_SetMediaType(MediaType type, std::string& condition);
+    bool m_GetMediaCount(int& count, QueryInfo query);
+    // Adds to `count`: items known in the folder, and visible subfolders on disk.
+    bool m_GetFolderCount(int& count, QueryInfo query);
+    // The database's id of the query's folder; left as it was when the folder is unknown.
+    bool m_GetFolderId(std::string& folderId, QueryInfo query);
+    bool m_DestroyFilter(media_filter_h filter);
+    bool m_GetMediaContents(Json::Value& items, QueryInfo query, FetchInfo fetch);
+    bool m_GetFolderMediaContents(Json::Value& files, QueryInfo query, FetchInfo fetch,
+                                  int folderCount);
+
+    // The caller holds the storage mutex wherever `list` is the storage list.
+    bool m_GetStorages(StorageList& list);
+    bool m_AddStorage(usb_device_s* device, StorageList& list);
+    bool m_SetStorageInfo(void* mediaStorage, usb_device_s* device, StorageList& list);
+    bool m_UpdateStorageInfo(void* mediaStorage, usb_device_s* device, StorageList& list);
+    bool m_GetStorageInfo(usb_device_s* device, boost::shared_ptr<CMediaStorage>& out);
+    void m_DestroyUSBList(usb_device_list_s* list);
+
+    // The listed storage mounted there, or null. Takes the storage mutex.
+    boost::shared_ptr<CMediaStorage> m_GetStorageByMountPath(std::string mountPath);
+
+    // Brings the storage list up to date with one notification and puts the record to report in
+    // `storage`. Takes the storage mutex, pauses included.
+    void m_UpdateSotrages(usb_device_s* device, boost::shared_ptr<CMediaStorage>& storage,
+                          bool connected);
+    void m_OnUsbConnectionChanged(bool connected, boost::shared_ptr<CMediaStorage>& storage);
+    void m_OnSyncFinished(int error, std::string storageId);
+    void m_OnMediaUpdated(int updateType, std::string path);
+
+    // ---- The platform's callbacks ----
+
+    // Dispatcher; `userData` is the task manager, which may be gone.
+    static void s_USBConnctedCallback(usb_device_s* device, char* action, void* userData);
+    static void s_SyncCompletedCallback(media_content_error_e error, int pid,
+                                        media_content_db_update_item_type_e itemType,
+                                        media_content_db_update_type_e updateType,
+                                        media_content_type_e mediaType, char* uuid, char* path,
+                                        char* mimeType, void* userData);
+    // Set the byte at their user data; any thread, at any time.
+    static gboolean s_TimeOutCallback(void* flag);
+    static void s_FolderScanCompletedCallback(media_content_error_e error, void* userData);
+    // Inside a listing, on the listing's thread; `userData` is what collects. Always true.
+    static bool s_GetStorageCallback(void* storage, void* userData);
+    static bool s_GetMediaCallback(media_info_s* media, void* userData);
+    static bool s_GetFolderMediaCallback(media_info_s* media, void* userData);
+    static bool s_GetMediaFolderCallback(media_folder_s* folder, void* userData);
+
+private:
+    enum class WaitEnd { Complete, TimedOut };
+
+    void m_RunJob(const CCMTaskJob& job);
+    // Makes a request id, lets `fill(job, id)` complete the job, queues it and wakes the worker.
+    template <typename Fill>
+    int m_QueueJob(int mediaType, Fill fill);
+    WaitEnd m_WaitForScan(const QueryInfo& query);
+    WaitEnd m_PollScan(const QueryInfo& query, const LateFlag& timedOut, const LateFlag& scanned);
+    int m_CountCurrent(int queryId, const QueryInfo& query);
+    bool m_CloseAfterFailedConnect();
+    void m_StartWatchers();
+    bool m_PairStorages(const std::vector<usb_device_s*>& sticks, StorageList& list);
+    bool m_PairOnce(const std::vector<usb_device_s*>& sticks, StorageList& list, bool& complete);
+    bool m_PairDevice(usb_device_s* device, const std::string& path, StorageList& list,
+                      bool& found);
+    bool m_AddCameras(StorageList& list);
+    void m_ReportScanEnd(int error, const std::string& path);
+
+    // Constant after construction, or synchronising themselves.
+    std::atomic<CPlivEngineContentsMgr*> m_engine{nullptr};
+    std::atomic<bool> m_connected{false};
+    std::atomic<bool> m_running{true};
+    StopSignal m_stop;          // raised for good by the destructor
+    StopSignal m_endPairing;    // raised while notifications are being shut off
+    SemphoreCM m_jobSemaphore;  // posted once per queued job
+    CSafeQ<CCMTaskJob> m_jobs;
+    std::atomic<int> m_currentQueryId{0};
+    std::atomic<gint64> m_usbEventStart{0};  // packed seconds and microseconds; logging only
+
+    // Guarded by m_processMutex.
+    OwnGMutex m_processMutex;
+    int m_requestId = 0;
+
+    // Guarded by m_queryMutex, which is held for one copy.
+    OwnGMutex m_queryMutex;
+    std::vector<QueryInfo> m_queries;
+
+    // Guarded by m_storageMutex, except that Disconnect empties the list without it: that, and the
+    // one reader that may then be about, hold m_storageClearMutex for the length of a copy.
+    OwnGMutex m_storageMutex;
+    OwnGMutex m_storageClearMutex;
+    StorageList m_storages;
+
+    // Commands only.
+    std::unique_ptr<USBConnectionWatcher> m_usbWatcher;
+    std::unique_ptr<SyncCompletionWatcher> m_syncWatcher;
+};
+
+template <typename Fill>
+int CPlivTaskContentsMgr::m_QueueJob(int mediaType, Fill fill) {
+    int requestId = 0;
+    {
+        GMutexLock lock(m_processMutex);
+        requestId = m_MakeRequestId(mediaType);
+        CCMTaskJob job;
+        fill(job, requestId);
+        m_jobs.Push(job);
+    }
+    m_jobSemaphore.Post();
+    return requestId;
+}
+
+}  // namespace dorn
+
+#endif
