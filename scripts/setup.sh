@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that are missing, and nothing else. Usage: setup.sh [demo|test]
+# "demo" is what building and showing the service needs, "test" (the default) adds the tests'.
+set -euo pipefail
+
+packages=(
+    g++ cmake ninja-build ccache pkg-config
+    libglib2.0-dev libglib2.0-bin libjsoncpp-dev libboost-dev libsqlite3-dev libudev-dev
+    libexiv2-dev libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libseccomp-dev
+    ffmpeg exiv2
+)
+if [ "${1:-test}" = test ]; then
+    packages+=(libgtest-dev libgmock-dev libbenchmark-dev libumockdev-dev umockdev clang-format
+        clang python3 dbus dbus-daemon)
+fi
+
+missing=()
+for package in "${packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
+        missing+=("$package")
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+sudo=()
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || {
+        echo "setup: missing packages: ${missing[*]}" >&2
+        echo "setup: run this as root, or install sudo, or install them yourself" >&2
+        exit 1
+    }
+    sudo=(sudo)
+fi
+echo "setup: installing ${missing[*]}"
+"${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+"${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+    "${missing[@]}" >/dev/null

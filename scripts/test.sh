@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# Builds and runs everything that must hold: house rules, then the tests plain, under
+# AddressSanitizer and UBSan, and under ThreadSanitizer. Ends in a line 'N passed, N failed'.
+# Usage: test.sh [PRESET...]   (dev asan tsan by default)
+set -uo pipefail
+cd "$(dirname "$0")/.." || exit 2
+scripts/setup.sh test || exit 1
+
+passed=0
+failed=0
+count() { # count NAME COMMAND...: one check
+    local name=$1
+    shift
+    if "$@"; then
+        passed=$((passed + 1))
+    else
+        failed=$((failed + 1))
+        echo "test: FAILED: $name" >&2
+    fi
+}
+
+# ThreadSanitizer and a kernel that spreads memory far do not go together: no randomisation here.
+runner=()
+setarch "$(uname -m)" -R true 2>/dev/null && runner=(setarch "$(uname -m)" -R)
+
+export ASAN_OPTIONS=verify_asan_link_order=0:detect_stack_use_after_return=1
+export UBSAN_OPTIONS=print_stacktrace=1
+export TSAN_OPTIONS=ignore_noninstrumented_modules=1:halt_on_error=0
+export GIO_USE_VFS=local
+
+check_format() {
+    git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
+}
+
+run_preset() {
+    local preset=$1 log counts
+    log=$(mktemp)
+    echo "== $preset"
+    if ! { cmake --preset "$preset" >"$log" 2>&1 && cmake --build --preset "$preset" >>"$log" 2>&1; }; then
+        tail -60 "$log"
+        rm -f "$log"
+        failed=$((failed + 1))
+        return
+    fi
+    "${runner[@]}" ctest --preset "$preset" --timeout 300 --output-junit "$PWD/build/$preset/junit.xml" | tee "$log" |
+        grep -vE '^ *(Start|[0-9]+/[0-9]+ Test.* Passed)'
+    counts=$(grep -oE '[0-9]+ tests failed out of [0-9]+' "$log" | tail -1)
+    rm -f "$log"
+    if [ -z "$counts" ]; then
+        echo "test: $preset ran no test" >&2
+        failed=$((failed + 1))
+        return
+    fi
+    local bad all
+    bad=${counts%% *}
+    all=${counts##* }
+    passed=$((passed + all - bad))
+    failed=$((failed + bad))
+}
+
+count "formatting" check_format
+count "layers" scripts/check-layers.sh
+count "the check of the layers" scripts/check-layers-test.sh
+presets=("$@")
+[ ${#presets[@]} -gt 0 ] || presets=(dev asan tsan)
+for preset in "${presets[@]}"; do run_preset "$preset"; done
+
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ]
