@@ -1,18 +1,238 @@
 #include "MediaContent/Extract/Extractor.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <vector>
+
+#include "Log/Log.h"
+#include "MediaContent/Extract/CleanText.h"
+#include "MediaContent/Extract/HelperProcess.h"
+#include "MediaContent/Extract/Protocol.h"
+#include "MediaContent/Extract/SpawnThread.h"
+
+#define EXTRACT_LOG(priority, ...) PLATFORM_LOG("MEDIA_EXTRACT", priority, __VA_ARGS__)
+
 namespace platform {
+namespace {
 
-struct ExtractorPool::Impl {};
+using std::chrono::milliseconds;
+using Helper = std::unique_ptr<HelperProcess>;
 
-ExtractorPool::ExtractorPool(ExtractorOptions) {}
-ExtractorPool::~ExtractorPool() = default;
+constexpr int PROGRESS = 16;
+constexpr milliseconds CANCEL_LOOK(20);
+// A helper loads many libraries; from a cold and slow disk that takes a while.
+constexpr milliseconds START_DEADLINE(15'000);
 
-// The helpers are still to come: until then every file is listed without metadata.
-ExtractResult ExtractorPool::Extract(int, media_content_type_e, const char*,
-                                     const std::atomic<bool>&) {
-    return {ExtractStatus::UNAVAILABLE, {}};
+enum class Answer { GOOD, GONE, LATE, NONSENSE, CANCELLED, NOT_SENT };
+
+const char* Describe(Answer answer) {
+    switch (answer) {
+        case Answer::GONE:
+            return "ended while it read";
+        case Answer::LATE:
+            return "took too long for";
+        default:
+            return "gave a wrong answer for";
+    }
 }
 
-void ExtractorPool::EndIdleHelpers() {}
+// For log lines only.
+std::string NameOf(int fd) {
+    std::array<char, 4096> target;
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    const ssize_t length = readlink(link.c_str(), target.data(), target.size());
+    return length > 0 ? CleanText({target.data(), static_cast<size_t>(length)}) : "a file";
+}
+
+bool RegularFileSize(int fd, uint64_t& size) {
+    struct stat status = {};
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    size = static_cast<uint64_t>(status.st_size);
+    return true;
+}
+
+// Waits for one decoded answer.
+Answer Await(HelperProcess& helper, uint32_t number, Clock::time_point deadline,
+             const std::atomic<bool>& cancel, ExtractAnswer& answer) {
+    std::string bytes;
+    for (;;) {
+        const Clock::time_point now = Clock::now();
+        switch (helper.Receive(bytes, std::min(deadline, now + CANCEL_LOOK))) {
+            case HelperProcess::Wait::MESSAGE:
+                return DecodeAnswer(bytes, answer) && answer.number == number ? Answer::GOOD
+                                                                              : Answer::NONSENSE;
+            case HelperProcess::Wait::GONE:
+                return Answer::GONE;
+            case HelperProcess::Wait::NOTHING:
+                if (cancel) return Answer::CANCELLED;
+                if (Clock::now() >= deadline) return Answer::LATE;
+        }
+    }
+}
+
+}  // namespace
+
+struct ExtractorPool::Impl {
+    explicit Impl(ExtractorOptions given) : options(std::move(given)) {
+        options.workers = std::max(1, options.workers);
+    }
+
+    // A right to use one helper, given back at the end of the scope.
+    class Turn {
+    public:
+        Turn(Impl& pool, const std::atomic<bool>& cancel) : m_pool(pool) {
+            std::unique_lock<std::mutex> lock(pool.mutex);
+            while (pool.busy >= pool.options.workers && !cancel)
+                pool.turnFree.wait_for(lock, CANCEL_LOOK);
+            if (cancel) return;
+            ++pool.busy;
+            m_taken = true;
+        }
+        ~Turn() {
+            if (!m_taken) return;
+            {
+                const std::lock_guard<std::mutex> lock(m_pool.mutex);
+                --m_pool.busy;
+            }
+            m_pool.turnFree.notify_one();
+        }
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+        explicit operator bool() const { return m_taken; }
+
+    private:
+        Impl& m_pool;
+        bool m_taken = false;
+    };
+
+    Helper TakeIdle();
+    Helper StartNew(const std::atomic<bool>& cancel);
+    void NoteFailedStart(const char* why);
+    void GiveBack(Helper helper, bool retiring);
+    Answer Ask(HelperProcess& helper, ExtractRequest& request, int fd,
+               const std::atomic<bool>& cancel, ExtractAnswer& answer);
+    ExtractResult Read(int fd, ExtractRequest request, const std::atomic<bool>& cancel);
+
+    ExtractorOptions options;
+    SpawnThread spawner;
+    std::atomic<uint32_t> lastNumber{0};
+    std::mutex mutex;  // guards what follows
+    std::condition_variable turnFree;
+    int busy = 0;
+    std::vector<Helper> idle;
+    Clock::time_point noStartBefore = Clock::time_point::min();
+    bool failureLogged = false;
+};
+
+Helper ExtractorPool::Impl::TakeIdle() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (idle.empty()) return nullptr;
+    Helper helper = std::move(idle.back());
+    idle.pop_back();
+    return helper;
+}
+
+// Null when the program cannot be started, or could not a short while ago.
+Helper ExtractorPool::Impl::StartNew(const std::atomic<bool>& cancel) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (Clock::now() < noStartBefore) return nullptr;
+    }
+    int error = 0;
+    Helper helper = spawner.Run<Helper>(
+        [this, &error] { return HelperProcess::Start(options.helperPath, error); });
+    if (!helper) {
+        NoteFailedStart(std::strerror(error));
+        return nullptr;
+    }
+    // Its first message says that it is ready.
+    ExtractAnswer ready;
+    const Answer answer = Await(*helper, 0, Clock::now() + START_DEADLINE, cancel, ready);
+    if (answer == Answer::GOOD) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        failureLogged = false;
+        return helper;
+    }
+    if (answer != Answer::CANCELLED) NoteFailedStart("it ended, or did not get ready");
+    return nullptr;
+}
+
+void ExtractorPool::Impl::NoteFailedStart(const char* why) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    noStartBefore = Clock::now() + milliseconds(options.restartPauseMs);
+    if (std::exchange(failureLogged, true)) return;
+    EXTRACT_LOG(LOG_ERROR,
+                "cannot start the metadata helper %s: %s; files are listed without "
+                "metadata until it can be",
+                options.helperPath.c_str(), why);
+}
+
+void ExtractorPool::Impl::GiveBack(Helper helper, bool retiring) {
+    if (retiring || helper->FilesRead() >= options.filesPerHelper) return;
+    const std::lock_guard<std::mutex> lock(mutex);
+    idle.push_back(std::move(helper));
+}
+
+Answer ExtractorPool::Impl::Ask(HelperProcess& helper, ExtractRequest& request, int fd,
+                                const std::atomic<bool>& cancel, ExtractAnswer& answer) {
+    do {
+        request.number = ++lastNumber;
+    } while (request.number == 0);
+    if (!helper.Send(EncodeRequest(request), fd)) return Answer::NOT_SENT;
+    helper.CountFile();
+    const Clock::time_point deadline = Clock::now() + milliseconds(options.deadlineMs);
+    return Await(helper, request.number, deadline, cancel, answer);
+}
+
+ExtractResult ExtractorPool::Impl::Read(int fd, ExtractRequest request,
+                                        const std::atomic<bool>& cancel) {
+    // A helper that ended while it had nothing to do is no fault of this file: then the next.
+    for (;;) {
+        Helper helper = TakeIdle();
+        const bool isNew = !helper;
+        if (isNew) helper = StartNew(cancel);
+        if (!helper) return {cancel ? ExtractStatus::CANCELLED : ExtractStatus::UNAVAILABLE, {}};
+        ExtractAnswer answer;
+        const Answer outcome = Ask(*helper, request, fd, cancel, answer);
+        if (outcome == Answer::NOT_SENT && !isNew) continue;
+        if (outcome == Answer::CANCELLED) return {ExtractStatus::CANCELLED, {}};
+        if (outcome != Answer::GOOD) {
+            EXTRACT_LOG(PROGRESS, "the metadata helper %s %s", Describe(outcome),
+                        NameOf(fd).c_str());
+            return {ExtractStatus::FAILED, {}};
+        }
+        GiveBack(std::move(helper), answer.retiring);
+        return {answer.read ? ExtractStatus::OK : ExtractStatus::FAILED,
+                std::move(answer.metadata)};
+    }
+}
+
+ExtractorPool::ExtractorPool(ExtractorOptions options)
+    : m_impl(std::make_unique<Impl>(std::move(options))) {}
+
+ExtractorPool::~ExtractorPool() = default;
+
+ExtractResult ExtractorPool::Extract(int fd, media_content_type_e kind, const char* mime,
+                                     const std::atomic<bool>& cancel) {
+    ExtractRequest request;
+    request.kind = kind;
+    request.mime = mime;
+    request.deadlineMs = static_cast<uint32_t>(std::max(0, m_impl->options.deadlineMs));
+    if (!RegularFileSize(fd, request.fileSize)) return {ExtractStatus::FAILED, {}};
+    const Impl::Turn turn(*m_impl, cancel);
+    if (!turn) return {ExtractStatus::CANCELLED, {}};
+    return m_impl->Read(fd, std::move(request), cancel);
+}
+
+void ExtractorPool::EndIdleHelpers() {
+    std::vector<Helper> ending;
+    const std::lock_guard<std::mutex> lock(m_impl->mutex);
+    ending.swap(m_impl->idle);
+}
 
 }  // namespace platform

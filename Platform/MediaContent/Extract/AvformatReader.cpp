@@ -1,0 +1,190 @@
+// Videos, and the few kinds of sound that TagLib does not know, through libavformat.
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/avstring.h>
+#include <libavutil/mem.h>
+}
+
+#include <memory>
+
+#include "MediaContent/Extract/CleanText.h"
+#include "MediaContent/Extract/Iso6709.h"
+#include "MediaContent/Extract/ReadMetadata.h"
+#include "MediaContent/Extract/ReaderSetup.h"
+
+namespace platform {
+namespace {
+
+constexpr int IO_BUFFER = 32 * 1024;
+// Enough for the streams' parameters when a container's header does not have them.
+constexpr const char* PROBE_BYTES = "1000000";
+constexpr const char* PROBE_MICROSECONDS = "1000000";
+// What may be opened: no playlists, no image sequences, nothing that refers to other files.
+constexpr const char* FORMATS =
+    "mov,mp4,matroska,webm,avi,mpegts,mpeg,mpegvideo,asf,ogg,flv,aac,amr,mp3,wav,aiff,flac,m4v,"
+    "h264";
+
+struct FreeIo {
+    void operator()(AVIOContext* io) const {
+        av_freep(&io->buffer);
+        avio_context_free(&io);
+    }
+};
+struct CloseInput {
+    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+};
+struct FreeOptions {
+    void operator()(AVDictionary* options) const { av_dict_free(&options); }
+};
+using Io = std::unique_ptr<AVIOContext, FreeIo>;
+using Input = std::unique_ptr<AVFormatContext, CloseInput>;
+
+struct Stream {
+    FileSource& source;
+    SourceCursor cursor;
+};
+
+int ReadPacket(void* opaque, uint8_t* buffer, int length) {
+    const size_t got =
+        static_cast<Stream*>(opaque)->cursor.Read(buffer, static_cast<size_t>(length));
+    return got > 0 ? static_cast<int>(got) : AVERROR_EOF;
+}
+
+int64_t SeekTo(void* opaque, int64_t offset, int whence) {
+    auto* stream = static_cast<Stream*>(opaque);
+    if (whence & AVSEEK_SIZE) return static_cast<int64_t>(stream->source.Size());
+    whence &= ~AVSEEK_FORCE;
+    const SourceCursor::From from = whence == SEEK_SET   ? SourceCursor::From::START
+                                    : whence == SEEK_CUR ? SourceCursor::From::HERE
+                                                         : SourceCursor::From::END;
+    if (!stream->cursor.Seek(offset, from)) return AVERROR(EINVAL);
+    return static_cast<int64_t>(stream->cursor.Tell());
+}
+
+Io MakeIo(Stream& stream) {
+    auto* buffer = static_cast<unsigned char*>(av_malloc(IO_BUFFER));
+    if (!buffer) return nullptr;
+    Io io(avio_alloc_context(buffer, IO_BUFFER, 0, &stream, ReadPacket, nullptr, SeekTo));
+    if (!io) av_free(buffer);
+    return io;
+}
+
+// A file that names other files gets none of them.
+int RefuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) {
+    return AVERROR(EACCES);
+}
+
+Input Open(AVIOContext* io) {
+    AVFormatContext* context = avformat_alloc_context();
+    if (!context) return nullptr;
+    context->pb = io;
+    context->flags |= AVFMT_FLAG_CUSTOM_IO;
+    context->io_open = RefuseToOpen;
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "format_whitelist", FORMATS, 0);
+    av_dict_set(&options, "probesize", PROBE_BYTES, 0);
+    av_dict_set(&options, "analyzeduration", PROBE_MICROSECONDS, 0);
+    // Frees the context itself when it fails.
+    const int result = avformat_open_input(&context, nullptr, nullptr, &options);
+    const std::unique_ptr<AVDictionary, FreeOptions> left(options);
+    return Input(result < 0 ? nullptr : context);
+}
+
+bool IsMovingPicture(const AVStream& stream) {
+    return stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+           !(stream.disposition & AV_DISPOSITION_ATTACHED_PIC);
+}
+
+bool HeaderSaysAll(const AVFormatContext& context) {
+    if (context.nb_streams == 0 || context.duration == AV_NOPTS_VALUE || context.duration <= 0)
+        return false;
+    for (unsigned i = 0; i < context.nb_streams; ++i) {
+        const AVStream& stream = *context.streams[i];
+        if (IsMovingPicture(stream) && stream.codecpar->width <= 0) return false;
+    }
+    return true;
+}
+
+// The first picture stream that has a size.
+void ReadSize(const AVFormatContext& context, Metadata& metadata) {
+    for (unsigned i = 0; i < context.nb_streams; ++i) {
+        const AVStream& stream = *context.streams[i];
+        const AVCodecParameters& codec = *stream.codecpar;
+        if (!IsMovingPicture(stream) || codec.width <= 0 || codec.height <= 0) continue;
+        metadata.width = codec.width;
+        metadata.height = codec.height;
+        return;
+    }
+}
+
+void ReadLength(const AVFormatContext& context, uint64_t fileSize, Metadata& metadata) {
+    const int64_t milliseconds =
+        context.duration == AV_NOPTS_VALUE ? 0 : context.duration / (AV_TIME_BASE / 1000);
+    if (milliseconds <= 0 || milliseconds > INT32_MAX) return;
+    metadata.durationMs = static_cast<int32_t>(milliseconds);
+    const double rate = static_cast<double>(fileSize) * 8000.0 / static_cast<double>(milliseconds);
+    if (rate < INT32_MAX) metadata.bitRate = static_cast<int32_t>(rate);
+}
+
+// The container's own tag, else the first of a stream's (Ogg keeps them there).
+std::string Tag(const AVFormatContext& context, const char* key) {
+    const AVDictionaryEntry* entry = av_dict_get(context.metadata, key, nullptr, 0);
+    for (unsigned i = 0; !entry && i < context.nb_streams; ++i)
+        entry = av_dict_get(context.streams[i]->metadata, key, nullptr, 0);
+    return entry ? CleanText(entry->value) : std::string();
+}
+
+std::string ContainerTag(const AVFormatContext& context, const char* key) {
+    const AVDictionaryEntry* entry = av_dict_get(context.metadata, key, nullptr, 0);
+    return entry ? CleanText(entry->value) : std::string();
+}
+
+void ReadTexts(const AVFormatContext& context, Metadata& metadata) {
+    // A stream's own title ("Commentary", "Stereo") is not the film's.
+    metadata.title = context.iformat && av_match_name("ogg", context.iformat->name)
+                         ? Tag(context, "title")
+                         : ContainerTag(context, "title");
+    metadata.album = Tag(context, "album");
+    metadata.artist = Tag(context, "artist");
+    metadata.genre = Tag(context, "genre");
+    metadata.composer = Tag(context, "composer");
+    metadata.copyright = Tag(context, "copyright");
+    metadata.trackNumber = Tag(context, "track");
+    metadata.description = Tag(context, "description");
+    if (metadata.description.empty()) metadata.description = ContainerTag(context, "comment");
+}
+
+void ReadPosition(const AVFormatContext& context, Metadata& metadata) {
+    for (const char* key : {"location", "com.apple.quicktime.location.ISO6709"}) {
+        double latitude = 0.0;
+        double longitude = 0.0;
+        if (!ParseIso6709(Tag(context, key), latitude, longitude)) continue;
+        metadata.hasPosition = true;
+        metadata.latitude = latitude;
+        metadata.longitude = longitude;
+        return;
+    }
+}
+
+}  // namespace
+
+void InitAvformat() {
+    av_log_set_level(AV_LOG_QUIET);
+}
+
+bool ReadContainer(FileSource& source, const char*, Metadata& metadata) {
+    Stream stream{source, SourceCursor(source)};
+    const Io io = MakeIo(stream);
+    if (!io) return false;
+    const Input input = Open(io.get());
+    if (!input) return false;
+    if (!HeaderSaysAll(*input)) avformat_find_stream_info(input.get(), nullptr);
+    if (input->nb_streams == 0) return false;
+    ReadSize(*input, metadata);
+    ReadLength(*input, source.Size(), metadata);
+    ReadTexts(*input, metadata);
+    ReadPosition(*input, metadata);
+    return true;
+}
+
+}  // namespace platform

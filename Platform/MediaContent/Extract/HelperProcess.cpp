@@ -1,0 +1,178 @@
+#include "MediaContent/Extract/HelperProcess.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+#include <vector>
+
+#include "MediaContent/Extract/Protocol.h"
+
+namespace platform {
+namespace {
+
+constexpr int KILL_WAIT_MS = 1000;
+
+// Children that were killed and have not ended yet.
+class Lingering {
+public:
+    void Add(pid_t pid) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_pids.push_back(pid);
+    }
+    void Reap() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto ended = [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; };
+        m_pids.erase(std::remove_if(m_pids.begin(), m_pids.end(), ended), m_pids.end());
+    }
+    static Lingering& Instance() {
+        static Lingering instance;
+        return instance;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<pid_t> m_pids;
+};
+
+class SpawnActions {
+public:
+    SpawnActions() { posix_spawn_file_actions_init(&m_actions); }
+    ~SpawnActions() { posix_spawn_file_actions_destroy(&m_actions); }
+    SpawnActions(const SpawnActions&) = delete;
+    SpawnActions& operator=(const SpawnActions&) = delete;
+
+    int Fill(int socket) {
+        int error = posix_spawn_file_actions_adddup2(&m_actions, socket, HELPER_SOCKET_FD);
+        const auto step = [&error](int result) { error = error ? error : result; };
+        step(posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
+        step(posix_spawn_file_actions_addopen(&m_actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0));
+        step(posix_spawn_file_actions_addclosefrom_np(&m_actions, HELPER_SOCKET_FD + 1));
+        // A helper never keeps a storage busy by standing in one of its folders.
+        step(posix_spawn_file_actions_addchdir_np(&m_actions, "/"));
+        return error;
+    }
+    const posix_spawn_file_actions_t* Get() const { return &m_actions; }
+
+private:
+    posix_spawn_file_actions_t m_actions;
+};
+
+class SpawnAttributes {
+public:
+    SpawnAttributes() { posix_spawnattr_init(&m_attributes); }
+    ~SpawnAttributes() { posix_spawnattr_destroy(&m_attributes); }
+    SpawnAttributes(const SpawnAttributes&) = delete;
+    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+
+    int Fill() {
+        sigset_t none;
+        sigset_t all;
+        sigemptyset(&none);
+        sigfillset(&all);
+        int error = posix_spawnattr_setsigmask(&m_attributes, &none);
+        if (!error) error = posix_spawnattr_setsigdefault(&m_attributes, &all);
+        // Its own group, so that a terminal's Ctrl-C is the service's business alone.
+        if (!error) error = posix_spawnattr_setpgroup(&m_attributes, 0);
+        if (error) return error;
+        return posix_spawnattr_setflags(
+            &m_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    }
+    const posix_spawnattr_t* Get() const { return &m_attributes; }
+
+private:
+    posix_spawnattr_t m_attributes;
+};
+
+int Spawn(const std::string& program, int socket, pid_t& pid) {
+    SpawnActions actions;
+    SpawnAttributes attributes;
+    int error = actions.Fill(socket);
+    if (!error) error = attributes.Fill();
+    if (error) return error;
+    std::string name = program;
+    std::array<char*, 2> arguments = {name.data(), nullptr};
+    std::array<char*, 1> environment = {nullptr};
+    return posix_spawn(&pid, program.c_str(), actions.Get(), attributes.Get(), arguments.data(),
+                       environment.data());
+}
+
+int MillisecondsUntil(Clock::time_point until) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, 60'000));
+}
+
+}  // namespace
+
+std::unique_ptr<HelperProcess> HelperProcess::Start(const std::string& program, int& error) {
+    Lingering::Instance().Reap();
+    std::array<int, 2> ends;
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+        error = errno;
+        return nullptr;
+    }
+    UniqueFd ours(ends[0]);
+    const UniqueFd theirs(ends[1]);
+    pid_t pid = -1;
+    error = Spawn(program, theirs.Get(), pid);
+    if (error) return nullptr;
+    return std::unique_ptr<HelperProcess>(new HelperProcess(pid, std::move(ours)));
+}
+
+HelperProcess::HelperProcess(pid_t pid, UniqueFd socket)
+    : m_pid(pid),
+      m_pidFd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))),
+      m_socket(std::move(socket)) {}
+
+HelperProcess::~HelperProcess() {
+    kill(m_pid, SIGKILL);
+    pollfd end = {m_pidFd.Get(), POLLIN, 0};
+    if (m_pidFd) poll(&end, 1, KILL_WAIT_MS);
+    if (waitpid(m_pid, nullptr, m_pidFd ? WNOHANG : 0) == 0) Lingering::Instance().Add(m_pid);
+    Lingering::Instance().Reap();
+}
+
+bool HelperProcess::Send(const std::string& bytes, int fd) {
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control = {};
+    iovec part = {const_cast<char*>(bytes.data()), bytes.size()};
+    msghdr message = {};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    cmsghdr* header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof(int));
+    std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
+    ssize_t sent = 0;
+    // One request is on its way at a time: the socket has room for it.
+    do {
+        sent = sendmsg(m_socket.Get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    } while (sent < 0 && errno == EINTR);
+    return sent == static_cast<ssize_t>(bytes.size());
+}
+
+HelperProcess::Wait HelperProcess::Receive(std::string& bytes, Clock::time_point until) {
+    pollfd socket = {m_socket.Get(), POLLIN, 0};
+    const int ready = poll(&socket, 1, MillisecondsUntil(until));
+    if (ready == 0 || (ready < 0 && errno == EINTR)) return Wait::NOTHING;
+    // Without room for descriptors: any that a helper sends are closed by the kernel.
+    bytes.resize(MAX_ANSWER + 1);
+    const ssize_t got = recv(m_socket.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+    if (got < 0 && (errno == EAGAIN || errno == EINTR)) return Wait::NOTHING;
+    if (got <= 0 || static_cast<size_t>(got) > MAX_ANSWER) return Wait::GONE;
+    bytes.resize(static_cast<size_t>(got));
+    return Wait::MESSAGE;
+}
+
+}  // namespace platform

@@ -1,0 +1,13 @@
+// The set-up of each metadata library: what InitMetadataReaders calls.
+#ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_READER_SETUP_H
+#define PLATFORM_MEDIA_CONTENT_EXTRACT_READER_SETUP_H
+
+namespace platform {
+
+void InitExiv();
+void InitTagLib();
+void InitAvformat();
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,106 @@
+#include "MediaContent/Extract/Sandbox.h"
+
+#include <seccomp.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+
+#include "MediaContent/Extract/Protocol.h"
+
+namespace platform {
+namespace {
+
+#ifdef CM_SANITIZED
+constexpr bool SANITIZED = true;
+#else
+constexpr bool SANITIZED = false;
+#endif
+
+bool Limit(__rlimit_resource resource, uint64_t value) {
+    const rlimit limit = {value, value};
+    return setrlimit(resource, &limit) == 0;
+}
+
+bool SetLimits() {
+    return (SANITIZED || Limit(RLIMIT_AS, HELPER_ADDRESS_SPACE)) &&
+           Limit(RLIMIT_CPU, HELPER_CPU_SECONDS) && Limit(RLIMIT_CORE, 0) &&
+           Limit(RLIMIT_FSIZE, 0) && Limit(RLIMIT_NOFILE, 16) && Limit(RLIMIT_NPROC, 0);
+}
+
+using Filter = std::unique_ptr<void, decltype(&seccomp_release)>;
+
+// A call that this architecture does not have needs no rule.
+bool Rule(const Filter& filter, uint32_t action, int call) {
+    const int result = seccomp_rule_add(filter.get(), action, call, 0);
+    return result == 0 || result == -EDOM;
+}
+
+bool Rule(const Filter& filter, uint32_t action, int call, scmp_arg_cmp argument) {
+    return seccomp_rule_add(filter.get(), action, call, 1, argument) == 0;
+}
+
+bool AllowMemory(const Filter& filter) {
+    for (const int call : {SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(madvise), SCMP_SYS(brk)}) {
+        if (!Rule(filter, SCMP_ACT_ALLOW, call)) return false;
+    }
+    // Never memory that can be run.
+    const scmp_arg_cmp noExec = SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0);
+    return Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(mmap), noExec) &&
+           Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(mprotect), noExec);
+}
+
+bool AllowProcess(const Filter& filter) {
+    for (const int call :
+         {SCMP_SYS(exit), SCMP_SYS(exit_group), SCMP_SYS(rt_sigreturn), SCMP_SYS(rt_sigprocmask),
+          SCMP_SYS(restart_syscall), SCMP_SYS(futex), SCMP_SYS(getpid), SCMP_SYS(gettid),
+          SCMP_SYS(setitimer), SCMP_SYS(getrusage), SCMP_SYS(clock_gettime), SCMP_SYS(gettimeofday),
+          SCMP_SYS(time), SCMP_SYS(getrandom), SCMP_SYS(sched_yield),
+          SCMP_SYS(sched_getaffinity)}) {
+        if (!Rule(filter, SCMP_ACT_ALLOW, call)) return false;
+    }
+    // abort() signals the process itself.
+    return Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(tgkill),
+                SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(getpid())));
+}
+
+bool AllowReading(const Filter& filter) {
+    const scmp_arg_cmp socketOnly = SCMP_A0(SCMP_CMP_EQ, HELPER_SOCKET_FD);
+    const scmp_arg_cmp errorsOnly = SCMP_A0(SCMP_CMP_EQ, STDERR_FILENO);
+    return Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(pread64)) &&
+           Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(close)) &&
+           Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(recvmsg), socketOnly) &&
+           Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(sendto), socketOnly) &&
+           Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(write), errorsOnly);
+}
+
+// Nothing here has a use in a reader of files: who tries has taken it over.
+bool KillOnAttack(const Filter& filter) {
+    for (const int call :
+         {SCMP_SYS(execve), SCMP_SYS(execveat), SCMP_SYS(ptrace), SCMP_SYS(process_vm_readv),
+          SCMP_SYS(process_vm_writev), SCMP_SYS(socket), SCMP_SYS(connect), SCMP_SYS(bpf),
+          SCMP_SYS(mount), SCMP_SYS(init_module), SCMP_SYS(finit_module), SCMP_SYS(kexec_load)}) {
+        if (!Rule(filter, SCMP_ACT_KILL_PROCESS, call)) return false;
+    }
+    return true;
+}
+
+// What no rule names fails as not permitted: a C library that asks for something new gets no, and
+// the file is still read.
+bool LoadFilter() {
+    const Filter filter(seccomp_init(SCMP_ACT_ERRNO(EPERM)), &seccomp_release);
+    return filter && AllowMemory(filter) && AllowProcess(filter) && AllowReading(filter) &&
+           KillOnAttack(filter) && seccomp_load(filter.get()) == 0;
+}
+
+}  // namespace
+
+bool EnterSandbox() {
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || !SetLimits()) return false;
+    return SANITIZED || LoadFilter();
+}
+
+}  // namespace platform

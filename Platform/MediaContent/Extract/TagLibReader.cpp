@@ -1,0 +1,118 @@
+// Music and sounds, through TagLib.
+#include <taglib/fileref.h>
+#include <taglib/tdebuglistener.h>
+#include <taglib/tiostream.h>
+#include <taglib/tpropertymap.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "MediaContent/Extract/CleanText.h"
+#include "MediaContent/Extract/ReadMetadata.h"
+#include "MediaContent/Extract/ReaderSetup.h"
+
+namespace platform {
+namespace {
+
+class Silence : public TagLib::DebugListener {
+public:
+    void printMessage(const TagLib::String&) override {}
+};
+
+// TagLib goes by a name's extension first and by the content when that fails, so it is given a
+// name of the kind that the real one has.
+const char* StandInName(const char* mime) {
+    static const struct {
+        const char* mime;
+        const char* name;
+    } names[] = {
+        {"audio/mpeg", "x.mp3"},  {"audio/flac", "x.flac"},   {"audio/ogg", "x.oga"},
+        {"audio/opus", "x.opus"}, {"audio/mp4", "x.m4a"},     {"audio/3gpp", "x.m4a"},
+        {"audio/x-wav", "x.wav"}, {"audio/x-aiff", "x.aiff"}, {"audio/x-ms-wma", "x.wma"},
+    };
+    for (const auto& known : names) {
+        if (std::strcmp(mime, known.mime) == 0) return known.name;
+    }
+    return nullptr;
+}
+
+// A source as TagLib reads files: read-only.
+class TagLibStream : public TagLib::IOStream {
+public:
+    TagLibStream(FileSource& source, const char* name)
+        : m_source(source), m_cursor(source), m_name(name) {}
+
+    TagLib::FileName name() const override { return m_name; }
+    TagLib::ByteVector readBlock(unsigned long length) override {
+        const uint64_t left = m_source.Size() - std::min(m_source.Size(), m_cursor.Tell());
+        TagLib::ByteVector block(static_cast<unsigned>(std::min<uint64_t>(length, left)), '\0');
+        const size_t got = m_cursor.Read(block.data(), block.size());
+        block.resize(static_cast<unsigned>(got));
+        return block;
+    }
+    void writeBlock(const TagLib::ByteVector&) override {}
+    void insert(const TagLib::ByteVector&, unsigned long, unsigned long) override {}
+    void removeBlock(unsigned long, unsigned long) override {}
+    bool readOnly() const override { return true; }
+    bool isOpen() const override { return true; }
+    void seek(long offset, Position from) override {
+        const SourceCursor::From base = from == Beginning ? SourceCursor::From::START
+                                        : from == Current ? SourceCursor::From::HERE
+                                                          : SourceCursor::From::END;
+        m_cursor.Seek(offset, base);
+    }
+    long tell() const override { return static_cast<long>(m_cursor.Tell()); }
+    long length() override { return static_cast<long>(m_source.Size()); }
+    void truncate(long) override {}
+
+private:
+    FileSource& m_source;
+    SourceCursor m_cursor;
+    const char* const m_name;
+};
+
+std::string Text(const TagLib::PropertyMap& properties, const char* key) {
+    const auto found = properties.find(key);
+    return found == properties.end() ? std::string()
+                                     : CleanText(found->second.toString(", ").to8Bit(true));
+}
+
+void ReadTexts(const TagLib::PropertyMap& properties, Metadata& metadata) {
+    metadata.title = Text(properties, "TITLE");
+    metadata.album = Text(properties, "ALBUM");
+    metadata.artist = Text(properties, "ARTIST");
+    metadata.genre = Text(properties, "GENRE");
+    metadata.composer = Text(properties, "COMPOSER");
+    metadata.copyright = Text(properties, "COPYRIGHT");
+    metadata.trackNumber = Text(properties, "TRACKNUMBER");
+    metadata.description = Text(properties, "COMMENT");
+    if (metadata.description.empty()) metadata.description = Text(properties, "DESCRIPTION");
+}
+
+int32_t Thousandfold(int value) {
+    return value > 0 && value <= INT32_MAX / 1000 ? value * 1000 : 0;
+}
+
+}  // namespace
+
+void InitTagLib() {
+    static Silence silence;
+    TagLib::setDebugListener(&silence);
+}
+
+bool ReadAudio(FileSource& source, const char* mime, Metadata& metadata) {
+    const char* name = StandInName(mime);
+    if (!name) return false;
+    TagLibStream stream(source, name);
+    const TagLib::FileRef file(&stream);
+    if (file.isNull() || !file.file()->isValid()) return false;
+    const TagLib::AudioProperties* sound = file.audioProperties();
+    // TagLib takes nearly anything for an MP3: without a frame it is none.
+    if (!sound || sound->sampleRate() <= 0) return false;
+    metadata.bitRate = Thousandfold(sound->bitrate());
+    metadata.durationMs = std::max(0, sound->lengthInMilliseconds());
+    ReadTexts(file.file()->properties(), metadata);
+    return true;
+}
+
+}  // namespace platform
