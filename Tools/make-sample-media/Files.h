@@ -1,0 +1,25 @@
+// Folders and files of a sample library. Names are bytes. Every operation throws std::runtime_error
+// with the path and the reason when it fails.
+#ifndef TOOLS_MAKE_SAMPLE_MEDIA_FILES_H
+#define TOOLS_MAKE_SAMPLE_MEDIA_FILES_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace samples {
+
+void MakeFolders(const std::string& path);  // with those above it
+void WriteFile(const std::string& path, std::string_view bytes);
+std::string ReadFile(const std::string& path);
+void RemoveTree(const std::string& path);  // also when there is none
+
+// Every file gets a time of its own, the same in every run: `index` minutes after a fixed moment.
+void SetTime(const std::string& path, uint64_t index);
+
+// The same bytes for the same seed, everywhere.
+std::string RandomBytes(uint32_t seed, size_t length);
+
+}  // namespace samples
+
+#endif

@@ -1,0 +1,29 @@
+// The tags of a picture, as a camera or a picture program writes them.
+#ifndef TOOLS_MAKE_SAMPLE_MEDIA_PICTURE_TAGS_H
+#define TOOLS_MAKE_SAMPLE_MEDIA_PICTURE_TAGS_H
+
+#include <string>
+
+namespace samples {
+
+// Empty and zero: not written.
+struct PictureTags {
+    std::string title;        // XMP
+    std::string description;  // EXIF, bytes as they are
+    std::string copyright;    // EXIF
+    std::string comment;      // EXIF user comment, in UCS-2
+    std::string xpTitle;      // EXIF, as one of the desktops writes it (UCS-2); ASCII here
+    std::string iptcTitle;
+    std::string iptcCaption;
+    int orientation = 0;
+    bool hasPosition = false;
+    double latitude = 0.0;
+    double longitude = 0.0;
+};
+
+// Writes them into a JPEG, PNG, TIFF or WebP file. Throws Exiv2::Error (a std::exception).
+void TagPicture(const std::string& path, const PictureTags& tags);
+
+}  // namespace samples
+
+#endif
