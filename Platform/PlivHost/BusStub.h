@@ -1,0 +1,20 @@
+// Just enough of a message bus on a private connection for the usual command line tools.
+#ifndef PLATFORM_PLIV_HOST_BUS_STUB_H
+#define PLATFORM_PLIV_HOST_BUS_STUB_H
+
+#include <string>
+
+#include "PlivHost/GlibPtr.h"
+
+namespace platform {
+
+// The service's own unique name on private connections.
+constexpr char kPrivateServiceName[] = ":1.0";
+
+// Exports org.freedesktop.DBus on `connection` for a client whose unique name is `clientName`.
+// Host thread; false when it fails.
+bool ExportBusStub(GDBusConnection* connection, const std::string& clientName);
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,38 @@
+// Clients on a message bus, where the service has a name.
+#ifndef PLATFORM_PLIV_HOST_BUS_TRANSPORT_H
+#define PLATFORM_PLIV_HOST_BUS_TRANSPORT_H
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "PlivHost/Transport.h"
+
+namespace platform {
+
+class BusTransport : public Transport {
+public:
+    BusTransport(const TransportParts& parts, GBusType bus);
+    ~BusTransport() override;
+
+    const char* Failure() const override;
+
+private:
+    class Client;
+
+    static void s_Closed(GDBusConnection* connection, gboolean vanished, GError* error,
+                         gpointer self);
+    std::shared_ptr<Peer> PeerOf(const char* sender);
+    void RequestName();
+    void Drop(const std::string& name);
+
+    TransportParts m_parts;
+    ObjectPtr<GDBusConnection> m_connection;
+    std::shared_ptr<Outbox> m_outbox;  // one for all: the bus always reads, and bounds its clients
+    std::map<std::string, std::unique_ptr<Client>> m_clients;
+    bool m_lost = false;
+};
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,173 @@
+#include "PlivHost/Handle.h"
+
+#include <cxxabi.h>
+#include <pthread.h>
+#include <stdlib.h>
+
+#include <exception>
+#include <typeinfo>
+#include <utility>
+
+#include "Log/Log.h"
+#include "PlivHost/EventRouter.h"
+#include "PlivHost/Names.h"
+#include "PlivHost/Utf8.h"
+
+namespace platform {
+namespace {
+
+constexpr size_t kMaxQueuedCommands = 1024;
+constexpr size_t kMaxQueuedBytes = size_t{64} << 20;
+
+// Inside a handler: the name of the type that was thrown.
+std::string ThrownType() {
+    const std::type_info* type = abi::__cxa_current_exception_type();
+    if (!type) return "unknown";
+    int status = 0;
+    const std::unique_ptr<char, ReleaseWith<free>> name(
+        abi::__cxa_demangle(type->name(), nullptr, nullptr, &status));
+    return status == 0 ? name.get() : type->name();
+}
+
+// Runs `body`; what it throws becomes the returned text, else the text is empty.
+template <typename Body>
+std::string Guarded(Body body) {
+    try {
+        body();
+        return {};
+    } catch (const std::exception& thrown) {
+        return ThrownType() + ": " + thrown.what();
+    } catch (const std::string& thrown) {
+        return "std::string: " + thrown;
+    } catch (const char* thrown) {
+        return std::string("text: ") + (thrown ? thrown : "(null)");
+    } catch (...) {
+        return ThrownType();
+    }
+}
+
+}  // namespace
+
+size_t Command::Size() const {
+    size_t size = name.size();
+    for (const auto& argument : arguments) size += argument.size();
+    return size;
+}
+
+Handle::Handle(dorn::CPlivAppBase& app, int number, std::string client, MethodCall open,
+               Hooks hooks)
+    : m_app(app),
+      m_number(number),
+      m_hooks(std::move(hooks)),
+      m_thread([this, call = std::move(open), name = std::move(client)]() mutable {
+          Main(std::move(call), std::move(name));
+      }) {}
+
+Handle::~Handle() {
+    CloseNow();
+    Join();
+}
+
+void Handle::Join() {
+    if (m_thread.joinable()) m_thread.join();
+}
+
+void Handle::Post(Command command) {
+    const size_t size = command.Size();
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (m_commands.size() >= kMaxQueuedCommands ||
+        (!m_commands.empty() && m_queuedBytes + size > kMaxQueuedBytes)) {
+        lock.unlock();
+        command.call.Fail(kErrorLimitReached,
+                          "too many commands of this handle wait; read their answers first");
+        return;
+    }
+    m_queuedBytes += size;
+    m_commands.push_back(std::move(command));
+    m_changed.notify_one();
+}
+
+void Handle::CloseInOrder(MethodCall close) {
+    m_closing = true;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_close.emplace(std::move(close));
+    m_stop = true;
+    m_changed.notify_one();
+}
+
+void Handle::CloseNow() {
+    m_closing = true;
+    std::deque<Command> dropped;  // answered by their destruction, without the lock
+    std::lock_guard<std::mutex> lock(m_mutex);
+    dropped.swap(m_commands);
+    m_queuedBytes = 0;
+    m_stop = true;
+    m_changed.notify_one();
+}
+
+void Handle::Main(MethodCall open, std::string client) {
+    pthread_setname_np(pthread_self(), ("pliv-" + std::to_string(m_number)).c_str());
+    const std::string failure = OpenEngine(client);
+    if (failure.empty()) {
+        open.Return(g_variant_new("(i)", m_number));
+        while (auto command = Next()) Run(std::move(*command));
+        CloseEngine();
+    }
+    RemoveEventRoute(m_number);
+    m_hooks.released();
+    if (!failure.empty()) open.Fail(kErrorOpenFailed, failure);
+    AnswerClose();
+    m_hooks.ended();
+}
+
+std::string Handle::OpenEngine(const std::string& client) {
+    bool opened = false;
+    std::string failure = Guarded([&] { opened = m_app.Open(m_number, client, "", ""); });
+    if (opened) return {};
+    if (failure.empty()) failure = "the plugin made no engine";
+    PLATFORM_LOG(kLogTag, LOG_ERROR, "opening for \"%s\" failed: %s", client.c_str(),
+                 failure.c_str());
+    return failure;
+}
+
+void Handle::AnswerClose() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_close) m_close->Return(nullptr);
+}
+
+std::optional<Command> Handle::Next() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_changed.wait(lock, [this] { return m_stop || !m_commands.empty(); });
+    if (m_commands.empty()) return std::nullopt;
+    Command command = std::move(m_commands.front());
+    m_commands.pop_front();
+    m_queuedBytes -= command.Size();
+    return command;
+}
+
+void Handle::Run(Command command) {
+    bool handled = false;
+    std::string value;
+    const auto& arguments = command.arguments;
+    const std::string thrown = Guarded([&] {
+        handled = command.isParamList
+                      ? m_app.ExecuteWithParamList(value, m_number, command.name, arguments)
+                      : m_app.Execute(value, m_number, command.name, arguments[0], arguments[1],
+                                      arguments[2], arguments[3]);
+    });
+    if (thrown.empty()) {
+        command.call.Return(g_variant_new("(bs)", handled, ToUtf8(std::move(value)).c_str()));
+        return;
+    }
+    PLATFORM_LOG(kLogTag, LOG_ERROR, "command \"%s\" of handle %d threw %s", command.name.c_str(),
+                 m_number, thrown.c_str());
+    command.call.Fail(kErrorCommandFailed, "\"" + command.name + "\" threw " + thrown);
+}
+
+void Handle::CloseEngine() {
+    const std::string thrown = Guarded([&] { m_app.Close(m_number); });
+    if (!thrown.empty())
+        PLATFORM_LOG(kLogTag, LOG_ERROR, "closing handle %d threw %s", m_number, thrown.c_str());
+}
+
+}  // namespace platform

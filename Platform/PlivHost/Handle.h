@@ -1,0 +1,83 @@
+// One open handle: its engine's commands, in order, on a thread of their own.
+#ifndef PLATFORM_PLIV_HOST_HANDLE_H
+#define PLATFORM_PLIV_HOST_HANDLE_H
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "PlivHost.h"
+#include "PlivHost/MethodCall.h"
+
+namespace platform {
+
+struct Command {
+    MethodCall call;
+    std::string name;
+    bool isParamList;
+    std::vector<std::string> arguments;  // four of them unless isParamList
+
+    size_t Size() const;  // bytes of text
+};
+
+// The thread makes the engine, runs its commands and destroys it, so that nothing slow in an
+// engine holds up anyone else. All operations: host thread.
+class Handle {
+public:
+    struct Hooks {
+        std::function<void()> released;  // the engine is gone, its Close not yet answered
+        std::function<void()> ended;     // the thread is about to end; Join will not wait long
+    };
+
+    // Starts the thread; it answers `open` when the engine is there. Throws std::system_error
+    // when no thread can be had. `hooks` are called on the thread.
+    Handle(dorn::CPlivAppBase& app, int number, std::string client, MethodCall open, Hooks hooks);
+    ~Handle();
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+
+    // Queues a command. Answers an error when too many wait.
+    void Post(Command command);
+
+    // Destroys the engine when the commands queued before are done, then answers `close`.
+    void CloseInOrder(MethodCall close);
+
+    // Destroys the engine when the running command is done; the queued ones are answered with an
+    // error. May follow CloseInOrder.
+    void CloseNow();
+
+    bool IsClosing() const { return m_closing; }
+    void Join();
+
+private:
+    void Main(MethodCall open, std::string client);
+    std::string OpenEngine(const std::string& client);  // empty, or why it failed
+    std::optional<Command> Next();
+    void Run(Command command);
+    void CloseEngine();
+    void AnswerClose();
+
+    dorn::CPlivAppBase& m_app;
+    const int m_number;
+    const Hooks m_hooks;
+    bool m_closing = false;  // host thread
+
+    std::mutex m_mutex;  // held for the queue alone
+    std::condition_variable m_changed;
+    std::deque<Command> m_commands;  // these are guarded by m_mutex
+    size_t m_queuedBytes = 0;
+    bool m_stop = false;
+    std::optional<MethodCall> m_close;
+
+    std::thread m_thread;  // last: it uses all of the above
+};
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,88 @@
+#include "PlivHost/HandleTable.h"
+
+#include <system_error>
+#include <utility>
+
+#include "Log/Log.h"
+#include "PlivHost/EventRouter.h"
+#include "PlivHost/Names.h"
+
+namespace platform {
+
+HandleTable::HandleTable(dorn::CPlivAppBase& app, HostLoop& loop, const HandleLimits& limits)
+    : m_app(app), m_loop(loop), m_limits(limits) {}
+
+HandleTable::~HandleTable() {
+    CloseAll();
+}
+
+const char* HandleTable::WhyNotOpen(const Peer& owner) const {
+    if (owner.openHandles >= m_limits.perClient)
+        return "this client has as many handles open as one may; close some first";
+    if (m_open >= m_limits.inAll) return "the service has as many handles open as it may";
+    return nullptr;
+}
+
+void HandleTable::Open(MethodCall call, const std::shared_ptr<Peer>& owner, std::string client) {
+    if (m_closed) return;  // the call says so itself
+    if (const char* why = WhyNotOpen(*owner)) {
+        call.Fail(kErrorLimitReached, why);
+        return;
+    }
+    Start(std::move(call), owner, std::move(client));
+}
+
+void HandleTable::Start(MethodCall call, const std::shared_ptr<Peer>& owner, std::string client) {
+    const int number = NewHandle();
+    AddEventRoute(number, owner);
+    ++m_open;
+    ++owner->openHandles;
+    const auto release = [this, owner] {
+        --owner->openHandles;
+        --m_open;
+    };
+    const auto reap = [this, number] { m_loop.Post([this, number] { m_entries.erase(number); }); };
+    try {
+        auto handle = std::make_unique<Handle>(m_app, number, std::move(client), std::move(call),
+                                               Handle::Hooks{release, reap});
+        m_entries.emplace(number, Entry{owner, std::move(handle)});
+    } catch (const std::system_error& error) {
+        PLATFORM_LOG(kLogTag, LOG_ERROR, "no thread for a new handle: %s", error.what());
+        RemoveEventRoute(number);
+        release();
+    }
+}
+
+Handle* HandleTable::Find(const Peer& caller, int number) {
+    const auto found = m_entries.find(number);
+    if (found == m_entries.end() || found->second.owner.get() != &caller) return nullptr;
+    Handle* handle = found->second.handle.get();
+    return handle->IsClosing() ? nullptr : handle;
+}
+
+void HandleTable::Execute(Command command, const Peer& caller, int number) {
+    if (Handle* handle = Find(caller, number))
+        handle->Post(std::move(command));
+    else
+        command.call.Fail(kErrorUnknownHandle, "no such handle of this client");
+}
+
+void HandleTable::Close(MethodCall call, const Peer& caller, int number) {
+    if (Handle* handle = Find(caller, number))
+        handle->CloseInOrder(std::move(call));
+    else
+        call.Fail(kErrorUnknownHandle, "no such handle of this client");
+}
+
+void HandleTable::CloseAllOf(const Peer& owner) {
+    for (auto& [number, entry] : m_entries)
+        if (entry.owner.get() == &owner) entry.handle->CloseNow();
+}
+
+void HandleTable::CloseAll() {
+    m_closed = true;
+    for (auto& [number, entry] : m_entries) entry.handle->CloseNow();
+    m_entries.clear();  // joins
+}
+
+}  // namespace platform

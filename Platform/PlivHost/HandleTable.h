@@ -1,0 +1,58 @@
+// All open handles, and who owns them.
+#ifndef PLATFORM_PLIV_HOST_HANDLE_TABLE_H
+#define PLATFORM_PLIV_HOST_HANDLE_TABLE_H
+
+#include <atomic>
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "PlivHost/Handle.h"
+#include "PlivHost/HostLoop.h"
+#include "PlivHost/Peer.h"
+
+namespace platform {
+
+struct HandleLimits {
+    size_t inAll = 256;
+    size_t perClient = 64;
+};
+
+// All operations: host thread. Each answers its MethodCall, at once or later.
+class HandleTable {
+public:
+    HandleTable(dorn::CPlivAppBase& app, HostLoop& loop, const HandleLimits& limits);
+    ~HandleTable();  // as CloseAll
+
+    void Open(MethodCall call, const std::shared_ptr<Peer>& owner, std::string client);
+    void Execute(Command command, const Peer& caller, int number);
+    void Close(MethodCall call, const Peer& caller, int number);
+
+    // The client is gone: destroys its engines, each on its own thread. Returns at once.
+    void CloseAllOf(const Peer& owner);
+
+    // Destroys every engine and returns when all are gone. Nothing can be opened afterwards.
+    void CloseAll();
+
+private:
+    struct Entry {
+        std::shared_ptr<Peer> owner;
+        std::unique_ptr<Handle> handle;
+    };
+
+    const char* WhyNotOpen(const Peer& owner) const;
+    Handle* Find(const Peer& caller, int number);
+    void Start(MethodCall call, const std::shared_ptr<Peer>& owner, std::string client);
+
+    dorn::CPlivAppBase& m_app;
+    HostLoop& m_loop;
+    const HandleLimits m_limits;
+    bool m_closed = false;
+    std::atomic<size_t> m_open{0};  // counted down by the handles' threads
+    std::map<int, Entry> m_entries;
+};
+
+}  // namespace platform
+
+#endif

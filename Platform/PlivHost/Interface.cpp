@@ -1,0 +1,149 @@
+#include "PlivHost/Interface.h"
+
+#include <string.h>
+
+#include <utility>
+
+#include "Log/Log.h"
+#include "PlivHost/Names.h"
+#include "PlivHost/Utf8.h"
+
+namespace platform {
+namespace {
+
+constexpr char kIntrospection[] = R"xml(<node>
+  <interface name="dorn.PlivHost1">
+    <method name="Open">
+      <arg name="client" type="s" direction="in"/>
+      <arg name="handle" type="i" direction="out"/>
+    </method>
+    <method name="Execute">
+      <arg name="handle" type="i" direction="in"/>
+      <arg name="command" type="s" direction="in"/>
+      <arg name="arg1" type="s" direction="in"/>
+      <arg name="arg2" type="s" direction="in"/>
+      <arg name="arg3" type="s" direction="in"/>
+      <arg name="arg4" type="s" direction="in"/>
+      <arg name="handled" type="b" direction="out"/>
+      <arg name="returnValue" type="s" direction="out"/>
+    </method>
+    <method name="ExecuteWithParamList">
+      <arg name="handle" type="i" direction="in"/>
+      <arg name="command" type="s" direction="in"/>
+      <arg name="params" type="as" direction="in"/>
+      <arg name="handled" type="b" direction="out"/>
+      <arg name="returnValue" type="s" direction="out"/>
+    </method>
+    <method name="Close">
+      <arg name="handle" type="i" direction="in"/>
+    </method>
+    <method name="GetScanProgress">
+      <arg name="scans" type="a(ssttb)" direction="out"/>
+    </method>
+    <signal name="Event">
+      <arg name="handle" type="i"/>
+      <arg name="kind" type="i"/>
+      <arg name="name" type="s"/>
+      <arg name="payload" type="s"/>
+    </signal>
+  </interface>
+</node>)xml";
+
+std::vector<std::string> TextsOf(GVariant* array) {
+    std::vector<std::string> texts;
+    GVariantIter iterator;
+    g_variant_iter_init(&iterator, array);
+    const gchar* text = nullptr;
+    while (g_variant_iter_next(&iterator, "&s", &text)) texts.emplace_back(text);
+    return texts;
+}
+
+}  // namespace
+
+struct Interface::Registration {
+    Interface* self;
+    PeerFinder finder;
+};
+
+Interface::Interface(HandleTable& handles, ScanReporter scans)
+    : m_handles(handles),
+      m_scans(std::move(scans)),
+      m_info(g_dbus_node_info_new_for_xml(kIntrospection, nullptr)) {}
+
+bool Interface::Export(GDBusConnection* connection, PeerFinder finder) {
+    static const GDBusInterfaceVTable vtable{s_Call, nullptr, nullptr, {}};
+    ErrorSlot error;
+    const guint id = g_dbus_connection_register_object(
+        connection, kObjectPath, m_info->interfaces[0], &vtable,
+        new Registration{this, std::move(finder)},
+        [](gpointer data) { delete static_cast<Registration*>(data); }, error.Out());
+    if (id == 0)
+        PLATFORM_LOG(kLogTag, LOG_ERROR, "could not export the object: %s", error.Text().c_str());
+    return id != 0;
+}
+
+void Interface::s_Call(GDBusConnection*, const gchar* sender, const gchar*, const gchar*,
+                       const gchar* method, GVariant* parameters, GDBusMethodInvocation* invocation,
+                       gpointer registration) {
+    static constexpr struct {
+        const char* name;
+        Method run;
+    } kMethods[] = {
+        {"Open", &Interface::Open},
+        {"Execute", &Interface::Execute},
+        {"ExecuteWithParamList", &Interface::ExecuteWithParamList},
+        {"Close", &Interface::Close},
+        {"GetScanProgress", &Interface::GetScanProgress},
+    };
+    const ObjectPtr<GDBusMethodInvocation> owned(invocation);
+    const auto& known = *static_cast<Registration*>(registration);
+    const auto peer = known.finder(sender);
+    if (!peer) return;  // nobody is left to answer to
+    GDBusMessage* message = g_dbus_method_invocation_get_message(invocation);
+    Request request{MethodCall(message, peer->Messages()), peer, parameters};
+    for (const auto& entry : kMethods)
+        if (strcmp(method, entry.name) == 0) (known.self->*entry.run)(request);
+}
+
+void Interface::Open(Request& request) {
+    const gchar* client = nullptr;
+    g_variant_get(request.parameters, "(&s)", &client);
+    m_handles.Open(std::move(request.call), request.peer, client);
+}
+
+void Interface::Execute(Request& request) {
+    gint32 handle = 0;
+    const gchar* name = nullptr;
+    const gchar* arguments[4] = {};
+    g_variant_get(request.parameters, "(i&s&s&s&s&s)", &handle, &name, &arguments[0], &arguments[1],
+                  &arguments[2], &arguments[3]);
+    m_handles.Execute({std::move(request.call), name, false, {arguments, arguments + 4}},
+                      *request.peer, handle);
+}
+
+void Interface::ExecuteWithParamList(Request& request) {
+    gint32 handle = 0;
+    const gchar* name = nullptr;
+    GVariant* array = nullptr;
+    g_variant_get(request.parameters, "(i&s@as)", &handle, &name, &array);
+    const VariantPtr params(array);
+    m_handles.Execute({std::move(request.call), name, true, TextsOf(array)}, *request.peer, handle);
+}
+
+void Interface::Close(Request& request) {
+    gint32 handle = 0;
+    g_variant_get(request.parameters, "(i)", &handle);
+    m_handles.Close(std::move(request.call), *request.peer, handle);
+}
+
+void Interface::GetScanProgress(Request& request) {
+    GVariantBuilder scans;
+    g_variant_builder_init(&scans, G_VARIANT_TYPE("a(ssttb)"));
+    for (const ScanProgress& scan : m_scans())
+        g_variant_builder_add(&scans, "(ssttb)", ToUtf8(scan.storageId).c_str(),
+                              ToUtf8(scan.mountPath).c_str(), guint64{scan.filesSeen},
+                              guint64{scan.filesRead}, gboolean{scan.walking});
+    request.call.Return(g_variant_new("(a(ssttb))", &scans));
+}
+
+}  // namespace platform

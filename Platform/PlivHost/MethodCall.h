@@ -1,0 +1,34 @@
+// One D-Bus method call that waits for its answer.
+#ifndef PLATFORM_PLIV_HOST_METHOD_CALL_H
+#define PLATFORM_PLIV_HOST_METHOD_CALL_H
+
+#include <memory>
+#include <string>
+
+#include "PlivHost/Outbox.h"
+
+namespace platform {
+
+// Answered once, from any thread, by Return or Fail. One that is dropped unanswered tells the
+// client that the service is closing, so that no client ever waits in vain.
+class MethodCall {
+public:
+    MethodCall(GDBusMessage* call, std::shared_ptr<Outbox> outbox);
+    ~MethodCall();
+    MethodCall(MethodCall&&) = default;
+    MethodCall& operator=(MethodCall&&) = delete;
+
+    // `result` is a tuple, taken when floating; null stands for the empty one.
+    void Return(GVariant* result);
+    void Fail(const char* name, const std::string& text);
+
+private:
+    bool WantsReply() const;
+
+    ObjectPtr<GDBusMessage> m_call;  // null once answered
+    std::shared_ptr<Outbox> m_outbox;
+};
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,152 @@
+#include "PlivHost/Outbox.h"
+
+#include <utility>
+
+#include "Log/Log.h"
+#include "PlivHost/Names.h"
+#include "PlivHost/Utf8.h"
+
+namespace platform {
+namespace {
+
+constexpr size_t kOverhead = 256;  // of one waiting message: its record, headers and heap blocks
+
+size_t BodySize(GDBusMessage* message) {
+    GVariant* body = g_dbus_message_get_body(message);
+    return body ? g_variant_get_size(body) : 0;
+}
+
+}  // namespace
+
+Outbox::Outbox(GDBusConnection* connection, const OutboxLimits& limits, std::string sender,
+               OverflowHandler onOverflow)
+    : m_connection(Share(connection)),
+      m_limits(limits),
+      m_sender(std::move(sender)),
+      m_onOverflow(std::move(onOverflow)) {}
+
+Outbox::~Outbox() = default;
+
+std::shared_ptr<Outbox> Outbox::Create(GDBusConnection* connection, const OutboxLimits& limits,
+                                       std::string sender, OverflowHandler onOverflow) {
+    const std::shared_ptr<Outbox> outbox(
+        new Outbox(connection, limits, std::move(sender), std::move(onOverflow)));
+    // The filter may run until GDBus lets go of its data, so the data is a reference.
+    auto* reference = new std::weak_ptr<Outbox>(outbox);
+    outbox->m_filter = g_dbus_connection_add_filter(
+        connection, s_Filter, reference,
+        [](gpointer data) { delete static_cast<std::weak_ptr<Outbox>*>(data); });
+    return outbox;
+}
+
+GDBusMessage* Outbox::s_Filter(GDBusConnection*, GDBusMessage* message, gboolean incoming,
+                               gpointer self) {
+    if (incoming) return message;
+    if (const auto outbox = static_cast<std::weak_ptr<Outbox>*>(self)->lock())
+        outbox->Written(g_dbus_message_get_serial(message));
+    return message;
+}
+
+void Outbox::PostReply(ObjectPtr<GDBusMessage> reply) {
+    Item item;
+    item.size = kOverhead + BodySize(reply.get());
+    item.reply = std::move(reply);
+    Post(std::move(item));
+}
+
+void Outbox::PostEvent(const std::string& destination, int handle, int kind, std::string name,
+                       std::string payload) {
+    Item item;
+    item.destination = destination;
+    item.handle = handle;
+    item.kind = kind;
+    item.name = ToUtf8(std::move(name));
+    item.payload = ToUtf8(std::move(payload));
+    item.size = kOverhead + item.name.size() + item.payload.size();
+    Post(std::move(item));
+}
+
+void Outbox::Post(Item item) {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_dead) return;
+        if (m_waitingBytes + item.size <= m_limits.waitingBytes) {
+            m_waitingBytes += item.size;
+            m_waiting.push_back(std::move(item));
+            Pump();
+            return;
+        }
+        Drop();
+    }
+    m_onOverflow();
+}
+
+bool Outbox::WindowIsFull() const {
+    return m_inFlight.size() >= m_limits.windowMessages || m_inFlightBytes >= m_limits.windowBytes;
+}
+
+void Outbox::Pump() {
+    while (!m_waiting.empty() && !WindowIsFull()) {
+        Item item = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        guint32 serial = 0;
+        ErrorSlot error;
+        if (g_dbus_connection_send_message(m_connection.get(), MessageOf(item).get(),
+                                           G_DBUS_SEND_MESSAGE_FLAGS_NONE, &serial, error.Out())) {
+            m_inFlight.push_back({serial, item.size});
+            m_inFlightBytes += item.size;
+            continue;
+        }
+        m_waitingBytes -= item.size;
+        if (!error.Is(G_IO_ERROR, G_IO_ERROR_CLOSED))
+            PLATFORM_LOG(kLogTag, LOG_WARNING, "a message could not be sent: %s",
+                         error.Text().c_str());
+    }
+}
+
+// Serials grow in the order of the queue, so all up to this one are off it.
+void Outbox::Written(guint32 serial) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    while (!m_inFlight.empty() && m_inFlight.front().serial <= serial) {
+        m_inFlightBytes -= m_inFlight.front().size;
+        m_waitingBytes -= m_inFlight.front().size;
+        m_inFlight.pop_front();
+    }
+    if (!m_dead) Pump();
+}
+
+ObjectPtr<GDBusMessage> Outbox::MessageOf(Item& item) const {
+    ObjectPtr<GDBusMessage> message = std::move(item.reply);
+    if (!message) {
+        message.reset(g_dbus_message_new_signal(kObjectPath, kInterface, "Event"));
+        g_dbus_message_set_body(message.get(),
+                                g_variant_new("(iiss)", item.handle, item.kind, item.name.c_str(),
+                                              item.payload.c_str()));
+        if (!item.destination.empty())
+            g_dbus_message_set_destination(message.get(), item.destination.c_str());
+    }
+    if (!m_sender.empty()) g_dbus_message_set_sender(message.get(), m_sender.c_str());
+    return message;
+}
+
+void Outbox::Drop() {
+    m_dead = true;
+    m_waiting.clear();
+    m_waitingBytes = m_inFlightBytes;
+}
+
+void Outbox::Shut() {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        Drop();
+    }
+    if (m_filter != 0) g_dbus_connection_remove_filter(m_connection.get(), m_filter);
+    m_filter = 0;
+}
+
+size_t Outbox::WaitingBytes() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_waitingBytes;
+}
+
+}  // namespace platform

@@ -1,0 +1,96 @@
+// What waits to be read by the other end of one D-Bus connection.
+#ifndef PLATFORM_PLIV_HOST_OUTBOX_H
+#define PLATFORM_PLIV_HOST_OUTBOX_H
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "PlivHost/GlibPtr.h"
+
+namespace platform {
+
+struct OutboxLimits {
+    // Messages that wait, with the overhead of each. Enough for 100,000 events of everyday size
+    // or one page of 100,000 items, so that only a reader that has stopped gets there.
+    size_t waitingBytes = size_t{64} << 20;
+    // Of these, handed to GDBus already. It needs ten times an event's size for each, and takes
+    // no message back, so it gets few at a time.
+    size_t windowMessages = 64;
+    size_t windowBytes = size_t{1} << 20;
+};
+
+// Events and replies in the order in which they were posted. Posting never waits for the reader:
+// past the limit the outbox drops everything, now and later, and reports it once.
+//
+// GDBus says through a filter, on its own thread, when it takes a message off its queue to write
+// it; that moves the window on. Waiting for a flush instead would hold a pool thread for every
+// reader that has stopped.
+class Outbox : public std::enable_shared_from_this<Outbox> {
+public:
+    using OverflowHandler = std::function<void()>;  // runs on the posting thread, without a lock
+
+    // `sender` is the name that messages bear as their sender; empty when a bus puts it in.
+    static std::shared_ptr<Outbox> Create(GDBusConnection* connection, const OutboxLimits& limits,
+                                          std::string sender, OverflowHandler onOverflow);
+    ~Outbox();
+    Outbox(const Outbox&) = delete;
+    Outbox& operator=(const Outbox&) = delete;
+
+    // Any thread.
+    void PostReply(ObjectPtr<GDBusMessage> reply);
+    void PostEvent(const std::string& destination, int handle, int kind, std::string name,
+                   std::string payload);
+
+    // Drops what waits and all that comes later, and lets the connection go. Host thread.
+    void Shut();
+
+    size_t WaitingBytes() const;
+
+private:
+    struct Item {
+        ObjectPtr<GDBusMessage> reply;  // or else an event:
+        std::string destination;
+        int handle = 0;
+        int kind = 0;
+        std::string name;
+        std::string payload;
+        size_t size = 0;
+    };
+    struct InFlight {
+        guint32 serial;
+        size_t size;
+    };
+
+    Outbox(GDBusConnection* connection, const OutboxLimits& limits, std::string sender,
+           OverflowHandler onOverflow);
+    static GDBusMessage* s_Filter(GDBusConnection* connection, GDBusMessage* message,
+                                  gboolean incoming, gpointer self);
+    void Post(Item item);
+    void Written(guint32 serial);
+    void Pump();                // under m_mutex
+    bool WindowIsFull() const;  // under m_mutex
+    void Drop();                // under m_mutex
+    ObjectPtr<GDBusMessage> MessageOf(Item& item) const;
+
+    const ObjectPtr<GDBusConnection> m_connection;
+    const OutboxLimits m_limits;
+    const std::string m_sender;
+    const OverflowHandler m_onOverflow;
+    guint m_filter = 0;  // host thread
+
+    mutable std::mutex m_mutex;  // held over g_dbus_connection_send_message, to keep the order
+    bool m_dead = false;         // these are guarded by m_mutex
+    std::deque<Item> m_waiting;
+    std::deque<InFlight> m_inFlight;
+    size_t m_waitingBytes = 0;
+    size_t m_inFlightBytes = 0;
+};
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,39 @@
+// One client of the service: a connection, or a name on a bus.
+#ifndef PLATFORM_PLIV_HOST_PEER_H
+#define PLATFORM_PLIV_HOST_PEER_H
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "PlivHost/EventRouter.h"
+#include "PlivHost/Outbox.h"
+
+namespace platform {
+
+class Peer : public EventSink {
+public:
+    // `name` is where messages go, the client's unique name.
+    Peer(std::shared_ptr<Outbox> outbox, std::string name)
+        : m_outbox(std::move(outbox)), m_name(std::move(name)) {}
+
+    void SendEvent(int handle, int kind, std::string name, std::string payload) override {
+        m_outbox->PostEvent(m_name, handle, kind, std::move(name), std::move(payload));
+    }
+
+    const std::shared_ptr<Outbox>& Messages() const { return m_outbox; }
+    const std::string& Name() const { return m_name; }
+
+    // Engines that this client has open, those being destroyed included.
+    std::atomic<size_t> openHandles{0};
+
+private:
+    const std::shared_ptr<Outbox> m_outbox;
+    const std::string m_name;
+};
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,80 @@
+#include <signal.h>
+#include <stdio.h>
+
+#include <exception>
+#include <string>
+#include <variant>
+
+#include "Log/Log.h"
+#include "MediaContent/MediaService.h"
+#include "PlivHost.h"
+#include "PlivHost/Names.h"
+#include "PlivHost/Options.h"
+#include "PlivHost/Server.h"
+#include "UsbDevice/UsbService.h"
+
+namespace dorn {
+namespace {
+
+enum ExitStatus { EXIT_OK = 0, EXIT_CANNOT_SERVE = 1, EXIT_USAGE = 2 };
+
+int Refuse(const char* program, const std::string& why, int status) {
+    fprintf(stderr, "%s: %s\n", program, why.c_str());
+    if (status == EXIT_USAGE) fprintf(stderr, "Try \"%s --help\".\n", program);
+    return status;
+}
+
+// The platform's services are set up before anyone can connect, and end after the last engine.
+class Services {
+public:
+    explicit Services(const platform::HostOptions& options) {
+        platform::ConfigureMediaService({options.databaseFile, options.extractor});
+        platform::ConfigureUsbService(options.usb);
+    }
+    ~Services() {
+        platform::ShutdownUsbService();
+        platform::ShutdownMediaService();
+    }
+    Services(const Services&) = delete;
+    Services& operator=(const Services&) = delete;
+};
+
+int Serve(const char* program, const platform::HostOptions& options, CPlivAppBase& app) {
+    platform::ServerOptions server;
+    server.bus = options.bus;
+    server.socketPath = options.socketPath;
+    server.scans = platform::CurrentScans;
+    try {
+        const Services services(options);
+        platform::Server host(app, server);
+        host.QuitOnSignals();
+        PLATFORM_LOG(platform::kLogTag, DLOG_PRIORITY_PROGRESS, "serving %s",
+                     options.socketPath.empty() ? platform::kBusName : options.socketPath.c_str());
+        return host.Run() ? EXIT_OK : EXIT_CANNOT_SERVE;
+    } catch (const std::exception& error) {
+        return Refuse(program, error.what(), EXIT_CANNOT_SERVE);
+    }
+}
+
+}  // namespace
+
+int PlivMain(int argc, char** argv, CPlivAppBase* app) {
+    const char* program = argc > 0 ? argv[0] : "contents-mgr";
+    const auto parsed = platform::ParseHostOptions(argc, argv);
+    if (const auto* fault = std::get_if<platform::UsageError>(&parsed))
+        return Refuse(program, fault->text, EXIT_USAGE);
+    const auto& options = std::get<platform::HostOptions>(parsed);
+    if (options.help) {
+        fputs(platform::HostHelp().c_str(), stdout);
+        return EXIT_OK;
+    }
+    if (options.version) {
+        printf("%s %s\n", app->m_pluginName.c_str(), app->m_pluginVersion.c_str());
+        return EXIT_OK;
+    }
+    if (options.hasLogPriority) platform::SetLogPriority(options.logPriority);
+    signal(SIGPIPE, SIG_IGN);  // a standard error that nobody reads must not end the service
+    return Serve(program, options, *app);
+}
+
+}  // namespace dorn

@@ -1,0 +1,56 @@
+// The service: an application object made reachable for clients.
+#ifndef PLATFORM_PLIV_HOST_SERVER_H
+#define PLATFORM_PLIV_HOST_SERVER_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "PlivHost/HandleTable.h"
+#include "PlivHost/HostLoop.h"
+#include "PlivHost/Interface.h"
+#include "PlivHost/Transport.h"
+
+namespace platform {
+
+enum class BusKind { None, Session, System };
+
+struct ServerOptions {
+    BusKind bus = BusKind::None;
+    std::string socketPath;  // for BusKind::None
+    HandleLimits handles;
+    OutboxLimits outbox;
+    size_t maxConnections = 128;
+    ScanReporter scans = [] { return std::vector<ScanProgress>{}; };
+};
+
+// Made, run and destroyed on one thread, the host thread. Serves as soon as it is made; calls are
+// answered while Run runs.
+class Server {
+public:
+    // Throws std::runtime_error with a text for people when it cannot serve.
+    Server(dorn::CPlivAppBase& app, const ServerOptions& options);
+
+    // Destroys the engines that are open, each after its running command, then disconnects.
+    ~Server();
+
+    // Serves until Quit, SIGINT or SIGTERM. True; false with a log line when serving was lost.
+    bool Run();
+    void Quit() { m_loop.Quit(); }  // any thread; before Run, too
+
+    // Makes SIGINT and SIGTERM end Run, for as long as the object lives.
+    void QuitOnSignals();
+
+private:
+    static gboolean s_Signal(gpointer self);
+
+    HostLoop m_loop;
+    HandleTable m_handles;
+    Interface m_interface;
+    std::vector<SourcePtr> m_signals;
+    std::unique_ptr<Transport> m_transport;
+};
+
+}  // namespace platform
+
+#endif

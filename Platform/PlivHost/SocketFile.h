@@ -1,0 +1,45 @@
+// A listening unix socket with a name in the file system.
+#ifndef PLATFORM_PLIV_HOST_SOCKET_FILE_H
+#define PLATFORM_PLIV_HOST_SOCKET_FILE_H
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "PlivHost/GlibPtr.h"
+
+namespace platform {
+
+// Makes the socket, and its folder with mode 0700 when that is missing. The socket of a process
+// that has died is replaced; a lock file beside it settles who is alive. The constructor throws
+// std::runtime_error with a text for people; the destructor removes the socket.
+class SocketFile {
+public:
+    explicit SocketFile(std::string path);
+    ~SocketFile();
+    SocketFile(const SocketFile&) = delete;
+    SocketFile& operator=(const SocketFile&) = delete;
+
+    GSocket* Socket() const { return m_socket.get(); }
+
+private:
+    class LockFile {
+    public:
+        explicit LockFile(const std::string& path);
+        ~LockFile();
+        LockFile(const LockFile&) = delete;
+        LockFile& operator=(const LockFile&) = delete;
+
+    private:
+        int m_file;
+    };
+
+    const std::string m_path;
+    LockFile m_lock;
+    ObjectPtr<GSocket> m_socket;
+    ino_t m_inode = 0;  // of our socket: another's is not removed
+};
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,38 @@
+// Clients that connect straight to a private unix socket; no message bus takes part.
+#ifndef PLATFORM_PLIV_HOST_SOCKET_TRANSPORT_H
+#define PLATFORM_PLIV_HOST_SOCKET_TRANSPORT_H
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "PlivHost/SocketFile.h"
+#include "PlivHost/Transport.h"
+
+namespace platform {
+
+class SocketTransport : public Transport {
+public:
+    SocketTransport(const TransportParts& parts, const std::string& path);
+    ~SocketTransport() override;
+
+private:
+    class Client;
+
+    static gboolean s_Incoming(GSocketService* service, GSocketConnection* stream, GObject* source,
+                               gpointer self);
+    void Accept(GSocketConnection* stream);
+    void Drop(unsigned long long number);
+    std::shared_ptr<Outbox> NewOutbox(GDBusConnection* connection, unsigned long long number);
+
+    TransportParts m_parts;
+    SocketFile m_file;
+    const ObjectPtr<GSocketService> m_service;
+    const TextPtr m_guid;
+    unsigned long long m_lastNumber = 0;
+    std::map<unsigned long long, std::unique_ptr<Client>> m_clients;
+};
+
+}  // namespace platform
+
+#endif

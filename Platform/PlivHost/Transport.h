@@ -1,0 +1,37 @@
+// The way in for clients: each kind finds its clients and tells when they are gone.
+#ifndef PLATFORM_PLIV_HOST_TRANSPORT_H
+#define PLATFORM_PLIV_HOST_TRANSPORT_H
+
+#include <cstddef>
+
+#include "PlivHost/HandleTable.h"
+#include "PlivHost/HostLoop.h"
+#include "PlivHost/Interface.h"
+
+namespace platform {
+
+// What a transport works with; all of it outlives the transport.
+struct TransportParts {
+    HostLoop& loop;
+    HandleTable& handles;
+    Interface& object;
+    OutboxLimits outbox;
+    size_t maxConnections;
+};
+
+// Serves from its construction to its end. Made, used and destroyed on the host thread.
+// Constructors throw std::runtime_error with a text for people.
+class Transport {
+public:
+    Transport() = default;
+    virtual ~Transport() = default;
+    Transport(const Transport&) = delete;
+    Transport& operator=(const Transport&) = delete;
+
+    // Why serving had to end by itself; null while all is well.
+    virtual const char* Failure() const { return nullptr; }
+};
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <vector>
+
+#include "Log/Log.h"
+#include "PlivHost/Options.h"
+
+namespace test {
+namespace {
+
+using Arguments = std::vector<const char*>;
+
+std::variant<platform::HostOptions, platform::UsageError> Parse(Arguments arguments) {
+    arguments.insert(arguments.begin(), "contents-mgr");
+    return platform::ParseHostOptions(static_cast<int>(arguments.size()), arguments.data());
+}
+
+TEST(Options, BadUsageIsToldInWords) {
+    const struct {
+        Arguments arguments;
+        const char* text;
+    } cases[] = {
+        {{"--nonsense"}, "nonsense"},
+        {{"extra"}, "extra"},
+        {{"--", "extra"}, "extra"},
+        {{"--address"}, "address"},
+        {{"--address", "tcp:host=localhost"}, "unix:path="},
+        {{"--address", "unix:path=relative"}, "absolute"},
+        {{"--address", "unix:path=/a,guid=1"}, "unix:path="},
+        {{"--address", "unix:path=/a", "--bus", "session"}, "exclude"},
+        {{"--bus", "omni"}, "omni"},
+        {{"--usb", "thunder"}, "thunder"},
+        {{"--usb-root", "/tmp"}, "--usb directory"},
+        {{"--usb", "directory", "--usb-root", "relative"}, "absolute"},
+        {{"--log-level", "loud"}, "loud"},
+    };
+    for (const auto& test : cases) {
+        const auto parsed = Parse(test.arguments);
+        const auto* fault = std::get_if<platform::UsageError>(&parsed);
+        ASSERT_TRUE(fault) << test.text;
+        EXPECT_NE(fault->text.find(test.text), std::string::npos) << fault->text;
+    }
+}
+
+TEST(Options, GivenOnesAreTaken) {
+    const auto parsed =
+        Parse({"--address", "unix:path=/a%20b/s", "--usb", "directory", "--usb-root", "/sticks",
+               "--database", "/d/media.db", "--log-level", "trace", "--extractor", "/x"});
+    const auto& options = std::get<platform::HostOptions>(parsed);
+    EXPECT_EQ(options.socketPath, "/a b/s");
+    EXPECT_EQ(options.usb.backEnd, platform::UsbBackEnd::Directory);
+    EXPECT_EQ(options.usb.root, "/sticks");
+    EXPECT_EQ(options.databaseFile, "/d/media.db");
+    EXPECT_EQ(options.extractor, "/x");
+    EXPECT_EQ(options.logPriority, int{DLOG_PRIORITY_TRACE});
+}
+
+TEST(Options, DefaultsFollowTheEnvironment) {
+    setenv("XDG_RUNTIME_DIR", "/run/user/7", 1);
+    setenv("XDG_STATE_HOME", "/state", 1);
+    const auto parsed = Parse({});
+    const auto& options = std::get<platform::HostOptions>(parsed);
+    EXPECT_EQ(options.socketPath, "/run/user/7/contents-mgr/socket");
+    EXPECT_EQ(options.databaseFile, "/state/contents-mgr/media.db");
+    EXPECT_EQ(options.usb.backEnd, platform::UsbBackEnd::Udev);
+    EXPECT_EQ(options.usb.root, "/opt/storage/usb");
+    EXPECT_FALSE(options.hasLogPriority);
+    unsetenv("XDG_RUNTIME_DIR");
+    unsetenv("XDG_STATE_HOME");
+}
+
+}  // namespace
+}  // namespace test
