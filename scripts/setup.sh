@@ -7,7 +7,7 @@ packages=(
     g++ cmake ninja-build ccache pkg-config
     libglib2.0-dev libglib2.0-bin libjsoncpp-dev libboost-dev libsqlite3-dev libudev-dev
     libexiv2-dev libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libseccomp-dev
-    ffmpeg exiv2
+    ffmpeg exiv2 libheif-examples
 )
 if [ "${1:-test}" = test ]; then
     packages+=(libgtest-dev libgmock-dev libbenchmark-dev libumockdev-dev umockdev clang-format
