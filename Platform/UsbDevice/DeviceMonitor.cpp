@@ -69,6 +69,7 @@ void DeviceMonitor::Stop() {
     m_thread.join();
     std::vector<DeviceChange> gone;
     Apply({}, gone);
+    m_contentWatcher.reset();
 }
 
 bool DeviceMonitor::Devices(DeviceList& devices) const {
@@ -91,7 +92,7 @@ void DeviceMonitor::Run() {
 
 int DeviceMonitor::Timeout() const {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return m_lookFailed ? kRetryMs : -1;
+    return m_lookFailed || m_source->NeedsPolling() ? kRetryMs : -1;
 }
 
 // True when the devices may have changed (or the end is near), false when the time is over.
@@ -154,12 +155,17 @@ bool DeviceMonitor::IsRecorded(const DeviceRecord& device) const {
            IsBelow(device.mountPath, m_root);
 }
 
-void DeviceMonitor::TellArrived(const DeviceRecord& device) const {
-    if (IsRecorded(device)) StorageMounted(StorageOf(device));
+void DeviceMonitor::TellArrived(const DeviceRecord& device) {
+    if (!IsRecorded(device)) return;
+    // Watched from before the scan on: what changes while it runs is not missed.
+    m_contentWatcher->Add(device.mountPath);
+    StorageMounted(StorageOf(device));
 }
 
-void DeviceMonitor::TellGone(const DeviceRecord& device) const {
-    if (IsRecorded(device)) StorageUnmounted(device.mountPath);
+void DeviceMonitor::TellGone(const DeviceRecord& device) {
+    if (!IsRecorded(device)) return;
+    m_contentWatcher->Remove(device.mountPath);
+    StorageUnmounted(device.mountPath);
 }
 
 }  // namespace platform

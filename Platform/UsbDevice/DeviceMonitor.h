@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "UsbDevice/ChangeDispatcher.h"
+#include "UsbDevice/ContentWatcher.h"
 #include "UsbDevice/Descriptor.h"
 #include "UsbDevice/DeviceSource.h"
 
@@ -45,14 +46,15 @@ private:
     void Apply(const DeviceList& seen, std::vector<DeviceChange>& changes);
     void Publish(DeviceList devices);
     bool IsRecorded(const DeviceRecord& device) const;
-    void TellArrived(const DeviceRecord& device) const;
-    void TellGone(const DeviceRecord& device) const;
+    void TellArrived(const DeviceRecord& device);
+    void TellGone(const DeviceRecord& device);
 
     // constant after construction
     const std::unique_ptr<DeviceSource> m_source;  // used by one thread at a time
     const std::string m_root;
     const std::shared_ptr<ChangeDispatcher> m_dispatcher;
 
+    std::unique_ptr<ContentWatcher> m_contentWatcher = std::make_unique<ContentWatcher>();
     const WakeUp m_wakeUp;
     std::atomic<bool> m_stopping{false};
     std::thread m_thread;

@@ -33,6 +33,9 @@ public:
     // The devices present now. A device that vanishes while it is being read is left out. False
     // when the list as a whole could not be read; `devices` is then not to be used.
     virtual bool List(std::vector<DeviceRecord>& devices) = 0;
+
+    // True while the system's limits keep it from telling of changes: look from time to time.
+    virtual bool NeedsPolling() const = 0;
 };
 
 std::unique_ptr<DeviceSource> MakeDeviceSource(const UsbServiceOptions& options);

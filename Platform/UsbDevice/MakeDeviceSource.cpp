@@ -4,7 +4,7 @@
 namespace platform {
 
 std::unique_ptr<DeviceSource> MakeDeviceSource(const UsbServiceOptions& options) {
-    return std::make_unique<DirectorySource>(options.root);
+    return std::make_unique<DirectorySource>(options.root, options.mountTable);
 }
 
 }  // namespace platform

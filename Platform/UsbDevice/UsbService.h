@@ -10,7 +10,10 @@ enum class UsbBackEnd { Udev, Directory };
 
 struct UsbServiceOptions {
     UsbBackEnd backEnd = UsbBackEnd::Udev;
-    std::string root = "/opt/storage/usb";  // directory back end: each folder in it is a stick
+    // Where sticks are mounted: storages below it are recorded in the media database. To the
+    // directory back end each folder in it is a stick.
+    std::string root = "/opt/storage/usb";
+    std::string mountTable = "/proc/self/mountinfo";
 };
 
 // Before the first usb_device_init of the process.

@@ -1,0 +1,47 @@
+// Watches what other programs change on mounted storages.
+#ifndef PLATFORM_USB_DEVICE_CONTENT_WATCHER_H
+#define PLATFORM_USB_DEVICE_CONTENT_WATCHER_H
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "UsbDevice/Descriptor.h"
+
+namespace platform {
+
+class StorageWatch;
+
+// One thread for all storages; it sleeps while nothing changes. Changes of one storage are gathered
+// until it has been quiet for half a second, or for three at most, and told as one batch to
+// StorageContentChanged. Watches hold no file open for longer than a folder's names take to be
+// read, so they keep no storage from being unmounted.
+class ContentWatcher {
+public:
+    ContentWatcher();
+    ~ContentWatcher();  // ends the thread and joins it
+
+    // Both return at once; the folders are walked by the watcher's thread. Any thread.
+    void Add(const std::string& mountPath);
+    void Remove(const std::string& mountPath);
+
+private:
+    using WatchPtr = std::shared_ptr<StorageWatch>;
+
+    void Run();
+    void TakeOver(std::vector<WatchPtr>& watches);
+    void WaitForEvents(const std::vector<WatchPtr>& watches);
+
+    const WakeUp m_wakeUp;
+    std::atomic<bool> m_stopping{false};
+    std::mutex m_mutex;  // guards the list
+    std::vector<WatchPtr> m_watches;
+    std::thread m_thread;
+};
+
+}  // namespace platform
+
+#endif

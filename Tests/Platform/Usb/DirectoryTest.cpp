@@ -1,0 +1,388 @@
+// The back end over a plain folder, through the seam: lists, key files and hot-plug.
+#include <atomic>
+#include <future>
+#include <random>
+
+#include "Recorder.h"
+#include "UsbDevice/KeyFile.h"
+
+namespace fs = std::filesystem;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+using DirectoryTest = UsbTest;
+
+// What the database was told, or what the receivers were.
+Strings Told(bool database) {
+    Strings told;
+    for (const std::string& line : Journal::Instance().Lines())
+        if ((line.rfind("db", 0) == 0) == database) told.push_back(line);
+    return told;
+}
+
+const char* const kCameraKeys = "[device]\nproduct=Eye\nvendor=Optics\nbus=3\naddress=7\n";
+
+TEST_F(DirectoryTest, ListsSticksAndCamerasAndRecordsTheStoragesFirst) {
+    fs::create_directory(root / "B stick");
+    fs::create_directory(root / "A\xff");
+    fs::create_directory(root / ".hidden");
+    fs::create_directory_symlink(root / "B stick", root / "link");
+    WriteFile("camera.usb", kCameraKeys);
+    WriteFile("away.usb", "[device]\nclass=8\n");
+    WriteFile("B stick.usb",
+              "[device]\nvendor=ACME\nvendor-id=0x0781\nproduct=Disk\nserial=S1\nlabel=A\\xffB\n"
+              "file-system=ntfs\npartition=2\n");
+    Start();
+
+    EXPECT_EQ((Strings{"db+ " + PathOf("A\xff"), "db+ " + PathOf("B stick")}), Lines());
+    const auto sticks = ListDevices(USB_CLASS_MASS_STORAGE);
+    ASSERT_EQ(2u, sticks.size());
+    EXPECT_EQ(PathOf("A\xff"), sticks[0].mountPath);
+    EXPECT_EQ("A\xff", sticks[0].product);
+    EXPECT_EQ(8, sticks[0].deviceClass);
+    const Seen& stick = sticks[1];
+    EXPECT_EQ(PathOf("B stick"), stick.mountPath);
+    EXPECT_EQ(
+        "ACME/Disk/S1/A\xff"
+        "B",
+        stick.vendor + "/" + stick.product + "/" + stick.serial + "/" + stick.label);
+    EXPECT_EQ(0x0781, stick.vendorId);
+    EXPECT_EQ(FSTYPE_NTFS, stick.fileSystem);
+    EXPECT_EQ(2, stick.number);
+
+    const auto cameras = ListDevices(USB_CLASS_STILL_IMAGE);
+    ASSERT_EQ(1u, cameras.size());
+    EXPECT_EQ("Optics/Eye/n/a",
+              cameras[0].vendor + "/" + cameras[0].product + "/" + cameras[0].mountPath);
+    EXPECT_EQ(3, cameras[0].bus);
+    EXPECT_EQ(7, cameras[0].address);
+    EXPECT_EQ(3u, ListDevices(USB_CLASS_ALL).size());
+}
+
+TEST_F(DirectoryTest, StoragesAreKnownByWhatTheirKeyFileTellsOrByTheirPath) {
+    for (const char* name : {"plain", "serial", "uuid"}) fs::create_directory(root / name);
+    WriteFile("serial.usb", "[device]\nserial=S\npartition=3\n");
+    WriteFile("uuid.usb", "[device]\nserial=S\nuuid=1234-ABCD\nlabel=L\n");
+    Start();
+    const auto first = Journal::Instance().Storages();
+    EXPECT_EQ("", first.at(PathOf("serial")).uuid);
+    EXPECT_EQ("S", first.at(PathOf("serial")).serial);
+    EXPECT_EQ(3, first.at(PathOf("serial")).partition);
+    EXPECT_EQ("1234-ABCD", first.at(PathOf("uuid")).uuid);
+    EXPECT_EQ("L", first.at(PathOf("uuid")).label);
+    EXPECT_NE("", first.at(PathOf("plain")).uuid);
+
+    EXPECT_EQ(0, usb_device_fini());
+    Journal::Instance().Clear();
+    EXPECT_EQ(0, usb_device_init());
+    EXPECT_EQ(first.at(PathOf("plain")).uuid,
+              Journal::Instance().Storages().at(PathOf("plain")).uuid);
+}
+
+TEST_F(DirectoryTest, CountsItsUsersAndAnswersMisuse) {
+    usb_device_list_s* list = nullptr;
+    EXPECT_EQ(USB_DEVICE_ERROR_NOT_INITIALIZED, usb_device_fini());
+    EXPECT_EQ(USB_DEVICE_ERROR_NOT_INITIALIZED, usb_device_get_device_list(USB_CLASS_ALL, &list));
+    Start();
+    EXPECT_EQ(0, usb_device_init());
+    EXPECT_EQ(0, usb_device_fini());
+    EXPECT_EQ(0u, ListDevices(USB_CLASS_ALL).size());
+    EXPECT_EQ(0, usb_device_fini());
+    EXPECT_EQ(USB_DEVICE_ERROR_NOT_INITIALIZED, usb_device_fini());
+
+    char* text = nullptr;
+    EXPECT_EQ(USB_DEVICE_ERROR_INVALID_PARAMETER, usb_device_get_product(nullptr, &text));
+    EXPECT_EQ(USB_DEVICE_ERROR_INVALID_PARAMETER, usb_device_free_device_list(nullptr));
+    EXPECT_EQ(USB_DEVICE_ERROR_INVALID_PARAMETER, usb_set_connected_cb(nullptr, nullptr));
+    EXPECT_EQ(USB_DEVICE_ERROR_NO_DEVICE, usb_unset_connected_cb(RecordChange, &text));
+}
+
+TEST_F(DirectoryTest, AListThatCannotBeReadIsAnError) {
+    // A name too long for any file system: the one unreadable folder that root meets too.
+    root = root / std::string(300, 'x');
+    platform::UsbServiceOptions options{platform::UsbBackEnd::Directory, root.string()};
+    platform::ConfigureUsbService(options);
+    EXPECT_EQ(USB_DEVICE_ERROR_IO, usb_device_init());
+    EXPECT_EQ(USB_DEVICE_ERROR_NOT_INITIALIZED, usb_device_fini());
+}
+
+struct KeyFileCase {
+    const char* line;
+    std::string expected;  // "" when the line is refused
+    std::function<std::string(const platform::DeviceRecord&)> get;
+};
+
+TEST_F(DirectoryTest, KeyFileValuesAreTakenStrictly) {
+    using Record = platform::DeviceRecord;
+    const auto bus = [](const Record& r) { return std::to_string(r.bus); };
+    const auto id = [](const Record& r) { return std::to_string(r.vendorId); };
+    const auto label = [](const Record& r) { return r.label; };
+    const auto type = [](const Record& r) { return std::to_string(r.fileSystem); };
+    const auto disk = [](const Record& r) { return std::to_string(r.diskType); };
+    const KeyFileCase cases[] = {
+        {"bus=12", "12", bus},
+        {"bus = 0x0C", "12", bus},
+        {"bus=-1", "", bus},
+        {"bus=+1", "", bus},
+        {"bus=1 2", "", bus},
+        {"bus=", "", bus},
+        {"bus=0x", "", bus},
+        {"bus=70000", "", bus},
+        {"bus=99999999999999999999", "", bus},
+        {"vendor-id=0xffff", "65535", id},
+        {"vendor-id=0x10000", "", id},
+        {"label=", "", label},
+        {"label=two words", "two words", label},
+        {"label=\\sa\\\\b\\x41\\n", " a\\bA\n", label},
+        {"label=caf\xe9", "caf\xe9", label},
+        {"label=\xc3\xa9;=#", "\xc3\xa9;=#", label},
+        {"label=a\\q", "", label},
+        {"label=a\\x4", "", label},
+        {"label=a\\x00", "", label},
+        {"file-system=exfat", "0", type},
+        {"file-system=other", "1", type},
+        {"file-system=EXT4", "", type},
+        {"disk-type=optical", "3", disk},
+        {"disk-type=7", "", disk},
+    };
+    for (const KeyFileCase& one : cases) {
+        SCOPED_TRACE(one.line);
+        WriteFile("k.usb", std::string("[device]\n") + one.line + "\nserial=ok\n");
+        platform::DeviceRecord record;
+        Strings complaints;
+        const std::string before = one.get(record);
+        EXPECT_TRUE(platform::ReadKeyFile(PathOf("k.usb"), record, complaints));
+        EXPECT_EQ(one.expected.empty() ? before : one.expected, one.get(record));
+        const bool refused = one.expected.empty() && std::string(one.line) != "label=";
+        EXPECT_EQ(refused ? 1u : 0u, complaints.size());
+        EXPECT_EQ("ok", record.serial);
+    }
+}
+
+TEST_F(DirectoryTest, FilesThatAreNoKeyFilesChangeNothing) {
+    WriteFile("no group.usb", "serial=1\n");
+    WriteFile("other group.usb", "[camera]\nserial=1\n");
+    WriteFile("long.usb", "[device]\nserial=1\n#" + std::string(70000, 'x'));
+    WriteFile("real.usb", "[device]\nserial=1\n");
+    fs::create_symlink(root / "real.usb", root / "link.usb");
+    ASSERT_EQ(0, mkfifo(PathOf("fifo.usb").c_str(), 0600));
+    for (const char* name :
+         {"no group.usb", "other group.usb", "long.usb", "link.usb", "fifo.usb", "missing.usb"}) {
+        SCOPED_TRACE(name);
+        platform::DeviceRecord record;
+        Strings complaints;
+        EXPECT_FALSE(platform::ReadKeyFile(PathOf(name), record, complaints));
+        EXPECT_EQ(1u, complaints.size());
+        EXPECT_EQ("", record.serial);
+    }
+}
+
+// Everything that a stick's and a camera's coming and going may bring, and nothing else.
+TEST_F(DirectoryTest, TellsOfWhatComesAndGoes) {
+    Start();
+    fs::create_directory(root / "stick");
+    ASSERT_TRUE(WaitFor("mounted stick"));
+    WriteFile(".hidden.usb", kCameraKeys);
+    WriteFile("camera.usb", kCameraKeys);
+    ASSERT_TRUE(WaitFor("added Eye"));
+    EXPECT_EQ(2u, ListDevices(USB_CLASS_ALL).size());
+    fs::remove(root / "camera.usb");
+    ASSERT_TRUE(WaitFor("removed Eye"));
+    fs::remove(root / "stick");
+    ASSERT_TRUE(WaitFor("blocked stick"));
+    EXPECT_EQ(0u, ListDevices(USB_CLASS_ALL).size());
+    const std::string path = PathOf("stick");
+    EXPECT_EQ((Strings{"db+ " + path, "mounted stick", "added Eye", "removed Eye", "db- " + path,
+                       "blocked stick"}),
+              Lines());
+}
+
+// Another stick of the same name, put in between two looks, is not taken for the first.
+TEST_F(DirectoryTest, AReplacedStickGoesAndComes) {
+    fs::create_directory(root / "stick");
+    fs::create_directory(folder / "other");
+    Start();
+    fs::rename(root / "stick", folder / "first");
+    fs::rename(folder / "other", root / "stick");
+    ASSERT_TRUE(WaitFor("mounted stick"));
+    fs::remove(root / "stick");
+    fs::create_directory(root / "stick");  // may well get the number of the removed one
+    ASSERT_TRUE(Journal::Instance().WaitUntil([](const Strings& lines) {
+        return std::count(lines.begin(), lines.end(), "mounted stick") == 2;
+    }));
+    const std::string come = "db+ " + PathOf("stick"), go = "db- " + PathOf("stick");
+    EXPECT_EQ((Strings{come, go, come, go, come}), Told(true));
+    EXPECT_EQ((Strings{"blocked stick", "mounted stick", "blocked stick", "mounted stick"}),
+              Told(false));
+}
+
+TEST_F(DirectoryTest, AKeyFileThatComesLaterMakesAnotherDevice) {
+    fs::create_directory(root / "stick");
+    Start();
+    WriteFile("stick.usb", "[device]\nclass=6\nproduct=Eye\n");
+    ASSERT_TRUE(WaitFor("added Eye"));
+    EXPECT_EQ(
+        (Strings{"db+ " + PathOf("stick"), "db- " + PathOf("stick"), "blocked stick", "added Eye"}),
+        Lines());
+}
+
+TEST_F(DirectoryTest, TheRootMayBeMissingAndComeBack) {
+    root = folder / "far" / "away" / "usb";
+    Start();
+    EXPECT_EQ(0u, ListDevices(USB_CLASS_ALL).size());
+    fs::create_directories(root / "one");
+    ASSERT_TRUE(WaitFor("mounted one"));
+    fs::rename(root, folder / "moved");
+    ASSERT_TRUE(WaitFor("blocked one"));
+    fs::create_directories(root / "two");
+    ASSERT_TRUE(WaitFor("mounted two"));
+    fs::remove_all(folder / "far");
+    ASSERT_TRUE(WaitFor("blocked two"));
+    fs::create_directories(root / "three");
+    ASSERT_TRUE(WaitFor("mounted three"));
+}
+
+TEST_F(DirectoryTest, NobodySeesAStorageBeforeTheDatabaseHasIt) {
+    Start();
+    Journal::Instance().holdStorageMounted = true;
+    fs::create_directory(root / "first");
+    WriteFile("camera.usb", kCameraKeys);
+    for (int i = 0; i < 100; ++i) {  // the database is busy: calls are answered all the same
+        EXPECT_EQ(0u, ListDevices(USB_CLASS_ALL).size());
+        EXPECT_EQ(0, usb_device_init());
+        EXPECT_EQ(0, usb_device_fini());
+    }
+    EXPECT_EQ(Strings{}, Lines());
+    Journal::Instance().holdStorageMounted = false;
+    ASSERT_TRUE(WaitFor("added Eye"));
+    ASSERT_TRUE(WaitFor("mounted first"));
+    EXPECT_EQ("db+ " + PathOf("first"), Lines().front());
+    EXPECT_EQ(2u, ListDevices(USB_CLASS_ALL).size());
+}
+
+TEST_F(DirectoryTest, UnusedServiceIsSilentAndStartsAnew) {
+    fs::create_directory(root / "stick");
+    Start();
+    EXPECT_EQ(0, usb_device_fini());
+    fs::create_directory(root / "unseen");
+    EXPECT_EQ(0, usb_device_init());
+    const std::string stick = PathOf("stick");
+    EXPECT_EQ((Strings{"db+ " + stick, "db- " + stick, "db+ " + stick, "db+ " + PathOf("unseen")}),
+              Lines());
+    EXPECT_EQ(2u, ListDevices(USB_CLASS_MASS_STORAGE).size());
+}
+
+// ---- receivers -------------------------------------------------------------------------------
+
+struct Blocker {
+    std::promise<void> entered;
+    std::promise<void> release;
+    std::atomic<int> calls{0};
+    std::atomic<bool> inside{false};
+};
+
+void BlockOnce(usb_device_s*, char*, void* userData) {
+    auto* blocker = static_cast<Blocker*>(userData);
+    blocker->inside = true;
+    if (blocker->calls++ == 0) {
+        blocker->entered.set_value();
+        blocker->release.get_future().wait();
+    }
+    blocker->inside = false;
+}
+
+TEST_F(DirectoryTest, RemovingAReceiverWaitsForItsRunningCallAndEndsIt) {
+    Start();
+    Blocker blocker;
+    EXPECT_EQ(0, usb_set_connected_cb(BlockOnce, &blocker));
+    EXPECT_EQ(0, usb_set_connected_cb(BlockOnce, &blocker));  // still one receiver
+    fs::create_directory(root / "one");
+    blocker.entered.get_future().wait();
+
+    // The call runs: others are not held up by it.
+    EXPECT_EQ(1u, ListDevices(USB_CLASS_ALL).size());
+    Blocker other;
+    EXPECT_EQ(0, usb_set_connected_cb(BlockOnce, &other));
+    EXPECT_EQ(0, usb_unset_connected_cb(BlockOnce, &other));
+    fs::create_directory(root / "two");
+    ASSERT_TRUE(WaitFor("db+ " + PathOf("two")));
+
+    std::promise<bool> insideAfterwards;
+    std::thread remover([&] {
+        EXPECT_EQ(0, usb_unset_connected_cb(BlockOnce, &blocker));
+        insideAfterwards.set_value(blocker.inside);
+    });
+    blocker.release.set_value();
+    EXPECT_FALSE(insideAfterwards.get_future().get());
+    remover.join();
+    ASSERT_TRUE(WaitFor("mounted two"));
+    fs::remove(root / "two");
+    ASSERT_TRUE(WaitFor("blocked two"));
+    EXPECT_EQ(
+        1, blocker.calls - (blocker.calls == 2));  // the second came before the removal, or never
+    EXPECT_EQ(0, other.calls);
+    EXPECT_EQ(USB_DEVICE_ERROR_NO_DEVICE, usb_unset_connected_cb(BlockOnce, &blocker));
+}
+
+void RemoveItself(usb_device_s* device, char*, void* userData) {
+    EXPECT_EQ(0, usb_unset_connected_cb(RemoveItself, userData));
+    Journal::Instance().Add("last " + NameOf(Read(device)));
+}
+
+TEST_F(DirectoryTest, AReceiverMayRemoveItself) {
+    Start();
+    EXPECT_EQ(0, usb_set_connected_cb(RemoveItself, this));
+    fs::create_directory(root / "one");
+    ASSERT_TRUE(WaitFor("last one"));
+    fs::create_directory(root / "two");
+    ASSERT_TRUE(WaitFor("mounted two"));
+    EXPECT_EQ((Strings{"db+ " + PathOf("one"), "mounted one", "last one", "db+ " + PathOf("two"),
+                       "mounted two"}),
+              Lines());
+}
+
+void Count(usb_device_s*, char*, void* userData) {
+    ++*static_cast<std::atomic<int>*>(userData);
+}
+
+// Receivers come and go, clients start and stop the service and list devices, while sticks are
+// plugged and pulled at random moments: what is listed at the end is what is there.
+TEST_F(DirectoryTest, FiveHundredPlugsAndPulls) {
+    Start();
+    std::atomic<bool> done{false};
+    std::atomic<int> counts[3] = {};
+    std::vector<std::thread> clients;
+    for (auto& count : counts)
+        clients.emplace_back([&] {
+            while (!done) {
+                EXPECT_EQ(0, usb_device_init());
+                EXPECT_EQ(0, usb_set_connected_cb(Count, &count));
+                ListDevices(USB_CLASS_ALL);
+                std::this_thread::yield();
+                EXPECT_EQ(0, usb_unset_connected_cb(Count, &count));
+                EXPECT_EQ(0, usb_device_fini());
+            }
+        });
+    EXPECT_EQ(0, usb_device_fini());  // whichever client is the last one ends the service
+    std::mt19937 random(7);
+    const auto plug = [&](int stick) { fs::create_directory(root / std::to_string(stick)); };
+    for (int cycle = 0; cycle < 500; ++cycle) {
+        const int stick = static_cast<int>(random() % 4);
+        plug(stick);
+        if (random() % 8 == 0) {
+            EXPECT_TRUE(WaitFor("db+ " + PathOf(std::to_string(stick))));
+        }
+        fs::remove(root / std::to_string(stick));
+    }
+    EXPECT_EQ(0, usb_device_init());
+    plug(9);
+    ASSERT_TRUE(WaitFor("mounted 9"));
+    done = true;
+    for (std::thread& client : clients) client.join();
+    const auto left = ListDevices(USB_CLASS_ALL);
+    ASSERT_EQ(1u, left.size());
+    EXPECT_EQ(PathOf("9"), left[0].mountPath);
+}
+
+}  // namespace
