@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <future>
-#include <stdexcept>
 
 extern char** environ;
 
@@ -31,9 +30,10 @@ bool Run(const Words& command) {
     const int error =
         posix_spawnp(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (error)
-        throw std::runtime_error(command[0] + ": " + std::strerror(error) +
-                                 " (scripts/setup.sh installs what is needed)");
+    if (error) {
+        std::fprintf(stderr, "%s: %s\n", arguments[0], std::strerror(error));
+        return false;
+    }
     int status = 0;
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }

@@ -23,8 +23,8 @@ Encoding Ffmpeg(const std::string& path, const std::string& picture, const std::
 // heif-enc from a JPEG, whose EXIF goes along.
 Encoding HeifEnc(const std::string& path, const std::string& jpeg);
 
-// Runs them, two at a time. What cannot be made (no such encoder here) is said on standard error
-// and left out; returns how many. Throws std::runtime_error when a program is not installed.
+// Runs them, two at a time. What cannot be made (no such program or encoder here) is said on
+// standard error and left out; returns how many.
 int Encode(const std::vector<Encoding>& encodings);
 
 }  // namespace samples

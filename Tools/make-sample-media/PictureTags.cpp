@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <exiv2/exiv2.hpp>
+#include <filesystem>
 
 namespace samples {
 namespace {
@@ -41,6 +42,7 @@ void SetExif(Exiv2::ExifData& exif, const PictureTags& tags) {
 }  // namespace
 
 void TagPicture(const std::string& path, const PictureTags& tags) {
+    if (!std::filesystem::exists(path)) return;
     const Exiv2::Image::AutoPtr image = Exiv2::ImageFactory::open(path);
     image->readMetadata();
     SetExif(image->exifData(), tags);

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <stdexcept>
 
 #include "Encoders.h"
 #include "Files.h"
@@ -189,6 +190,8 @@ int MakeSmallLibrary(const std::string& root) {
     for (const auto& more : {Pictures(photos), Songs(root + "/Music")})
         all.insert(all.end(), more.begin(), more.end());
     int leftOut = Encode(all);
+    if (leftOut == static_cast<int>(all.size()))
+        throw std::runtime_error("ffmpeg cannot be run; scripts/setup.sh installs it");
     TagPictures(photos);
     leftOut += Encode({HeifEnc(photos + "/Formats/picture.heic", photos + "/beach.jpg")});
     MakeOddNames(root + "/Odd names", photos + "/beach.jpg");

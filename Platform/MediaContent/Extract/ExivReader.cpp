@@ -215,6 +215,7 @@ void InitExiv() {
 bool ReadPicture(FileSource& source, Metadata& metadata) {
     const Exiv2::Image::AutoPtr image =
         Exiv2::ImageFactory::open(Exiv2::BasicIo::AutoPtr(new ExivIo(source)));
+    if (image.get() == nullptr) return false;  // nothing that it knows
     image->readMetadata();
     const Exiv2::ExifData& exif = image->exifData();
     metadata.width = Pixels(static_cast<uint32_t>(image->pixelWidth()));
