@@ -50,8 +50,10 @@ pthread_cond_t* Of(GCond* cond) {
 
 extern "C" {
 
+// An atomic store: the object may reach its next thread through GLib's own queues, whose locks
+// are bound inside the library and stay invisible.
 void g_mutex_init(GMutex* mutex) {
-    mutex->p = nullptr;
+    __atomic_store_n(&mutex->p, nullptr, __ATOMIC_RELEASE);
 }
 
 void g_mutex_clear(GMutex* mutex) {
@@ -76,7 +78,7 @@ gboolean g_mutex_trylock(GMutex* mutex) {
 }
 
 void g_cond_init(GCond* cond) {
-    cond->p = nullptr;
+    __atomic_store_n(&cond->p, nullptr, __ATOMIC_RELEASE);
 }
 
 void g_cond_clear(GCond* cond) {
