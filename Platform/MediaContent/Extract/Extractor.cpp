@@ -25,8 +25,6 @@ using Helper = std::unique_ptr<HelperProcess>;
 
 constexpr int PROGRESS = 16;
 constexpr milliseconds CANCEL_LOOK(20);
-// A helper loads many libraries; from a cold and slow disk that takes a while.
-constexpr milliseconds START_DEADLINE(15'000);
 
 enum class Answer { GOOD, GONE, LATE, NONSENSE, CANCELLED, NOT_SENT };
 
@@ -152,7 +150,8 @@ Helper ExtractorPool::Impl::StartNew(const std::atomic<bool>& cancel) {
     }
     // Its first message says that it is ready.
     ExtractAnswer ready;
-    const Answer answer = Await(*helper, 0, Clock::now() + START_DEADLINE, cancel, ready);
+    const Clock::time_point deadline = Clock::now() + milliseconds(options.startDeadlineMs);
+    const Answer answer = Await(*helper, 0, deadline, cancel, ready);
     if (answer == Answer::GOOD) {
         const std::lock_guard<std::mutex> lock(mutex);
         failureLogged = false;

@@ -25,11 +25,12 @@ struct ExtractResult {
 };
 
 struct ExtractorOptions {
-    std::string helperPath;     // the contents-mgr-extract program, absolute
-    int workers = 1;            // helper processes at most; each is started when it is needed
-    int deadlineMs = 5000;      // for one file; a helper that takes longer is killed
-    int filesPerHelper = 2000;  // a helper is replaced after so many files
-    int restartPauseMs = 5000;  // after the program could not be started: no new try for so long
+    std::string helperPath;       // the contents-mgr-extract program, absolute
+    int workers = 1;              // helper processes at most; each is started when it is needed
+    int deadlineMs = 5000;        // for one file; a helper that takes longer is killed
+    int startDeadlineMs = 15000;  // for a helper to get ready: it loads many libraries
+    int filesPerHelper = 2000;    // a helper is replaced after so many files
+    int restartPauseMs = 5000;    // after the program could not be started: no new try for so long
 };
 
 // A few helper processes. Each answers one request at a time; more callers than workers wait for

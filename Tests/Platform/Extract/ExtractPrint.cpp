@@ -37,8 +37,7 @@ void Print(const std::string& path, bool bare, ExtractorPool& pool) {
     const std::atomic<bool> cancel{false};
     const ExtractResult result =
         bare ? Bare(file.Get(), kind, mime) : pool.Extract(file.Get(), kind, mime, cancel);
-    const std::string name = path.substr(path.rfind('/') + 1);
-    std::printf("%s", ToLine(name, result).c_str());
+    std::printf("%s", ToLine(path, result).c_str());
 }
 
 }  // namespace

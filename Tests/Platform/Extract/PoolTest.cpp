@@ -1,0 +1,255 @@
+// The pool against helpers that misbehave, and against files that hang a reader.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "ExtractSupport.h"
+#include "Log/Log.h"
+
+namespace {
+
+using namespace platform;
+
+class PoolTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        s_folder = new TempFolder;
+        Output({SAMPLE_MAKER, "--photos", s_folder->Path(), "8"});
+        std::ofstream(*s_folder / "sparse.mp3");
+        std::filesystem::resize_file(*s_folder / "sparse.mp3", 10ull << 30);
+    }
+    static void TearDownTestSuite() {
+        delete s_folder;
+        s_folder = nullptr;
+    }
+    static std::string Photo() { return *s_folder / "IMG_0001.jpg"; }
+    static std::string Sparse() { return *s_folder / "sparse.mp3"; }
+
+    static ExtractorOptions Real() {
+        ExtractorOptions options;
+        options.helperPath = EXTRACT_HELPER;
+        options.deadlineMs = 30'000;
+        return options;
+    }
+    // The stand-in under the name that makes it misbehave so.
+    static ExtractorOptions Bad(const std::string& how) {
+        ExtractorOptions options = Real();
+        options.helperPath = *s_folder / how;
+        if (!std::filesystem::exists(options.helperPath))
+            std::filesystem::create_symlink(BAD_HELPER, options.helperPath);
+        return options;
+    }
+
+    NothingLeft m_nothingLeft;
+    static TempFolder* s_folder;
+};
+
+TempFolder* PoolTest::s_folder = nullptr;
+
+// The log lines written while it lives.
+class LogLines {
+public:
+    LogLines() {
+        SetLogSink([this](const LogLine& line) {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_lines.push_back(line.text);
+        });
+    }
+    ~LogLines() { SetLogSink({}); }
+    size_t Count(const std::string& part) const {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return static_cast<size_t>(std::count_if(
+            m_lines.begin(), m_lines.end(),
+            [&](const std::string& line) { return line.find(part) != std::string::npos; }));
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<std::string> m_lines;
+};
+
+TEST_F(PoolTest, AHelperThatMisbehavesCostsOneFileEach) {
+    for (const char* how : {"dies", "crashes", "garbage", "empty", "too-long", "tail", "cut",
+                            "wrong-number", "unclean", "off-globe"}) {
+        const LogLines log;
+        ExtractorPool pool(Bad(how));
+        for (int i = 0; i < 3; ++i) {
+            const ExtractResult result = ExtractPath(pool, Photo());
+            EXPECT_EQ(result.status, ExtractStatus::FAILED) << how;
+            EXPECT_EQ(result.metadata.title, "") << how;
+        }
+        EXPECT_EQ(log.Count("IMG_0001.jpg"), 3u) << how;
+        EXPECT_TRUE(ChildrenOf(getpid()).empty()) << how;
+    }
+}
+
+TEST_F(PoolTest, AHelperThatEndedWhileIdleIsReplacedBeforeTheFileIsLost) {
+    ExtractorPool pool(Bad("once"));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
+        // Dead, and not yet waited for by the pool.
+        for (const pid_t child : ChildrenOf(getpid())) {
+            siginfo_t info = {};
+            waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
+        }
+    }
+}
+
+TEST_F(PoolTest, ADescriptorInAnAnswerIsDropped) {
+    ExtractorPool pool(Bad("gives-descriptor"));
+    ASSERT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
+    const std::set<int> before = DescriptorsOf(getpid());
+    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
+    EXPECT_EQ(DescriptorsOf(getpid()), before);
+}
+
+TEST_F(PoolTest, AHelperThatHangsIsKilledAtTheDeadline) {
+    ExtractorOptions options = Bad("hangs");
+    options.deadlineMs = 50;
+    ExtractorPool pool(options);
+    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::FAILED);
+    EXPECT_TRUE(ChildrenOf(getpid()).empty());
+}
+
+TEST_F(PoolTest, AFileThatHangsTheReaderCostsOnlyItself) {
+    ExtractorOptions options = Real();
+    options.deadlineMs = 100;
+    ExtractorPool pool(options);
+    EXPECT_EQ(ExtractPath(pool, Sparse()).status, ExtractStatus::FAILED);
+    EXPECT_TRUE(
+        Eventually([&pool] { return ExtractPath(pool, Photo()).status == ExtractStatus::OK; }));
+}
+
+TEST_F(PoolTest, CancellingEndsTheWaitForAHelperAndForATurn) {
+    ExtractorPool pool(Bad("hangs"));
+    const UniqueFd file = OpenFile(Photo());
+    std::atomic<bool> cancel{false};
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 3; ++i) {
+        callers.emplace_back([&] {
+            EXPECT_EQ(
+                pool.Extract(file.Get(), MEDIA_CONTENT_TYPE_IMAGE, "image/jpeg", cancel).status,
+                ExtractStatus::CANCELLED);
+        });
+    }
+    EXPECT_TRUE(Eventually([] { return !ChildrenOf(getpid()).empty(); }));
+    cancel = true;
+    for (std::thread& caller : callers) caller.join();
+    EXPECT_TRUE(ChildrenOf(getpid()).empty());
+}
+
+TEST_F(PoolTest, AProgramThatDoesNotStartIsLoggedOnceAndNotTriedForEachFile) {
+    ExtractorOptions missing = Real();
+    missing.helperPath = *s_folder / "no-such-program";
+    ExtractorOptions deaf = Bad("never-ready");
+    deaf.startDeadlineMs = 50;
+    for (const ExtractorOptions& options : {missing, deaf, Bad("dies-at-start")}) {
+        const LogLines log;
+        ExtractorPool pool(options);
+        for (int i = 0; i < 5; ++i)
+            EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::UNAVAILABLE);
+        EXPECT_EQ(log.Count("cannot start the metadata helper"), 1u) << options.helperPath;
+    }
+}
+
+TEST_F(PoolTest, AProgramThatAppearsLaterIsUsed) {
+    ExtractorOptions options = Real();
+    options.helperPath = *s_folder / "late";
+    options.restartPauseMs = 0;
+    ExtractorPool pool(options);
+    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::UNAVAILABLE);
+    std::filesystem::create_symlink(EXTRACT_HELPER, options.helperPath);
+    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
+}
+
+TEST_F(PoolTest, OnlyRegularFilesAreSent) {
+    ExtractorPool pool(Real());
+    const std::atomic<bool> cancel{false};
+    const UniqueFd folder = OpenFile(s_folder->Path());
+    const UniqueFd null = OpenFile("/dev/null");
+    for (const int fd : {folder.Get(), null.Get(), -1})
+        EXPECT_EQ(pool.Extract(fd, MEDIA_CONTENT_TYPE_IMAGE, "image/jpeg", cancel).status,
+                  ExtractStatus::FAILED);
+    EXPECT_TRUE(ChildrenOf(getpid()).empty()) << "no helper was needed";
+}
+
+TEST_F(PoolTest, AHelperIsKeptReplacedInTimeAndEndedWhenAsked) {
+    ExtractorOptions options = Real();
+    options.filesPerHelper = 2;
+    ExtractorPool pool(options);
+    ExtractPath(pool, Photo());
+    const std::set<pid_t> first = ChildrenOf(getpid());
+    EXPECT_EQ(first.size(), 1u);
+    ExtractPath(pool, Photo());
+    EXPECT_TRUE(ChildrenOf(getpid()).empty()) << "two files were its share";
+    ExtractPath(pool, Photo());
+    EXPECT_EQ(ChildrenOf(getpid()).size(), 1u);
+    EXPECT_NE(ChildrenOf(getpid()), first);
+    pool.EndIdleHelpers();
+    EXPECT_TRUE(ChildrenOf(getpid()).empty());
+}
+
+TEST_F(PoolTest, AHelperHoldsNoDescriptorOfOursAndNoFileAfterItsAnswer) {
+    const UniqueFd inheritable(dup(STDIN_FILENO));
+    ExtractorPool pool(Real());
+    ASSERT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
+    const std::set<pid_t> helpers = ChildrenOf(getpid());
+    ASSERT_EQ(helpers.size(), 1u);
+    EXPECT_EQ(DescriptorsOf(*helpers.begin()), (std::set<int>{0, 1, 2, 3}));
+}
+
+TEST_F(PoolTest, ManyCallersShareAFewHelpers) {
+    ExtractorOptions options = Real();
+    options.workers = 2;
+    options.filesPerHelper = 7;
+    ExtractorPool pool(options);
+    std::atomic<int> read{0};
+    std::atomic<size_t> most{0};
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 4; ++i) {
+        callers.emplace_back([&] {
+            for (int file = 0; file < 10; ++file) {
+                read += ExtractPath(pool, Photo()).metadata.width == 160;
+                most = std::max<size_t>(most, ChildrenOf(getpid()).size());
+            }
+        });
+    }
+    for (std::thread& caller : callers) caller.join();
+    EXPECT_EQ(read, 40);
+    EXPECT_LE(most, 4u) << "two, and two more that are just being replaced";
+}
+
+// The service killed while a helper reads a file that takes for ever: nothing is left.
+TEST_F(PoolTest, HelpersDieWithTheServiceEvenWhileTheyHang) {
+    const std::string sparse = Sparse();
+    char* arguments[] = {const_cast<char*>(EXTRACT_PRINT), const_cast<char*>(sparse.c_str()),
+                         nullptr};
+    pid_t service = 0;
+    ASSERT_EQ(posix_spawn(&service, EXTRACT_PRINT, nullptr, nullptr, arguments, environ), 0);
+    std::set<pid_t> helpers;
+    const auto reading = [&] {
+        helpers = ChildrenOf(service);
+        return !helpers.empty() && DescriptorsOf(*helpers.begin()).count(4) == 1;
+    };
+    EXPECT_TRUE(Eventually(reading));
+    kill(service, SIGKILL);
+    waitpid(service, nullptr, 0);
+    ASSERT_EQ(helpers.size(), 1u);
+    EXPECT_TRUE(Eventually([&] {
+        std::ifstream state("/proc/" + std::to_string(*helpers.begin()) + "/stat");
+        std::string id, name, letter;
+        return !(state >> id >> name >> letter) || letter == "Z";
+    }));
+}
+
+}  // namespace

@@ -1,0 +1,186 @@
+// The small parsers of the extraction: names, texts, positions and the protocol.
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <random>
+
+#include "MediaContent/Extract/CleanText.h"
+#include "MediaContent/Extract/Iso6709.h"
+#include "MediaContent/Extract/MediaTypes.h"
+#include "MediaContent/Extract/Protocol.h"
+
+namespace {
+
+using namespace platform;
+using namespace std::string_literals;
+
+TEST(MediaTypes, AreFoundByTheLastExtensionInAnyCase) {
+    const struct {
+        const char* name;
+        int kind;  // -1: no media file
+        const char* mime;
+    } cases[] = {
+        {"a.jpg", 0, "image/jpeg"},
+        {"/x.y/A.JpEg", 0, "image/jpeg"},
+        {"a.tar.HEIC", 0, "image/heic"},
+        {"b.mp3", 3, "audio/mpeg"},
+        {"b.ogg", 3, "audio/ogg"},
+        {"v.MP4", 1, "video/mp4"},
+        {"v.m2ts", 1, "video/mp2t"},
+        {"memo.amr", 2, "audio/amr"},
+        {"new\nline.png", 0, "image/png"},
+        {"\xff\xfe.gif", 0, "image/gif"},
+        {"a.jpg.txt", -1, nullptr},
+        {"jpg", -1, nullptr},
+        {"a.", -1, nullptr},
+        {"", -1, nullptr},
+        {"a.jpg ", -1, nullptr},
+        {"a.verylongextension", -1, nullptr},
+        {"folder.jpg/file", -1, nullptr},
+    };
+    for (const auto& given : cases) {
+        media_content_type_e kind = MEDIA_CONTENT_TYPE_OTHERS;
+        const char* mime = nullptr;
+        const bool found = LookUpMediaType(given.name, kind, mime);
+        EXPECT_EQ(found ? static_cast<int>(kind) : -1, given.kind) << given.name;
+        EXPECT_STREQ(mime, given.mime) << given.name;
+    }
+}
+
+TEST(CleanTextTest, LetsOnlyValidShortTextsThrough) {
+    const struct {
+        std::string given;
+        std::string clean;
+    } cases[] = {
+        {"", ""},
+        {"plain", "plain"},
+        {"  padded   ", "padded"},
+        {"Ünïcödé 日本", "Ünïcödé 日本"},
+        {"caf\xe9", "caf\xef\xbf\xbd"},
+        {"\xed\xa0\x80", "\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd"},
+        {"a\r\nb\tc\x7f", "a  b c"},
+        {"a\xc2\x85"
+         "b",
+         "a b"},
+        {"text\0and what was there before"s, "text"},
+        {"\0hidden"s, ""},
+        {std::string(5000, 'x'), std::string(4096, 'x')},
+        {std::string(4095, 'x') + "ü", std::string(4095, 'x')},
+        {std::string(4095, 'x') + " y", std::string(4095, 'x')},
+    };
+    for (const auto& text : cases) {
+        EXPECT_EQ(CleanText(text.given), text.clean);
+        EXPECT_TRUE(IsCleanText(text.clean));
+        EXPECT_EQ(IsCleanText(text.given), text.given == text.clean);
+    }
+}
+
+TEST(Iso6709Test, ReadsPositionsOnTheGlobeOnly) {
+    const struct {
+        const char* text;
+        bool good;
+        double latitude;
+        double longitude;
+    } cases[] = {
+        {"+48.8566+002.3522/", true, 48.8566, 2.3522},
+        {"-33.8568+151.2153+035.000/", true, -33.8568, 151.2153},
+        {"+4851.396+00221.132/", true, 48.8566, 2.3522},
+        {"+485123.76-0022107.92CRSWGS_84/", true, 48.8566, -2.3522},
+        {"+90-180/", true, 90.0, -180.0},
+        {"+90.1+000/", false, 0, 0},
+        {"+48+180.5/", false, 0, 0},
+        {"48.8566+002.3522/", false, 0, 0},
+        {"+48.8566", false, 0, 0},
+        {"+4+002/", false, 0, 0},
+        {"+48512345+002/", false, 0, 0},
+        {"", false, 0, 0},
+    };
+    for (const auto& given : cases) {
+        double latitude = 0.0;
+        double longitude = 0.0;
+        EXPECT_EQ(ParseIso6709(given.text, latitude, longitude), given.good) << given.text;
+        EXPECT_NEAR(latitude, given.latitude, 1e-6) << given.text;
+        EXPECT_NEAR(longitude, given.longitude, 1e-6) << given.text;
+    }
+}
+
+ExtractAnswer FullAnswer() {
+    ExtractAnswer answer;
+    answer.number = 0x80000001;
+    answer.read = true;
+    answer.retiring = true;
+    Metadata& data = answer.metadata;
+    data = {"Title", "Déscription", "Album", "Artist", "Genre", "Composer", "Copyright", "3/12"};
+    data.description.resize(0);
+    data.description = std::string(MAX_METADATA_TEXT, 'd');
+    data.width = std::numeric_limits<int32_t>::max();
+    data.height = 2;
+    data.orientation = 8;
+    data.bitRate = 4;
+    data.durationMs = 5;
+    data.hasPosition = true;
+    data.latitude = -90.0;
+    data.longitude = 180.0;
+    return answer;
+}
+
+TEST(ProtocolTest, WhatIsSentArrives) {
+    const ExtractAnswer sent = FullAnswer();
+    const std::string bytes = EncodeAnswer(sent);
+    ExtractAnswer got;
+    ASSERT_TRUE(DecodeAnswer(bytes, got));
+    EXPECT_EQ(got.number, sent.number);
+    EXPECT_TRUE(got.read && got.retiring && got.metadata.hasPosition);
+    EXPECT_EQ(got.metadata.latitude, -90.0);
+    EXPECT_EQ(got.metadata.trackNumber, "3/12");
+    EXPECT_EQ(EncodeAnswer(got), bytes);
+
+    ExtractRequest request;
+    request.number = 7;
+    request.fileSize = 10ull << 30;
+    request.deadlineMs = 5000;
+    request.kind = MEDIA_CONTENT_TYPE_MUSIC;
+    request.mime = "audio/mpeg";
+    ExtractRequest taken;
+    ASSERT_TRUE(DecodeRequest(EncodeRequest(request), taken));
+    EXPECT_EQ(EncodeRequest(taken), EncodeRequest(request));
+}
+
+TEST(ProtocolTest, NothingButAWholeMessageIsTaken) {
+    ExtractAnswer small = FullAnswer();
+    small.metadata.description = "d";
+    const std::string answer = EncodeAnswer(small);
+    const std::string request = EncodeRequest({1, 2, 3, MEDIA_CONTENT_TYPE_IMAGE, "image/jpeg"});
+    ExtractAnswer gotAnswer;
+    ExtractRequest gotRequest;
+    for (size_t length = 0; length < answer.size(); ++length)
+        EXPECT_FALSE(DecodeAnswer(answer.substr(0, length), gotAnswer)) << length;
+    for (size_t length = 0; length < request.size(); ++length)
+        EXPECT_FALSE(DecodeRequest(request.substr(0, length), gotRequest)) << length;
+    EXPECT_FALSE(DecodeAnswer(answer + '\0', gotAnswer));
+    EXPECT_FALSE(DecodeRequest(request + '\0', gotRequest));
+    EXPECT_FALSE(DecodeAnswer(request, gotAnswer));
+    EXPECT_FALSE(DecodeRequest(answer, gotRequest));
+}
+
+TEST(ProtocolTest, WhatNoHonestHelperSaysIsRefused) {
+    const std::function<void(ExtractAnswer&)> lies[] = {
+        [](ExtractAnswer& a) { a.metadata.title = "\xff"; },
+        [](ExtractAnswer& a) { a.metadata.genre = "new\nline"; },
+        [](ExtractAnswer& a) { a.metadata.album = " padded"; },
+        [](ExtractAnswer& a) { a.metadata.title = std::string(MAX_METADATA_TEXT + 1, 'x'); },
+        [](ExtractAnswer& a) { a.metadata.width = -1; },
+        [](ExtractAnswer& a) { a.metadata.orientation = 9; },
+        [](ExtractAnswer& a) { a.metadata.latitude = 90.5; },
+        [](ExtractAnswer& a) { a.metadata.longitude = std::nan(""); },
+        [](ExtractAnswer& a) { a.metadata.hasPosition = false; },
+    };
+    for (const auto& lie : lies) {
+        ExtractAnswer answer = FullAnswer();
+        lie(answer);
+        ExtractAnswer got;
+        EXPECT_FALSE(DecodeAnswer(EncodeAnswer(answer), got)) << &lie - lies;
+    }
+}
+
+}  // namespace
