@@ -43,7 +43,7 @@ void FileSource::FillWindow(uint64_t offset) {
 }
 
 size_t FileSource::ReadAt(uint64_t offset, void* buffer, size_t length) {
-    if (offset >= m_size) return 0;
+    if (length == 0 || offset >= m_size) return 0;
     length = static_cast<size_t>(std::min<uint64_t>(length, m_size - offset));
     auto* out = static_cast<unsigned char*>(buffer);
     size_t done = CopyFromWindow(offset, out, length);
