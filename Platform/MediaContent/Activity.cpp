@@ -1,0 +1,152 @@
+#include "MediaContent/Activity.h"
+
+#include <algorithm>
+
+namespace platform {
+namespace {
+
+constexpr size_t MAX_THREADS = 4;
+constexpr size_t MAX_FULL_SCANS = 3;  // the last thread is for the short ones
+
+void CancelIfGone(Activity& activity) {
+    if (activity.mount && activity.mount->gone) activity.cancel = true;
+}
+
+}  // namespace
+
+void ActivityQueue::Submit(ActivityPtr activity, std::function<void()> run) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    CancelIfGone(*activity);
+    m_queue.push_back({std::move(activity), std::move(run)});
+    if (m_idle < m_queue.size() && m_threads.size() < MAX_THREADS)
+        m_threads.emplace_back([this] { Main(); });
+    m_changed.notify_all();
+}
+
+void ActivityQueue::Enter(const ActivityPtr& activity) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    CancelIfGone(*activity);
+    m_running.push_back(activity);
+}
+
+void ActivityQueue::Leave(const ActivityPtr& activity) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_running.erase(std::find(m_running.begin(), m_running.end(), activity));
+    m_changed.notify_all();
+}
+
+void ActivityQueue::Cancel(const Test& test) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const Job& job : m_queue)
+        if (test(*job.activity)) job.activity->cancel = true;
+    for (const ActivityPtr& activity : m_running)
+        if (test(*activity)) activity->cancel = true;
+    m_changed.notify_all();  // what is cancelled may run at once
+}
+
+bool ActivityQueue::HasAny(const Test& test) const {
+    return std::any_of(m_queue.begin(), m_queue.end(),
+                       [&](const Job& job) { return test(*job.activity); }) ||
+           std::any_of(m_running.begin(), m_running.end(),
+                       [&](const ActivityPtr& activity) { return test(*activity); });
+}
+
+void ActivityQueue::Wait(const Test& test) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_changed.wait(lock, [&] { return !HasAny(test); });
+}
+
+std::vector<ActivityPtr> ActivityQueue::List() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<ActivityPtr> list = m_running;
+    for (const Job& job : m_queue) list.push_back(job.activity);
+    return list;
+}
+
+// A storage has at most one whole scan and one short one at a time. What is cancelled only has to
+// say so and waits for nothing.
+bool ActivityQueue::MayRun(const Activity& activity) const {
+    if (activity.cancel) return true;
+    size_t full = 0;
+    for (const ActivityPtr& running : m_running) {
+        if (running->mount == activity.mount && running->full == activity.full) return false;
+        if (running->full) ++full;
+    }
+    return !activity.full || full < MAX_FULL_SCANS;
+}
+
+bool ActivityQueue::TakeJob(Job& job) {
+    const auto next = std::find_if(m_queue.begin(), m_queue.end(), [this](const Job& waiting) {
+        return MayRun(*waiting.activity);
+    });
+    if (next == m_queue.end()) return false;
+    job = std::move(*next);
+    m_queue.erase(next);
+    m_running.push_back(job.activity);
+    return true;
+}
+
+void ActivityQueue::Main() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    for (;;) {
+        Job job;
+        ++m_idle;
+        m_changed.wait(lock, [&] { return TakeJob(job) || (m_stopping && m_queue.empty()); });
+        --m_idle;
+        if (!job.activity) return;
+        lock.unlock();
+        job.run();
+        job.run = nullptr;
+        lock.lock();
+        m_running.erase(std::find(m_running.begin(), m_running.end(), job.activity));
+        m_changed.notify_all();
+    }
+}
+
+void ActivityQueue::Stop() {
+    Cancel([](const Activity&) { return true; });
+    std::vector<std::thread> threads;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_stopping = true;
+        threads.swap(m_threads);
+        m_changed.notify_all();
+    }
+    for (std::thread& thread : threads) thread.join();
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_stopping = false;
+}
+
+WorkerPool::~WorkerPool() {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_stopping = true;
+        m_changed.notify_all();
+    }
+    for (std::thread& thread : m_threads) thread.join();
+}
+
+void WorkerPool::Submit(std::function<void()> task) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_tasks.push_back(std::move(task));
+    if (m_idle < m_tasks.size() && m_threads.size() < m_limit)
+        m_threads.emplace_back([this] { Main(); });
+    m_changed.notify_one();
+}
+
+void WorkerPool::Main() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    for (;;) {
+        ++m_idle;
+        m_changed.wait(lock, [this] { return !m_tasks.empty() || m_stopping; });
+        --m_idle;
+        if (m_tasks.empty()) return;
+        const std::function<void()> task = std::move(m_tasks.front());
+        m_tasks.pop_front();
+        lock.unlock();
+        task();
+        lock.lock();
+    }
+}
+
+}  // namespace platform

@@ -1,0 +1,124 @@
+#include "MediaContent/Database.h"
+
+namespace platform {
+namespace {
+
+constexpr int BUSY_TIMEOUT_MS = 5000;
+constexpr size_t MAX_KEPT_STATEMENTS = 64;
+
+}  // namespace
+
+Connection::Connection(const std::string& file, int flags) {
+    sqlite3* handle = nullptr;
+    const int result = sqlite3_open_v2(file.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+    m_handle.reset(handle);
+    if (result != SQLITE_OK) Fail(result);
+    sqlite3_extended_result_codes(handle, 1);
+    sqlite3_busy_timeout(handle, BUSY_TIMEOUT_MS);
+}
+
+void Connection::Fail(int code) const {
+    const char* text = m_handle ? sqlite3_errmsg(m_handle.get()) : sqlite3_errstr(code);
+    throw DatabaseError(code, text ? text : "out of memory");
+}
+
+void Connection::Execute(const char* sql) {
+    const int result = sqlite3_exec(m_handle.get(), sql, nullptr, nullptr, nullptr);
+    if (result != SQLITE_OK) Fail(result);
+}
+
+StatementPtr Connection::Prepare(std::string_view sql) {
+    sqlite3_stmt* statement = nullptr;
+    const int result = sqlite3_prepare_v3(m_handle.get(), sql.data(), static_cast<int>(sql.size()),
+                                          0, &statement, nullptr);
+    if (result != SQLITE_OK) Fail(result);
+    return StatementPtr(statement);
+}
+
+// Texts with numbers in them would otherwise pile up.
+void Connection::DropKeptStatements() {
+    if (m_kept.size() < MAX_KEPT_STATEMENTS) return;
+    for (auto at = m_kept.begin(); at != m_kept.end();)
+        at = at->second.inUse ? std::next(at) : m_kept.erase(at);
+}
+
+Query::Query(Connection& connection, const std::string& sql) : m_connection(connection) {
+    auto found = connection.m_kept.find(sql);
+    if (found == connection.m_kept.end()) connection.DropKeptStatements();
+    if (found == connection.m_kept.end())
+        found = connection.m_kept.emplace(sql, Connection::Kept{connection.Prepare(sql)}).first;
+    if (found->second.inUse) {
+        m_own = connection.Prepare(sql);
+        m_statement = m_own.get();
+        return;
+    }
+    m_borrowed = &found->second;
+    m_borrowed->inUse = true;
+    m_statement = m_borrowed->statement.get();
+}
+
+Query::Query(Connection& connection, StatementPtr statement)
+    : m_connection(connection), m_own(std::move(statement)), m_statement(m_own.get()) {}
+
+Query::~Query() {
+    if (!m_borrowed) return;
+    sqlite3_reset(m_statement);
+    sqlite3_clear_bindings(m_statement);
+    m_borrowed->inUse = false;
+}
+
+Query& Query::Bind(int64_t value) {
+    const int result = sqlite3_bind_int64(m_statement, ++m_bound, value);
+    if (result != SQLITE_OK) m_connection.Fail(result);
+    return *this;
+}
+
+Query& Query::Bind(double value) {
+    const int result = sqlite3_bind_double(m_statement, ++m_bound, value);
+    if (result != SQLITE_OK) m_connection.Fail(result);
+    return *this;
+}
+
+Query& Query::Bind(std::string_view value) {
+    const char* data = value.data() ? value.data() : "";
+    const int result = sqlite3_bind_text64(m_statement, ++m_bound, data, value.size(),
+                                           SQLITE_TRANSIENT, SQLITE_UTF8);
+    if (result != SQLITE_OK) m_connection.Fail(result);
+    return *this;
+}
+
+bool Query::Next() {
+    const int result = sqlite3_step(m_statement);
+    if (result == SQLITE_ROW) return true;
+    if (result != SQLITE_DONE) m_connection.Fail(result);
+    return false;
+}
+
+void Query::Again() {
+    sqlite3_reset(m_statement);
+    sqlite3_clear_bindings(m_statement);
+    m_bound = 0;
+}
+
+std::string_view Query::View(int column) const {
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(m_statement, column));
+    if (!text) return {};
+    return {text, static_cast<size_t>(sqlite3_column_bytes(m_statement, column))};
+}
+
+Transaction::Transaction(Connection& connection, Kind kind) : m_connection(connection) {
+    connection.Execute(kind == WRITE ? "BEGIN IMMEDIATE" : "BEGIN");
+}
+
+Transaction::~Transaction() {
+    // SQLite may have rolled back by itself, on a full disk for one.
+    if (m_open && !sqlite3_get_autocommit(m_connection.Handle()))
+        sqlite3_exec(m_connection.Handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+void Transaction::Commit() {
+    m_connection.Execute("COMMIT");
+    m_open = false;
+}
+
+}  // namespace platform

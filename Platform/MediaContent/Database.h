@@ -1,0 +1,114 @@
+// SQLite behind three small owners: a connection, a query that runs on it, and a transaction.
+#ifndef PLATFORM_MEDIA_CONTENT_DATABASE_H
+#define PLATFORM_MEDIA_CONTENT_DATABASE_H
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace platform {
+
+// What SQLite refused; `code` is its primary result code.
+class DatabaseError : public std::runtime_error {
+public:
+    DatabaseError(int code, const std::string& message)
+        : std::runtime_error(message), m_code(code & 0xff) {}
+    int Code() const { return m_code; }
+    // The file's content is at fault, not the disk, the rights or the load.
+    bool MeansDamage() const { return m_code == SQLITE_CORRUPT || m_code == SQLITE_NOTADB; }
+
+private:
+    int m_code;
+};
+
+struct StatementCloser {
+    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+using StatementPtr = std::unique_ptr<sqlite3_stmt, StatementCloser>;
+
+// One connection, used by one thread at a time. Statements of constant text stay prepared.
+class Connection {
+public:
+    // `flags` as sqlite3_open_v2 takes them. Throws DatabaseError.
+    Connection(const std::string& file, int flags);
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    // Runs a text of one or more statements without results.
+    void Execute(const char* sql);
+    StatementPtr Prepare(std::string_view sql);
+    sqlite3* Handle() const { return m_handle.get(); }
+    int64_t LastInsertedRow() const { return sqlite3_last_insert_rowid(m_handle.get()); }
+    int ChangedRows() const { return sqlite3_changes(m_handle.get()); }
+    [[noreturn]] void Fail(int code) const;
+
+private:
+    friend class Query;
+    void DropKeptStatements();
+    struct Kept {
+        StatementPtr statement;
+        bool inUse = false;
+    };
+    struct Closer {
+        void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
+    };
+    std::unique_ptr<sqlite3, Closer> m_handle;
+    std::unordered_map<std::string, Kept> m_kept;  // after the handle: finalised before it closes
+};
+
+// One run of one statement. Parameters are bound in order, columns are read by index from 0.
+class Query {
+public:
+    // A statement of constant text, prepared once a connection.
+    Query(Connection& connection, const std::string& sql);
+    // A statement of its own; nothing is kept.
+    Query(Connection& connection, StatementPtr statement);
+    ~Query();
+    Query(const Query&) = delete;
+    Query& operator=(const Query&) = delete;
+
+    Query& Bind(int64_t value);
+    Query& Bind(double value);
+    Query& Bind(std::string_view value);  // copied
+
+    bool Next();                  // false at the end; throws DatabaseError
+    void Run() { (void)Next(); }  // for statements without rows
+    void Again();                 // rewinds and forgets the parameters
+
+    int64_t Int(int column) const { return sqlite3_column_int64(m_statement, column); }
+    double Real(int column) const { return sqlite3_column_double(m_statement, column); }
+    std::string Text(int column) const { return std::string(View(column)); }
+    std::string_view View(int column) const;  // until the next call
+    int Type(int column) const { return sqlite3_column_type(m_statement, column); }
+
+private:
+    Connection& m_connection;
+    StatementPtr m_own;
+    Connection::Kept* m_borrowed = nullptr;
+    sqlite3_stmt* m_statement = nullptr;
+    int m_bound = 0;
+};
+
+// BEGIN; rolled back unless committed.
+class Transaction {
+public:
+    enum Kind { READ, WRITE };
+    Transaction(Connection& connection, Kind kind);
+    ~Transaction();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+    void Commit();
+
+private:
+    Connection& m_connection;
+    bool m_open = true;
+};
+
+}  // namespace platform
+
+#endif

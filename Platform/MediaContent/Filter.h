@@ -1,0 +1,63 @@
+// What a filter handle holds, and the check of its condition text.
+#ifndef PLATFORM_MEDIA_CONTENT_FILTER_H
+#define PLATFORM_MEDIA_CONTENT_FILTER_H
+
+#include <stdexcept>
+#include <string>
+
+#include "MediaContent.h"
+#include "MediaContent/Database.h"
+
+struct media_filter_s {
+    bool hasStorage = false;
+    std::string storage;
+    std::string condition;  // empty: none
+    media_content_collation_e conditionCollation = MEDIA_CONTENT_COLLATE_DEFAULT;
+    std::string orderColumn;  // empty: none
+    media_content_order_e order = MEDIA_CONTENT_ORDER_ASC;
+    media_content_collation_e orderCollation = MEDIA_CONTENT_COLLATE_DEFAULT;
+    int offset = 0;
+    int count = -1;  // negative: to the end
+};
+
+namespace platform {
+
+// A condition or an order that is none of ours.
+class BadFilter : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// The columns that conditions and orders may name.
+struct Columns {
+    const char* view;          // without the collation at its end
+    const char* const* names;  // ends with null
+};
+extern const Columns ITEM_COLUMNS;
+extern const Columns FOLDER_COLUMNS;
+
+// The column of that name, whatever its case, as it is written in the view. Throws BadFilter.
+std::string FindColumn(const Columns& columns, const std::string& name);
+
+// True when `text` only asks for kinds of items ("MEDIA_TYPE = 0 OR MEDIA_TYPE=1", in parentheses
+// or not); `mask` is then their set, bit n for kind n. Such conditions need no SQL.
+bool ReadTypeMask(const std::string& text, unsigned& mask);
+
+// A look at the words of a condition before SQLite sees it: column names, the words of logic and
+// comparison, numbers, quoted texts and balanced parentheses. Throws BadFilter.
+void CheckWords(const Columns& columns, const std::string& text);
+
+// The view with the texts compared as `collation` says.
+std::string ViewName(const Columns& columns, media_content_collation_e collation);
+
+// Checks a condition text in full, on `connection`. Throws BadFilter when it is anything but an
+// expression over the columns, whatever tricks it uses.
+void CheckCondition(Connection& connection, const Columns& columns, const std::string& text);
+
+// Prepares a statement that contains a condition, with everything forbidden but reading the view.
+StatementPtr PrepareGuarded(Connection& connection, const Columns& columns, const std::string& sql,
+                            int* selects = nullptr);
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,41 @@
+// Small things that the files of the C interface have in common.
+#ifndef PLATFORM_MEDIA_CONTENT_HANDLES_H
+#define PLATFORM_MEDIA_CONTENT_HANDLES_H
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+
+#include "MediaContent.h"
+#include "MediaContent/Records.h"
+
+namespace platform {
+
+// Heap memory for the receiver; a value that is not there is null.
+inline int GiveText(const std::string& text, char** out) {
+    char* copy = text.empty() ? nullptr : strdup(text.c_str());
+    if (!text.empty() && !copy) return MEDIA_CONTENT_ERROR_OUT_OF_MEMORY;
+    *out = copy;
+    return MEDIA_CONTENT_ERROR_NONE;
+}
+
+// One more holder of what `source` points to.
+template <typename Record>
+int CloneHandle(Record** destination, Record* source) {
+    if (!destination || !source) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
+    intrusive_ptr_add_ref(source);
+    *destination = source;
+    return MEDIA_CONTENT_ERROR_NONE;
+}
+
+template <typename Record>
+int DestroyHandle(Record* record) {
+    if (!record) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
+    intrusive_ptr_release(record);
+    return MEDIA_CONTENT_ERROR_NONE;
+}
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,330 @@
+#include "MediaContent/Reader.h"
+
+#include <strings.h>
+
+#include <algorithm>
+
+namespace platform {
+namespace {
+
+constexpr int64_t CHUNK = 1000;  // rows read between two rounds of callbacks
+constexpr unsigned ALL_TYPES = (1u << MEDIA_TYPES) - 1;
+
+// A test of `column` against the scope's storages.
+std::string InScope(const char* column, const Scope& scope) {
+    std::string list;
+    for (const auto& [number, path] : scope)
+        list += (list.empty() ? "" : ", ") + std::to_string(number);
+    return column + (scope.size() == 1 ? " = " + list : " IN (" + list + ")");
+}
+
+std::string TypeList(unsigned mask) {
+    std::string list;
+    int types = 0;
+    for (int type = 0; type < MEDIA_TYPES; ++type) {
+        if (!(mask & (1u << type))) continue;
+        list += (types++ ? ", " : "") + std::to_string(type);
+    }
+    return types == 1 ? "type = " + list : "type IN (" + list + ")";
+}
+
+// The column of the item table behind a column of the view, where it is one.
+const char* TableColumn(const std::string& column) {
+    static constexpr const char* PAIRS[][2] = {
+        {"MEDIA_TYPE", "type"},         {"MEDIA_SIZE", "size"},
+        {"MEDIA_ADDED_TIME", "added"},  {"MEDIA_MODIFIED_TIME", "modified"},
+        {"MEDIA_WIDTH", "width"},       {"MEDIA_HEIGHT", "height"},
+        {"MEDIA_LATITUDE", "latitude"}, {"MEDIA_LONGITUDE", "longitude"},
+        {"MEDIA_TITLE", "title"},       {"MEDIA_DISPLAY_NAME", "name"}};
+    for (const auto& pair : PAIRS)
+        if (column == pair[0]) return pair[1];
+    return nullptr;
+}
+
+// True when the filter's condition, if any, only asks for kinds.
+bool AsksForKinds(const media_filter_s* filter, unsigned& mask) {
+    mask = ALL_TYPES;
+    return !filter || filter->condition.empty() || ReadTypeMask(filter->condition, mask);
+}
+
+constexpr const char* SUM_COLUMNS =
+    "sum(count0), sum(count1), sum(count2), sum(count3), sum(count4)";
+
+int64_t SumOfCounts(Connection& connection, const std::string& from, unsigned mask) {
+    Query query(connection, std::string("SELECT ") + SUM_COLUMNS + " FROM " + from);
+    if (!query.Next()) return 0;
+    int64_t sum = 0;
+    for (int type = 0; type < MEDIA_TYPES; ++type)
+        if (mask & (1u << type)) sum += query.Int(type);
+    return sum;
+}
+
+std::string FolderPrefix(const std::string& mountPath, const std::string& folder) {
+    return folder.empty() ? mountPath + '/' : mountPath + '/' + folder + '/';
+}
+
+void FillRecord(const Query& query, media_info_s& record) {
+    record.path += query.View(3);
+    record.type = static_cast<media_content_type_e>(query.Int(4));
+    record.added = query.Int(5);
+    record.modified = query.Int(6);
+    record.size = query.Int(7);
+    record.mime = query.View(8);
+    record.title = query.View(9);
+    record.width = static_cast<int32_t>(query.Int(10));
+    record.height = static_cast<int32_t>(query.Int(11));
+    record.orientation = static_cast<int32_t>(query.Int(12));
+    record.bitRate = static_cast<int32_t>(query.Int(13));
+    record.duration = static_cast<int32_t>(query.Int(14));
+    record.latitude = query.Real(15);
+    record.longitude = query.Real(16);
+    record.description = query.View(17);
+    record.album = query.View(18);
+    record.artist = query.View(19);
+    record.genre = query.View(20);
+    record.composer = query.View(21);
+    record.copyright = query.View(22);
+    record.track = query.View(23);
+}
+
+constexpr const char* RECORD =
+    "SELECT revision, storage, folder, name, type, added, modified, size, mime, title, width,"
+    " height, orientation, bit_rate, duration, latitude, longitude, description, album, artist,"
+    " genre, composer, copyright, track FROM item WHERE number = ?";
+
+}  // namespace
+
+// ---- items ------------------------------------------------------------------------------------
+
+Plan Reader::MakePlan(Connection& connection, const Scope& scope, int64_t folder,
+                      const media_filter_s* filter) {
+    Plan plan;
+    const bool ordered = filter && !filter->orderColumn.empty();
+    const std::string column =
+        ordered ? FindColumn(ITEM_COLUMNS, filter->orderColumn) : "MEDIA_ADDED_TIME";
+    plan.descending = ordered && filter->order == MEDIA_CONTENT_ORDER_DESC;
+    const bool caseless = ordered && filter->orderCollation == MEDIA_CONTENT_COLLATE_NOCASE;
+    plan.revisionQuery = "SELECT sum(revision) FROM storage WHERE " + InScope("number", scope);
+    const std::string limits =
+        folder != 0 ? "folder = " + std::to_string(folder) : InScope("storage", scope);
+
+    unsigned mask = ALL_TYPES;
+    const bool kindsOnly = AsksForKinds(filter, mask);
+    const char* tableColumn = TableColumn(column);
+    if (kindsOnly && tableColumn) {
+        if (mask != ALL_TYPES && folder != 0 &&
+            SumOfCounts(connection, "folder WHERE number = " + std::to_string(folder),
+                        ALL_TYPES & ~mask) == 0)
+            mask = ALL_TYPES;  // nothing else lies there: no need to look at each item's kind
+        plan.source = "item WHERE " + limits + (mask == ALL_TYPES ? "" : " AND " + TypeList(mask));
+        plan.key = tableColumn;
+    } else {
+        const auto collation = filter ? filter->conditionCollation : MEDIA_CONTENT_COLLATE_DEFAULT;
+        const bool conditioned = filter && !filter->condition.empty();
+        if (conditioned) CheckCondition(connection, ITEM_COLUMNS, filter->condition);
+        plan.source = "(SELECT * FROM " + ViewName(ITEM_COLUMNS, collation) + " WHERE " + limits +
+                      ") WHERE (" + (conditioned ? filter->condition : "1") + "\n)";
+        plan.key = column;
+        plan.guarded = &ITEM_COLUMNS;
+    }
+    if (caseless) plan.key = '(' + plan.key + " COLLATE NOCASE)";
+    return plan;
+}
+
+int64_t Reader::CountBySql(Connection& connection, const Plan& plan) {
+    const std::string sql = "SELECT count(*) FROM " + plan.source;
+    Query query(connection, plan.guarded ? PrepareGuarded(connection, *plan.guarded, sql)
+                                         : connection.Prepare(sql));
+    return query.Next() ? query.Int(0) : 0;
+}
+
+int64_t Reader::CountItems(const Scope& scope, const media_filter_s* filter) {
+    const Store::Borrowed connection = m_store.Read();
+    unsigned mask = 0;
+    if (!AsksForKinds(filter, mask))
+        return CountBySql(*connection, MakePlan(*connection, scope, 0, filter));
+    return SumOfCounts(*connection, "storage WHERE " + InScope("number", scope), mask);
+}
+
+int64_t Reader::CountFolderItems(const Scope& scope, int64_t folder, const media_filter_s* filter) {
+    const Store::Borrowed connection = m_store.Read();
+    unsigned mask = 0;
+    if (!AsksForKinds(filter, mask))
+        return CountBySql(*connection, MakePlan(*connection, scope, folder, filter));
+    return SumOfCounts(*connection, "folder WHERE number = " + std::to_string(folder), mask);
+}
+
+void Reader::ListItems(const Scope& scope, int64_t folder, const media_filter_s* filter,
+                       const std::function<bool(const MediaRecord&)>& callback) {
+    int64_t left = filter && filter->count >= 0 ? filter->count : INT64_MAX;
+    const int64_t offset = filter ? filter->offset : 0;
+    Plan plan;
+    Position last;
+    for (bool first = true;; first = false) {
+        const int64_t count = std::min(left, CHUNK);
+        std::vector<MediaRecord> records;
+        bool more = false;
+        {
+            const Store::Borrowed connection = m_store.Read();
+            Transaction snapshot(*connection, Transaction::READ);
+            if (first) plan = MakePlan(*connection, scope, folder, filter);
+            const std::vector<Position> page =
+                first ? ReadPage(*connection, m_store.Anchors(), plan, offset, count)
+                      : ReadAfter(*connection, plan, last, count);
+            records = ReadRecords(*connection, scope, page);
+            more = static_cast<int64_t>(page.size()) == count;
+            if (!page.empty()) last = page.back();
+        }
+        for (const MediaRecord& record : records)
+            if (!callback(record)) return;
+        left -= count;
+        if (!more || left == 0) return;
+    }
+}
+
+std::vector<MediaRecord> Reader::ReadRecords(Connection& connection, const Scope& scope,
+                                             const std::vector<Position>& positions) {
+    std::vector<MediaRecord> records;
+    records.reserve(positions.size());
+    std::unordered_map<int64_t, std::string> folders;  // absolute, with a slash at the end
+    Query row(connection, RECORD);
+    for (const Position& position : positions) {
+        row.Again();
+        if (!row.Bind(position.number).Next()) continue;
+        const auto mounted = scope.find(row.Int(1));
+        if (mounted == scope.end()) continue;
+        std::string& folder = folders[row.Int(2)];
+        if (folder.empty()) {
+            Query query(connection, "SELECT path FROM folder WHERE number = ?");
+            query.Bind(row.Int(2));
+            folder = FolderPrefix(mounted->second, query.Next() ? query.Text(0) : std::string());
+        }
+        records.push_back(ShareRecord(position.number, row.Int(0), m_store.ItemId(position.number),
+                                      folder,
+                                      [&](media_info_s& record) { FillRecord(row, record); }));
+    }
+    return records;
+}
+
+MediaRecord Reader::FindItem(const Scope& scope, int64_t number) {
+    const Store::Borrowed connection = m_store.Read();
+    Transaction snapshot(*connection, Transaction::READ);
+    Position position;
+    position.number = number;
+    const std::vector<MediaRecord> records = ReadRecords(*connection, scope, {position});
+    return records.empty() ? MediaRecord() : records.front();
+}
+
+// ---- folders ----------------------------------------------------------------------------------
+
+int64_t Reader::StorageOfFolder(int64_t folder) {
+    const Store::Borrowed connection = m_store.Read();
+    Query query(*connection, "SELECT storage FROM folder WHERE number = ?");
+    query.Bind(folder);
+    return query.Next() ? query.Int(0) : 0;
+}
+
+std::vector<FolderRecord> Reader::ListFolders(const Scope& scope, const media_filter_s* filter) {
+    const Store::Borrowed connection = m_store.Read();
+    const bool conditioned = filter && !filter->condition.empty();
+    const auto collation = filter ? filter->conditionCollation : MEDIA_CONTENT_COLLATE_DEFAULT;
+    if (conditioned) CheckCondition(*connection, FOLDER_COLUMNS, filter->condition);
+    std::string sql = "SELECT number, FOLDER_PATH FROM (SELECT * FROM " +
+                      ViewName(FOLDER_COLUMNS, collation) + " WHERE " + InScope("storage", scope) +
+                      " AND below > 0) WHERE (" + (conditioned ? filter->condition : "1") +
+                      "\n) ORDER BY ";
+    const bool descending = filter && filter->order == MEDIA_CONTENT_ORDER_DESC;
+    const char* direction = descending ? " DESC" : " ASC";
+    if (filter && !filter->orderColumn.empty()) {
+        sql += FindColumn(FOLDER_COLUMNS, filter->orderColumn);
+        if (filter->orderCollation == MEDIA_CONTENT_COLLATE_NOCASE) sql += " COLLATE NOCASE";
+        sql += std::string(direction) + ", ";
+    }
+    sql += std::string("number") + direction + " LIMIT " +
+           std::to_string(filter ? filter->count : -1) + " OFFSET " +
+           std::to_string(filter ? filter->offset : 0);
+
+    std::vector<FolderRecord> folders;
+    Query query(*connection, PrepareGuarded(*connection, FOLDER_COLUMNS, sql));
+    while (query.Next()) {
+        FolderRecord folder(new media_folder_s);
+        folder->id = m_store.FolderId(query.Int(0));
+        folder->path = query.View(1);
+        folders.push_back(std::move(folder));
+    }
+    return folders;
+}
+
+// ---- what the scanner asks --------------------------------------------------------------------
+
+std::unordered_map<std::string, KnownItem> Reader::KnownItems(int64_t storage,
+                                                              const std::string& folder) {
+    std::unordered_map<std::string, KnownItem> items;
+    const Store::Borrowed connection = m_store.Read();
+    Query query(*connection,
+                "SELECT i.name, i.number, i.size, i.modified, i.modified_ns, i.inode, i.state,"
+                " i.pinned FROM folder AS f CROSS JOIN item AS i ON i.folder = f.number"
+                " WHERE f.storage = ? AND f.path = ?");
+    query.Bind(storage).Bind(folder);
+    while (query.Next()) {
+        KnownItem item;
+        item.number = query.Int(1);
+        item.facts = {query.Int(2), query.Int(3), query.Int(4), query.Int(5)};
+        item.state = static_cast<ItemState>(query.Int(6));
+        item.pinned = query.Int(7) != 0;
+        items.emplace(query.Text(0), item);
+    }
+    return items;
+}
+
+std::vector<std::string> Reader::KnownFolders(int64_t storage, const std::string& below) {
+    std::vector<std::string> folders;
+    const Store::Borrowed connection = m_store.Read();
+    // '0' follows '/': the range holds what begins with the path and a slash.
+    Query query(*connection, below.empty()
+                                 ? "SELECT path FROM folder WHERE storage = ? AND below > 0"
+                                 : "SELECT path FROM folder WHERE storage = ?1 AND below > 0 AND"
+                                   " (path = ?2 OR (path > ?2 || '/' AND path < ?2 || '0'))");
+    query.Bind(storage);
+    if (!below.empty()) query.Bind(below);
+    while (query.Next()) folders.push_back(query.Text(0));
+    return folders;
+}
+
+std::vector<KnownPlace> Reader::KnownPlaces(int64_t storage, int64_t inode) {
+    std::vector<KnownPlace> places;
+    const Store::Borrowed connection = m_store.Read();
+    Query query(*connection,
+                "SELECT i.number, f.path, i.name, i.size, i.modified, i.modified_ns, i.type,"
+                " i.pinned FROM item AS i CROSS JOIN folder AS f ON f.number = i.folder"
+                " WHERE i.storage = ? AND i.inode = ?");
+    query.Bind(storage).Bind(inode);
+    while (query.Next()) {
+        KnownPlace place;
+        place.number = query.Int(0);
+        place.folder = query.Text(1);
+        place.name = query.Text(2);
+        place.facts = {query.Int(3), query.Int(4), query.Int(5), inode};
+        place.type = static_cast<media_content_type_e>(query.Int(6));
+        place.pinned = query.Int(7) != 0;
+        places.push_back(std::move(place));
+    }
+    return places;
+}
+
+bool Reader::HoldsItems(int64_t storage) {
+    const Store::Borrowed connection = m_store.Read();
+    return SumOfCounts(*connection, "storage WHERE number = " + std::to_string(storage),
+                       ALL_TYPES) > 0;
+}
+
+std::vector<int64_t> Reader::StoragesUnseenSince(int64_t before) {
+    std::vector<int64_t> storages;
+    const Store::Borrowed connection = m_store.Read();
+    Query query(*connection, "SELECT number FROM storage WHERE last_seen < ?");
+    query.Bind(before);
+    while (query.Next()) storages.push_back(query.Int(0));
+    return storages;
+}
+
+}  // namespace platform

@@ -1,0 +1,106 @@
+#include "MediaContent/Records.h"
+
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+
+namespace platform {
+namespace {
+
+std::atomic<int64_t> liveRecords{0};
+
+// Weak: a record leaves the table with its last holder.
+struct RecordTable {
+    std::mutex mutex;
+    std::unordered_map<int64_t, media_info_s*> byNumber;
+};
+
+// Never destroyed: handles may be given back until the very end of the process.
+RecordTable& Table() {
+    static RecordTable* table = new RecordTable;
+    return *table;
+}
+
+// A record whose count has reached 0 is being destroyed by another thread.
+bool TryHold(media_info_s& record) {
+    int64_t holders = record.holders.load(std::memory_order_relaxed);
+    while (holders > 0)
+        if (record.holders.compare_exchange_weak(holders, holders + 1)) return true;
+    return false;
+}
+
+bool IsSame(const media_info_s& record, int64_t revision, const std::string& id,
+            const std::string& folderPath) {
+    return record.revision == revision && record.id == id &&
+           record.path.compare(0, record.nameAt, folderPath) == 0;
+}
+
+// Only for records whose count is 0.
+void Forget(media_info_s* record) {
+    {
+        RecordTable& table = Table();
+        std::lock_guard<std::mutex> lock(table.mutex);
+        const auto found = table.byNumber.find(record->number);
+        if (found != table.byNumber.end() && found->second == record) table.byNumber.erase(found);
+    }
+    delete record;
+}
+
+}  // namespace
+
+MediaRecord ShareRecord(int64_t number, int64_t revision, const std::string& id,
+                        const std::string& folderPath,
+                        const std::function<void(media_info_s&)>& fill) {
+    RecordTable& table = Table();
+    std::lock_guard<std::mutex> lock(table.mutex);
+    media_info_s*& known = table.byNumber[number];
+    if (known && IsSame(*known, revision, id, folderPath) && TryHold(*known))
+        return MediaRecord(known, false);
+    known = nullptr;
+    auto made = std::make_unique<media_info_s>(number, revision);
+    made->id = id;
+    made->path = folderPath;
+    made->nameAt = folderPath.size();
+    fill(*made);
+    known = made.release();
+    return MediaRecord(known);
+}
+
+int64_t LiveRecords() {
+    return liveRecords;
+}
+
+void intrusive_ptr_add_ref(StorageRecord* record) {
+    record->holders.fetch_add(1, std::memory_order_relaxed);
+}
+
+void intrusive_ptr_release(StorageRecord* record) {
+    if (record->holders.fetch_sub(1, std::memory_order_acq_rel) == 1) delete record;
+}
+
+}  // namespace platform
+
+media_info_s::media_info_s(int64_t itemNumber, int64_t itemRevision)
+    : number(itemNumber), revision(itemRevision) {
+    platform::liveRecords.fetch_add(1, std::memory_order_relaxed);
+}
+
+media_info_s::~media_info_s() {
+    platform::liveRecords.fetch_sub(1, std::memory_order_relaxed);
+}
+
+void intrusive_ptr_add_ref(media_info_s* record) {
+    record->holders.fetch_add(1, std::memory_order_relaxed);
+}
+
+void intrusive_ptr_release(media_info_s* record) {
+    if (record->holders.fetch_sub(1, std::memory_order_acq_rel) == 1) platform::Forget(record);
+}
+
+void intrusive_ptr_add_ref(media_folder_s* record) {
+    record->holders.fetch_add(1, std::memory_order_relaxed);
+}
+
+void intrusive_ptr_release(media_folder_s* record) {
+    if (record->holders.fetch_sub(1, std::memory_order_acq_rel) == 1) delete record;
+}

@@ -1,0 +1,106 @@
+// The records that handles of the C interface point to: immutable, counted, shared by all clones.
+#ifndef PLATFORM_MEDIA_CONTENT_RECORDS_H
+#define PLATFORM_MEDIA_CONTENT_RECORDS_H
+
+#include <atomic>
+#include <boost/intrusive_ptr.hpp>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "MediaContent.h"
+
+// The metadata handles are views into their item's record and count with it.
+struct audio_meta_s {
+    media_info_s* item;
+};
+struct image_meta_s {
+    media_info_s* item;
+};
+struct video_meta_s {
+    media_info_s* item;
+};
+
+// Filled in by whoever makes it; never changed once it is shared.
+struct media_info_s {
+    media_info_s(int64_t itemNumber, int64_t itemRevision);
+    ~media_info_s();
+    media_info_s(const media_info_s&) = delete;
+    media_info_s& operator=(const media_info_s&) = delete;
+
+    const int64_t number;
+    const int64_t revision;
+    std::string id;
+    std::string path;   // absolute
+    size_t nameAt = 0;  // where the name begins in `path`
+    std::string mime;
+    std::string title;
+    std::string description;
+    std::string album;
+    std::string artist;
+    std::string genre;
+    std::string composer;
+    std::string copyright;
+    std::string track;
+    media_content_type_e type = MEDIA_CONTENT_TYPE_OTHERS;
+    int32_t width = 0;
+    int32_t height = 0;
+    int32_t orientation = 0;
+    int32_t bitRate = 0;
+    int32_t duration = 0;
+    int64_t size = 0;
+    int64_t added = 0;
+    int64_t modified = 0;
+    double latitude = 0.0;
+    double longitude = 0.0;
+
+    audio_meta_s audio{this};
+    image_meta_s image{this};
+    video_meta_s video{this};
+
+    std::atomic<int64_t> holders{0};
+};
+
+struct media_folder_s {
+    std::string id;
+    std::string path;  // absolute
+    std::atomic<int64_t> holders{0};
+};
+
+namespace platform {
+
+// What media_storage_h points to.
+struct StorageRecord {
+    std::string id;
+    std::string path;  // where it is mounted
+    std::atomic<int64_t> holders{0};
+};
+
+using MediaRecord = boost::intrusive_ptr<media_info_s>;
+using FolderRecord = boost::intrusive_ptr<media_folder_s>;
+using StorageRecordPtr = boost::intrusive_ptr<StorageRecord>;
+
+// The record of one version of one item: the one that somebody still holds, or else a new one that
+// `fill` completes. The same unchanged item is therefore one object however often it is read, and
+// whoever keeps clones for ever keeps at most one record an item. `id` and `folderPath` (absolute,
+// with a slash at its end) tell databases and mount points apart. Any thread; `fill` runs under the
+// table's lock when it runs.
+MediaRecord ShareRecord(int64_t number, int64_t revision, const std::string& id,
+                        const std::string& folderPath,
+                        const std::function<void(media_info_s&)>& fill);
+
+// Item records that exist now in the whole process.
+int64_t LiveRecords();
+
+}  // namespace platform
+
+void intrusive_ptr_add_ref(media_info_s* record);
+void intrusive_ptr_release(media_info_s* record);
+void intrusive_ptr_add_ref(media_folder_s* record);
+void intrusive_ptr_release(media_folder_s* record);
+namespace platform {
+void intrusive_ptr_add_ref(StorageRecord* record);
+void intrusive_ptr_release(StorageRecord* record);
+}  // namespace platform
+
+#endif

@@ -1,0 +1,369 @@
+#include "MediaContent/Scan.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <string.h>
+#include <sys/vfs.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "Log/Log.h"
+#include "MediaContent/Extract/MediaTypes.h"
+
+namespace platform {
+namespace {
+
+constexpr size_t BATCH = 500;                 // changes a transaction
+constexpr int64_t WRITE_EVERY_MS = 500;       // sooner when files are slow to read
+constexpr size_t MAX_READING = 128;           // files with the workers
+constexpr uint64_t CHECKPOINT_EVERY = 20000;  // changes
+constexpr int MAX_SKIP_LINES = 20;            // log lines a scan
+
+constexpr long MSDOS_MAGIC = 0x4d44;
+constexpr long EXFAT_MAGIC = 0x2011bab0;
+
+int64_t NowMs() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+FileFacts FactsOf(const struct stat& facts) {
+    return {facts.st_size, facts.st_mtim.tv_sec, facts.st_mtim.tv_nsec,
+            static_cast<int64_t>(facts.st_ino)};
+}
+
+bool StatBelow(int root, const std::string& folder, const std::string& name, struct stat& facts) {
+    const FileHandle opened = OpenBelow(root, folder, O_PATH | O_DIRECTORY);
+    return opened && fstatat(opened.Get(), name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+}  // namespace
+
+ExtractStatus ExtractInto(ExtractorPool& extractor, int root, Change& change,
+                          const std::atomic<bool>& cancel) {
+    change.state = ItemState::READ;
+    if (change.type == MEDIA_CONTENT_TYPE_OTHERS) return ExtractStatus::OK;
+    change.state = ItemState::FAILED;
+    const FileHandle file =
+        OpenBelow(root, JoinPath(change.folder, change.name), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    struct stat facts {};
+    if (!file || fstat(file.Get(), &facts) != 0 || !S_ISREG(facts.st_mode)) {
+        change.state = ItemState::UNREAD;
+        return ExtractStatus::FAILED;
+    }
+    ExtractResult result = extractor.Extract(file.Get(), change.type, change.mime.c_str(), cancel);
+    if (result.status == ExtractStatus::OK) change.state = ItemState::READ;
+    if (result.status == ExtractStatus::UNAVAILABLE) change.state = ItemState::UNREAD;
+    change.metadata = std::move(result.metadata);
+    return result.status;
+}
+
+Scan::Scan(const ScanTools& tools, Activity& activity, std::vector<ScanTarget> targets)
+    : m_tools(tools),
+      m_activity(activity),
+      m_mount(*activity.mount),
+      m_storage(activity.mount->number),
+      m_targets(std::move(targets)),
+      m_reader(tools.store) {}
+
+// The workers write into this object: it must not go before them.
+Scan::~Scan() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_resultCame.wait(lock, [this] { return m_reading == 0; });
+}
+
+media_content_error_e Scan::Run() {
+    if (m_activity.cancel || m_storage == 0) return MEDIA_CONTENT_ERROR_CANCELLED;
+    try {
+        media_content_error_e error = OpenRoot();
+        if (error == MEDIA_CONTENT_ERROR_NONE) error = WalkAll();
+        if (error != MEDIA_CONTENT_ERROR_NONE) return error;
+        TakeResults(true);
+        if (m_activity.cancel) return MEDIA_CONTENT_ERROR_CANCELLED;
+        Write(true);
+        if (!RootIsTheSame()) return MEDIA_CONTENT_ERROR_NOT_FOUND;
+        FindGoneFolders();
+        RemoveGone();
+        Write(true);
+        if (m_activity.cancel) return MEDIA_CONTENT_ERROR_CANCELLED;
+        if (m_activity.full) m_tools.store.Write().DropEmptyFolders(m_storage);
+        if (m_written > 0) m_tools.store.Write().Checkpoint();
+        return MEDIA_CONTENT_ERROR_NONE;
+    } catch (const DatabaseError& error) {
+        PLATFORM_LOG("MEDIA_CONTENT", LOG_ERROR, "scan of %s: %s", m_mount.path.c_str(),
+                     error.what());
+        if (error.MeansDamage()) m_tools.store.ReportDamage();
+        return MEDIA_CONTENT_ERROR_DB_FAILED;
+    }
+}
+
+media_content_error_e Scan::OpenRoot() {
+    m_root = FileHandle(open(m_mount.path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    struct statfs fileSystem {};
+    if (!m_root || fstat(m_root.Get(), &m_rootFacts) != 0) {
+        PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "scan of %s: %s", m_mount.path.c_str(),
+                     strerror(errno));
+        return errno == EACCES ? MEDIA_CONTENT_ERROR_PERMISSION_DENIED
+                               : MEDIA_CONTENT_ERROR_NOT_FOUND;
+    }
+    if (fstatfs(m_root.Get(), &fileSystem) == 0)
+        m_stableInodes = fileSystem.f_type != MSDOS_MAGIC && fileSystem.f_type != EXFAT_MAGIC;
+    m_heldItems = m_reader.HoldsItems(m_storage);
+    return MEDIA_CONTENT_ERROR_NONE;
+}
+
+// ---- the walk ---------------------------------------------------------------------------------
+
+media_content_error_e Scan::WalkAll() {
+    m_lastWrite = NowMs();
+    // Taken before the walk: a folder that appears meanwhile is not missed at the end.
+    for (const ScanTarget& target : m_targets) {
+        if (target.recursive)
+            for (std::string& folder : m_reader.KnownFolders(m_storage, target.path))
+                m_knownFolders.insert(std::move(folder));
+        else
+            m_knownFolders.insert(target.path);
+        if (target.path.empty() || !IsExcluded(m_root.Get(), target.path))
+            m_stack.push_back(target);
+    }
+    m_activity.walking = true;
+    media_content_error_e error = MEDIA_CONTENT_ERROR_NONE;
+    while (!m_stack.empty() && error == MEDIA_CONTENT_ERROR_NONE) {
+        const ScanTarget target = std::move(m_stack.back());
+        m_stack.pop_back();
+        error = m_activity.cancel ? MEDIA_CONTENT_ERROR_CANCELLED : ScanFolder(target);
+    }
+    m_activity.walking = false;
+    return error;
+}
+
+media_content_error_e Scan::ScanFolder(const ScanTarget& target) {
+    const std::string& path = target.path;
+    if (m_mount.path.size() + path.size() + 2 >= PATH_MAX) {
+        Skip(path, "the path is too long");
+        Keep(path, 0);
+        return MEDIA_CONTENT_ERROR_NONE;
+    }
+    const FileHandle folder = OpenBelow(m_root.Get(), path, O_RDONLY | O_DIRECTORY);
+    struct stat facts {};
+    const int openError = !folder || fstat(folder.Get(), &facts) != 0 ? errno : 0;
+    if (openError == 0 && facts.st_dev != m_rootFacts.st_dev) return MEDIA_CONTENT_ERROR_NONE;
+    // Before the names are read: an item that somebody adds meanwhile is then in neither list.
+    std::unordered_map<std::string, KnownItem> known = m_reader.KnownItems(m_storage, path);
+    FolderContent content;
+    const int error = openError != 0 ? openError : ReadFolder(folder, content);
+    if (error != 0) {
+        if (path.empty())
+            return error == EACCES ? MEDIA_CONTENT_ERROR_PERMISSION_DENIED
+                                   : MEDIA_CONTENT_ERROR_NOT_FOUND;
+        if (!MeansGone(error)) Keep(path, error);
+        return MEDIA_CONTENT_ERROR_NONE;
+    }
+    if (content.noMedia) return MEDIA_CONTENT_ERROR_NONE;
+    if (path.empty() && LooksUnmounted(content)) {
+        PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING,
+                     "%s is empty and no mount point: what is known of it is kept",
+                     m_mount.path.c_str());
+        return MEDIA_CONTENT_ERROR_NOT_FOUND;
+    }
+    m_knownFolders.erase(path);
+    ScanFiles(folder, path, content, std::move(known));
+    if (!target.recursive) return MEDIA_CONTENT_ERROR_NONE;
+    for (auto below = content.folders.rbegin(); below != content.folders.rend(); ++below)
+        if (!IsHidden(below->name)) m_stack.push_back({JoinPath(path, below->name), true});
+    return MEDIA_CONTENT_ERROR_NONE;
+}
+
+// The folder that a file system was mounted on stays when it goes.
+bool Scan::LooksUnmounted(const FolderContent& content) const {
+    if (!m_activity.full || !content.empty || !m_heldItems) return false;
+    struct stat parent {};
+    return fstatat(m_root.Get(), "..", &parent, 0) != 0 || parent.st_dev == m_rootFacts.st_dev;
+}
+
+void Scan::ScanFiles(const FileHandle& folder, const std::string& path,
+                     const FolderContent& content,
+                     std::unordered_map<std::string, KnownItem> known) {
+    for (const FolderEntry& entry : content.files) {
+        if (m_activity.cancel) return;
+        ScanFile(folder, path, entry.name, known);
+        TakeResults(false);
+        Write(false);
+    }
+    for (const auto& [name, item] : known) m_gone.push_back({item.number, path, name, item.pinned});
+}
+
+// Takes what is still there out of `known`.
+void Scan::ScanFile(const FileHandle& folder, const std::string& path, const std::string& name,
+                    std::unordered_map<std::string, KnownItem>& known) {
+    Change change;
+    const char* mime = "application/octet-stream";
+    const bool isMedia = LookUpMediaType(name, change.type, mime) && !IsHidden(name);
+    const auto item = known.find(name);
+    if (!isMedia && (item == known.end() || !item->second.pinned)) return;
+    if (m_mount.path.size() + path.size() + name.size() + 3 > PATH_MAX)
+        return Skip(JoinPath(path, name), "the path is too long");
+    struct stat facts {};
+    if (fstatat(folder.Get(), name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (!MeansGone(errno)) known.erase(name);  // there, but not to be judged now
+        return;
+    }
+    if (!S_ISREG(facts.st_mode)) return;
+    ++m_activity.filesSeen;
+    change.folder = path;
+    change.name = name;
+    change.mime = mime;
+    change.facts = FactsOf(facts);
+    if (item == known.end()) return NewFile(std::move(change));
+    const KnownItem was = item->second;
+    known.erase(item);
+    change.number = was.number;
+    change.pinned = was.pinned;
+    CompareFile(change, was);
+}
+
+void Scan::CompareFile(const Change& change, const KnownItem& known) {
+    if (!SameContent(change.facts, known.facts) || known.state == ItemState::UNREAD)
+        return ReadLater(change);
+    if (change.facts.inode == known.facts.inode || !m_stableInodes) return;
+    Change inode = change;
+    inode.kind = Change::INODE;
+    m_changes.push_back(std::move(inode));
+}
+
+void Scan::NewFile(Change change) {
+    KnownPlace from;
+    if (!m_heldItems || !FindMoved(change, from)) return ReadLater(std::move(change));
+    m_moved.insert(from.number);
+    change.number = from.number;
+    change.pinned = from.pinned;
+    if (from.type != change.type) return ReadLater(std::move(change));
+    change.kind = Change::MOVE;
+    m_changes.push_back(std::move(change));
+}
+
+// The same inode with the same content, no longer where it was.
+bool Scan::FindMoved(const Change& change, KnownPlace& from) {
+    for (KnownPlace& place : m_reader.KnownPlaces(m_storage, change.facts.inode)) {
+        if (!SameContent(place.facts, change.facts) || m_moved.count(place.number)) continue;
+        struct stat facts {};
+        if (StatBelow(m_root.Get(), place.folder, place.name, facts) &&
+            static_cast<int64_t>(facts.st_ino) == place.facts.inode)
+            continue;  // two names of one file
+        from = std::move(place);
+        return true;
+    }
+    return false;
+}
+
+// ---- reading and writing ----------------------------------------------------------------------
+
+void Scan::ReadLater(Change change) {
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_resultCame.wait(lock, [this] { return m_reading < MAX_READING; });
+        ++m_reading;
+    }
+    ++m_activity.filesRead;
+    m_tools.workers.Submit([this, change = std::move(change)]() mutable {
+        const bool given =
+            !m_activity.cancel && ExtractInto(m_tools.extractor, m_root.Get(), change,
+                                              m_activity.cancel) != ExtractStatus::CANCELLED;
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (given) m_results.push_back(std::move(change));
+        --m_reading;
+        m_resultCame.notify_all();
+    });
+}
+
+void Scan::TakeResults(bool all) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (all) m_resultCame.wait(lock, [this] { return m_reading == 0; });
+    std::move(m_results.begin(), m_results.end(), std::back_inserter(m_changes));
+    m_results.clear();
+}
+
+void Scan::Write(bool all) {
+    const int64_t now = NowMs();
+    const bool due = m_changes.size() >= BATCH || now - m_lastWrite >= WRITE_EVERY_MS;
+    if (m_changes.empty() || (!all && !due)) return;
+    m_lastWrite = now;
+    for (size_t begin = 0; begin < m_changes.size() && !m_activity.cancel; begin += BATCH) {
+        const size_t end = std::min(begin + BATCH, m_changes.size());
+        const std::vector<Change> batch(
+            std::make_move_iterator(m_changes.begin() + static_cast<ptrdiff_t>(begin)),
+            std::make_move_iterator(m_changes.begin() + static_cast<ptrdiff_t>(end)));
+        for (const Done& done : m_tools.store.Write().Apply(m_storage, batch, time(nullptr)))
+            m_tools.updates.Report({MEDIA_CONTENT_ERROR_NONE, MEDIA_CONTENT_ITEM_FILE, done.update,
+                                    done.type, m_tools.store.ItemId(done.number),
+                                    m_mount.path + '/' + done.path, done.mime});
+        m_written += batch.size();
+    }
+    m_changes.clear();
+    if (m_written < CHECKPOINT_EVERY) return;
+    m_tools.store.Write().Checkpoint();
+    m_written = 0;
+}
+
+// ---- what is gone -----------------------------------------------------------------------------
+
+void Scan::Keep(const std::string& path, int error) {
+    if (error != 0) Skip(path, strerror(error));
+    m_kept.push_back(path);
+}
+
+bool Scan::IsKept(const std::string& path) const {
+    return std::any_of(m_kept.begin(), m_kept.end(), [&](const std::string& kept) {
+        return path == kept || path.compare(0, kept.size() + 1, kept + '/') == 0;
+    });
+}
+
+// Folders that held items and were not come by.
+void Scan::FindGoneFolders() {
+    for (const std::string& path : m_knownFolders) {
+        if (IsKept(path)) continue;
+        const FileHandle opened = OpenBelow(m_root.Get(), path, O_PATH | O_DIRECTORY);
+        const bool gone = !opened && MeansGone(errno);
+        if (!gone && !IsExcluded(m_root.Get(), path)) continue;
+        for (const auto& [name, item] : m_reader.KnownItems(m_storage, path))
+            m_gone.push_back({item.number, path, name, item.pinned});
+    }
+}
+
+void Scan::RemoveGone() {
+    for (const Gone& gone : m_gone) {
+        if (m_moved.count(gone.number) || (gone.pinned && StillThere(gone))) continue;
+        Change change;
+        change.kind = Change::REMOVE;
+        change.number = gone.number;
+        change.folder = gone.folder;
+        change.name = gone.name;
+        m_changes.push_back(std::move(change));
+    }
+    m_gone.clear();
+}
+
+bool Scan::StillThere(const Gone& gone) const {
+    struct stat facts {};
+    return StatBelow(m_root.Get(), gone.folder, gone.name, facts) && S_ISREG(facts.st_mode);
+}
+
+// False when the storage was pulled out or its folder replaced during the scan: then the walk has
+// seen less than there is.
+bool Scan::RootIsTheSame() const {
+    struct stat now {};
+    return stat(m_mount.path.c_str(), &now) == 0 && now.st_dev == m_rootFacts.st_dev &&
+           now.st_ino == m_rootFacts.st_ino;
+}
+
+void Scan::Skip(const std::string& path, const char* reason) {
+    if (m_skipLines++ < MAX_SKIP_LINES)
+        PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "scan of %s: %s skipped: %s",
+                     m_mount.path.c_str(), path.c_str(), reason);
+}
+
+}  // namespace platform

@@ -1,0 +1,112 @@
+// One scan: brings the database's picture of a storage, or of some folders of it, up to date.
+#ifndef PLATFORM_MEDIA_CONTENT_SCAN_H
+#define PLATFORM_MEDIA_CONTENT_SCAN_H
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "MediaContent/Activity.h"
+#include "MediaContent/Extract/Extractor.h"
+#include "MediaContent/Reader.h"
+#include "MediaContent/Store.h"
+#include "MediaContent/Updates.h"
+#include "MediaContent/Walk.h"
+
+namespace platform {
+
+struct ScanTarget {
+    std::string path;  // a folder below the storage's root, "" for the root; it may be gone
+    bool recursive = true;
+};
+
+// What scans work with. Owned by the service; outlives every scan.
+struct ScanTools {
+    Store& store;
+    ExtractorPool& extractor;
+    WorkerPool& workers;
+    Updates& updates;
+};
+
+// Opens `change`'s file below `root`, reads its metadata and completes the change. CANCELLED
+// leaves it as it was; a file that cannot be opened costs its metadata only.
+ExtractStatus ExtractInto(ExtractorPool& extractor, int root, Change& change,
+                          const std::atomic<bool>& cancel);
+
+// The scan's own thread walks and is the only one that writes; the workers only read files.
+// Used once, by one thread.
+class Scan {
+public:
+    Scan(const ScanTools& tools, Activity& activity, std::vector<ScanTarget> targets);
+    ~Scan();
+    Scan(const Scan&) = delete;
+    Scan& operator=(const Scan&) = delete;
+
+    // NONE, CANCELLED, NOT_FOUND or PERMISSION_DENIED (no reading the root), or DB_FAILED. What was
+    // written before an error stays; nothing is removed then.
+    media_content_error_e Run();
+
+private:
+    struct Gone {
+        int64_t number;
+        std::string folder;
+        std::string name;
+        bool pinned;
+    };
+
+    media_content_error_e OpenRoot();
+    media_content_error_e WalkAll();
+    media_content_error_e ScanFolder(const ScanTarget& target);
+    bool LooksUnmounted(const FolderContent& content) const;
+    void ScanFiles(const FileHandle& folder, const std::string& path, const FolderContent& content,
+                   std::unordered_map<std::string, KnownItem> known);
+    void ScanFile(const FileHandle& folder, const std::string& path, const std::string& name,
+                  std::unordered_map<std::string, KnownItem>& known);
+    void CompareFile(const Change& change, const KnownItem& known);
+    void NewFile(Change change);
+    bool FindMoved(const Change& change, KnownPlace& from);
+    void ReadLater(Change change);
+    void TakeResults(bool all);
+    void Write(bool all);
+    void Keep(const std::string& path, int error);
+    bool IsKept(const std::string& path) const;
+    void FindGoneFolders();
+    void RemoveGone();
+    bool StillThere(const Gone& gone) const;
+    bool RootIsTheSame() const;
+    void Skip(const std::string& path, const char* reason);
+
+    const ScanTools& m_tools;
+    Activity& m_activity;
+    const Mount& m_mount;
+    const int64_t m_storage;
+    const std::vector<ScanTarget> m_targets;
+    Reader m_reader;
+
+    FileHandle m_root;
+    struct stat m_rootFacts {};
+    bool m_heldItems = false;    // the storage had items before
+    bool m_stableInodes = true;  // the file system keeps inode numbers from mount to mount
+    std::vector<ScanTarget> m_stack;
+    std::unordered_set<std::string>
+        m_knownFolders;               // held items before; visited ones are taken out
+    std::vector<std::string> m_kept;  // could not be read: nothing below is judged
+    std::vector<Gone> m_gone;
+    std::unordered_set<int64_t> m_moved;
+    std::vector<Change> m_changes;  // to be written
+    int64_t m_lastWrite = 0;        // milliseconds
+    uint64_t m_written = 0;         // changes since the last checkpoint
+    int m_skipLines = 0;
+
+    std::mutex m_mutex;
+    std::condition_variable m_resultCame;
+    std::vector<Change> m_results;  // guarded by m_mutex: completed by the workers
+    size_t m_reading = 0;           // guarded by m_mutex: still with the workers
+};
+
+}  // namespace platform
+
+#endif

@@ -1,0 +1,226 @@
+#include "MediaContent/Schema.h"
+
+#include <stdio.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "Log/Log.h"
+
+namespace platform {
+namespace {
+
+constexpr int64_t SCHEMA_VERSION = 1;
+constexpr int64_t APPLICATION_ID = 0x434d4442;
+
+// Paths and names are the file system's own bytes, kept as text so that conditions can compare
+// them. Texts and numbers that a file does not have are empty or 0, never null: an order by any
+// column is then total together with the number.
+//   storage  number: in the order of first sight; revision: grows with every change of its items;
+//            count0 to count4: its items by type
+//   folder   path: below the storage's root, "" for the root itself; name: its last part; count0 to
+//   count4: items
+//            directly in it, by type; below: items in it and in all folders below
+//   item     number: in the order of insertion; revision: grows with every change of the item;
+//            state: see ItemState; pinned: listed because a client asked, not by the scan's rules
+constexpr const char* TABLES = R"(
+CREATE TABLE setting(name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
+CREATE TABLE storage(
+    number INTEGER PRIMARY KEY AUTOINCREMENT,
+    id TEXT NOT NULL UNIQUE,
+    identity TEXT NOT NULL UNIQUE,
+    mount_path TEXT NOT NULL,
+    last_seen INTEGER NOT NULL,
+    revision INTEGER NOT NULL DEFAULT 0,
+    count0 INTEGER NOT NULL DEFAULT 0, count1 INTEGER NOT NULL DEFAULT 0,
+    count2 INTEGER NOT NULL DEFAULT 0, count3 INTEGER NOT NULL DEFAULT 0,
+    count4 INTEGER NOT NULL DEFAULT 0);
+CREATE TABLE folder(
+    number INTEGER PRIMARY KEY AUTOINCREMENT,
+    storage INTEGER NOT NULL,
+    path TEXT NOT NULL,
+    name TEXT NOT NULL,
+    below INTEGER NOT NULL DEFAULT 0,
+    count0 INTEGER NOT NULL DEFAULT 0, count1 INTEGER NOT NULL DEFAULT 0,
+    count2 INTEGER NOT NULL DEFAULT 0, count3 INTEGER NOT NULL DEFAULT 0,
+    count4 INTEGER NOT NULL DEFAULT 0,
+    UNIQUE(storage, path));
+CREATE TABLE item(
+    number INTEGER PRIMARY KEY AUTOINCREMENT,
+    revision INTEGER NOT NULL DEFAULT 0,
+    storage INTEGER NOT NULL,
+    folder INTEGER NOT NULL,
+    type INTEGER NOT NULL,
+    added INTEGER NOT NULL,
+    modified INTEGER NOT NULL,
+    modified_ns INTEGER NOT NULL,
+    size INTEGER NOT NULL,
+    inode INTEGER NOT NULL,
+    state INTEGER NOT NULL,
+    pinned INTEGER NOT NULL,
+    name TEXT NOT NULL,
+    mime TEXT NOT NULL,
+    title TEXT NOT NULL,
+    width INTEGER NOT NULL,
+    height INTEGER NOT NULL,
+    orientation INTEGER NOT NULL,
+    bit_rate INTEGER NOT NULL,
+    duration INTEGER NOT NULL,
+    latitude REAL NOT NULL,
+    longitude REAL NOT NULL,
+    description TEXT NOT NULL,
+    album TEXT NOT NULL,
+    artist TEXT NOT NULL,
+    genre TEXT NOT NULL,
+    composer TEXT NOT NULL,
+    copyright TEXT NOT NULL,
+    track TEXT NOT NULL,
+    UNIQUE(folder, name));
+CREATE INDEX item_by_type ON item(storage, type, added);
+CREATE INDEX item_by_folder ON item(folder, added);
+CREATE INDEX item_by_inode ON item(storage, inode);
+)";
+
+// What conditions may name. C stands for the collation of texts, S for the database's salt.
+constexpr const char* VIEWS = R"(
+CREATE VIEW item_columns_C AS SELECT
+    i.number AS number, i.storage AS storage, i.folder AS folder,
+    ('S-' || i.number) COLLATE C AS MEDIA_ID,
+    i.type AS MEDIA_TYPE,
+    (s.mount_path || CASE f.path WHEN '' THEN '/' ELSE '/' || f.path || '/' END || i.name)
+        COLLATE C AS MEDIA_PATH,
+    i.name COLLATE C AS MEDIA_DISPLAY_NAME,
+    i.mime COLLATE C AS MEDIA_MIME_TYPE,
+    i.size AS MEDIA_SIZE,
+    i.added AS MEDIA_ADDED_TIME,
+    i.modified AS MEDIA_MODIFIED_TIME,
+    i.title COLLATE C AS MEDIA_TITLE,
+    i.album COLLATE C AS MEDIA_ALBUM,
+    i.artist COLLATE C AS MEDIA_ARTIST,
+    i.genre COLLATE C AS MEDIA_GENRE,
+    i.composer COLLATE C AS MEDIA_COMPOSER,
+    i.width AS MEDIA_WIDTH,
+    i.height AS MEDIA_HEIGHT,
+    i.latitude AS MEDIA_LATITUDE,
+    i.longitude AS MEDIA_LONGITUDE
+    FROM item AS i CROSS JOIN folder AS f ON f.number = i.folder
+    CROSS JOIN storage AS s ON s.number = i.storage;
+CREATE VIEW folder_columns_C AS SELECT
+    f.number AS number, f.storage AS storage, f.below AS below,
+    ('S-f' || f.number) COLLATE C AS FOLDER_ID,
+    (s.mount_path || CASE f.path WHEN '' THEN '' ELSE '/' || f.path END) COLLATE C AS FOLDER_PATH,
+    f.name COLLATE C AS FOLDER_NAME,
+    1 AS FOLDER_STORAGE_TYPE
+    FROM folder AS f CROSS JOIN storage AS s ON s.number = f.storage;
+)";
+
+std::string Replaced(std::string text, const std::string& what, const std::string& by) {
+    for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size())
+        text.replace(at, what.size(), by);
+    return text;
+}
+
+std::string MakeSalt() {
+    uint64_t random = 0;
+    if (getrandom(&random, sizeof random, 0) != sizeof random)
+        random = static_cast<uint64_t>(time(nullptr)) * 0x9e3779b97f4a7c15u;
+    char text[17];
+    snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(random));
+    return text;
+}
+
+int64_t Pragma(Connection& connection, const char* sql) {
+    Query query(connection, connection.Prepare(sql));
+    return query.Next() ? query.Int(0) : 0;
+}
+
+void CreateViews(Connection& connection, const std::string& salt) {
+    for (const char* collation : {"BINARY", "NOCASE"}) {
+        std::string views = Replaced(VIEWS, "COLLATE C", std::string("COLLATE ") + collation);
+        views = Replaced(views, "columns_C", std::string("columns_") + collation);
+        views = Replaced(Replaced(views, "'S-'", "'" + salt + "-'"), "'S-f'", "'" + salt + "-f'");
+        connection.Execute(views.c_str());
+    }
+}
+
+void CreateSchema(Connection& connection) {
+    Transaction transaction(connection, Transaction::WRITE);
+    const std::string salt = MakeSalt();
+    connection.Execute(TABLES);
+    Query(connection, "INSERT INTO setting VALUES('salt', ?)").Bind(salt).Run();
+    CreateViews(connection, salt);
+    connection.Execute(("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION)).c_str());
+    connection.Execute(("PRAGMA application_id = " + std::to_string(APPLICATION_ID)).c_str());
+    transaction.Commit();
+}
+
+// Throws with SQLITE_NOTADB for a sound file of another kind or version.
+void CheckSchema(Connection& connection) {
+    if (Pragma(connection, "PRAGMA application_id") != APPLICATION_ID)
+        throw DatabaseError(SQLITE_NOTADB, "not a media database");
+    const int64_t version = Pragma(connection, "PRAGMA user_version");
+    if (version != SCHEMA_VERSION)
+        throw DatabaseError(SQLITE_NOTADB, "of schema version " + std::to_string(version));
+    for (const char* sql : {"SELECT * FROM storage LIMIT 1", "SELECT * FROM folder LIMIT 1",
+                            "SELECT * FROM item ORDER BY number DESC LIMIT 1"})
+        Query(connection, connection.Prepare(sql)).Run();
+    if (ReadSalt(connection).empty()) throw DatabaseError(SQLITE_CORRUPT, "no salt");
+}
+
+std::unique_ptr<Connection> OpenOnce(const std::string& file) {
+    auto connection =
+        std::make_unique<Connection>(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    connection->Execute(
+        "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA cache_size = -8192;"
+        "PRAGMA journal_size_limit = 16777216; PRAGMA wal_autocheckpoint = 1000;"
+        "PRAGMA temp_store = MEMORY");
+    if (Pragma(*connection, "SELECT count(*) FROM sqlite_schema") == 0)
+        CreateSchema(*connection);
+    else
+        CheckSchema(*connection);
+    // A folder without the right to write, or a full disk, is found out here and not in a scan.
+    Transaction transaction(*connection, Transaction::WRITE);
+    Query(*connection, "INSERT OR REPLACE INTO setting VALUES('opened', ?)")
+        .Bind(static_cast<int64_t>(time(nullptr)))
+        .Run();
+    transaction.Commit();
+    return connection;
+}
+
+}  // namespace
+
+void MoveAside(const std::string& file, const char* reason) {
+    PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING,
+                 "media database %s: %s; moved aside to %s.aside and made anew", file.c_str(),
+                 reason, file.c_str());
+    for (const char* part : {"", "-wal", "-shm"})
+        rename((file + part).c_str(), (file + ".aside" + part).c_str());
+}
+
+std::unique_ptr<Connection> OpenWriter(const std::string& file) {
+    const std::filesystem::path folder = std::filesystem::path(file).parent_path();
+    std::error_code ignored;  // what is wrong with the folder shows when the file is opened
+    if (!folder.empty()) std::filesystem::create_directories(folder, ignored);
+    try {
+        return OpenOnce(file);
+    } catch (const DatabaseError& error) {
+        if (!error.MeansDamage()) throw;
+        MoveAside(file, error.what());
+    }
+    return OpenOnce(file);
+}
+
+std::unique_ptr<Connection> OpenReader(const std::string& file) {
+    auto connection = std::make_unique<Connection>(file, SQLITE_OPEN_READONLY);
+    connection->Execute(
+        "PRAGMA query_only = 1; PRAGMA cache_size = -2048; PRAGMA temp_store = MEMORY");
+    return connection;
+}
+
+std::string ReadSalt(Connection& connection) {
+    Query query(connection, "SELECT value FROM setting WHERE name = 'salt'");
+    return query.Next() ? query.Text(0) : std::string();
+}
+
+}  // namespace platform

@@ -1,0 +1,30 @@
+// The tables of the media database and the way its file is opened.
+#ifndef PLATFORM_MEDIA_CONTENT_SCHEMA_H
+#define PLATFORM_MEDIA_CONTENT_SCHEMA_H
+
+#include <memory>
+#include <string>
+
+#include "MediaContent/Database.h"
+
+namespace platform {
+
+// Opens the writing connection of the database `file`; it is made when missing, with its folder.
+// A file that is damaged, or was made by a newer version, is moved aside with a log line and made
+// anew: it only caches what the storages hold. Throws DatabaseError when there is no writing it.
+std::unique_ptr<Connection> OpenWriter(const std::string& file);
+
+// A connection that cannot write. Throws DatabaseError.
+std::unique_ptr<Connection> OpenReader(const std::string& file);
+
+// Renames the database with its journals out of the way. Connections that are still open go on
+// with the old file.
+void MoveAside(const std::string& file, const char* reason);
+
+// A word made once a database file; item and folder ids begin with it, so that a database made
+// anew never gives an old id to another file.
+std::string ReadSalt(Connection& connection);
+
+}  // namespace platform
+
+#endif

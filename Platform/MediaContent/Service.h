@@ -1,0 +1,118 @@
+// The one media database service of the process: connections, mounted storages, scans.
+#ifndef PLATFORM_MEDIA_CONTENT_SERVICE_H
+#define PLATFORM_MEDIA_CONTENT_SERVICE_H
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "MediaContent.h"
+#include "MediaContent/Activity.h"
+#include "MediaContent/Extract/Extractor.h"
+#include "MediaContent/MediaService.h"
+#include "MediaContent/Reader.h"
+#include "MediaContent/Scan.h"
+#include "MediaContent/Store.h"
+#include "MediaContent/Updates.h"
+
+namespace platform {
+
+// Everything that exists while the process holds a connection. Scans and calls that are under way
+// hold it by a shared pointer.
+struct Session {
+    Session(const MediaServiceOptions& options, Updates& updates);
+    Store store;
+    ExtractorPool extractor;
+    WorkerPool workers;
+    ScanTools tools;
+};
+using SessionPtr = std::shared_ptr<Session>;
+
+// Any thread. Mounted storages are remembered whether the database is open or not.
+class Service {
+public:
+    // Never destroyed: late calls find it until the very end of the process.
+    static Service& Get();
+
+    void Configure(const MediaServiceOptions& options);
+    int Connect();
+    int Disconnect();
+    void Shutdown();
+
+    void Mounted(const MountedStorage& storage);
+    void Unmounted(const std::string& mountPath);
+    void Changed(const std::string& mountPath, const std::vector<std::string>& paths);
+    std::vector<ScanProgress> Scans();
+
+    // Null while nobody is connected. A damaged database is replaced first.
+    SessionPtr Open();
+    // The storages that are present; with a filter that names a storage, that one if it is.
+    Scope ScopeOf(const media_filter_s* filter);
+    std::vector<std::shared_ptr<Mount>> Mounts();
+    std::shared_ptr<Mount> FindMount(const std::string& storageId);
+
+    int ScanFolder(const char* path, bool recursive, media_scan_completed_cb callback,
+                   void* userData);
+    int Insert(const char* path, MediaRecord& record);
+    int Remove(const char* mediaId);
+    Updates& GetUpdates() { return m_updates; }
+
+private:
+    Service() = default;
+    SessionPtr Current();
+    int OpenSession();
+    void CloseSession();
+    void ReplaceDamaged(const SessionPtr& session);
+    void Record(Session& session, Mount& mount);
+    void StartFullScan(const SessionPtr& session, const std::shared_ptr<Mount>& mount);
+    void RunFullScan(const SessionPtr& session, const ActivityPtr& activity);
+    void StartPurge(const SessionPtr& session);
+    std::string ChooseIdentity(const MountedStorage& storage, const std::string& path);
+    std::shared_ptr<Mount> MountAt(const std::string& mountPath);
+    // The mounted storage that holds `path` (links resolved), and the path below its root.
+    std::shared_ptr<Mount> Resolve(const std::string& path, std::string& below);
+
+    std::mutex m_lifecycle;  // opening, closing, mounts that come and go; taken before m_mutex
+    int m_connections = 0;   // guarded by m_lifecycle
+
+    std::mutex m_mutex;
+    MediaServiceOptions m_options;  // guarded by m_mutex, as all below
+    SessionPtr m_session;
+    std::vector<std::shared_ptr<Mount>> m_mounts;
+
+    Updates m_updates;  // synchronise themselves
+    ActivityQueue m_activities;
+};
+
+// Runs the body of a C call: null session, exceptions and damage become error codes.
+template <typename Body>
+int Guarded(const char* call, Body body);
+template <typename Body>
+int WithDatabase(const char* call, Body body);
+
+int ReportFailure(const char* call, Session* session);
+
+template <typename Body>
+int Guarded(const char* call, Body body) {
+    try {
+        return body();
+    } catch (...) {
+        return ReportFailure(call, nullptr);
+    }
+}
+
+template <typename Body>
+int WithDatabase(const char* call, Body body) {
+    SessionPtr session;
+    try {
+        session = Service::Get().Open();
+        return session ? body(*session) : MEDIA_CONTENT_ERROR_INVALID_OPERATION;
+    } catch (...) {
+        return ReportFailure(call, session.get());
+    }
+}
+
+}  // namespace platform
+
+#endif

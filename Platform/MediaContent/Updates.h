@@ -1,0 +1,52 @@
+// Reports of database changes, handed to their receivers on the default main context.
+#ifndef PLATFORM_MEDIA_CONTENT_UPDATES_H
+#define PLATFORM_MEDIA_CONTENT_UPDATES_H
+
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "MediaContent.h"
+
+namespace platform {
+
+struct Update {
+    media_content_error_e error = MEDIA_CONTENT_ERROR_NONE;
+    media_content_db_update_item_type_e item = MEDIA_CONTENT_ITEM_FILE;
+    media_content_db_update_type_e update = MEDIA_CONTENT_UPDATE;
+    media_content_type_e type = MEDIA_CONTENT_TYPE_OTHERS;
+    std::string id;    // empty: none
+    std::string path;  // absolute
+    std::string mime;  // empty: none
+};
+
+// Any thread. Never calls a receiver from Report, and never under a lock. When nobody runs the
+// default main context the backlog stays bounded: of the items' reports the later ones are dropped
+// with a log line, of the scans' ends the last one of each storage is kept.
+class Updates {
+public:
+    // The same pair again changes nothing.
+    void AddReceiver(media_content_db_updated_cb callback, void* userData);
+    void Report(Update update);
+
+    // For the main context: delivers some of the backlog; false when nothing is left of it.
+    bool Deliver();
+
+private:
+    using Receiver = std::pair<media_content_db_updated_cb, void*>;
+    void ReplaceOrAppend(Update update);
+    void Schedule();
+
+    std::mutex m_mutex;
+    std::vector<Receiver> m_receivers;  // guarded by m_mutex, as all below
+    std::deque<Update> m_backlog;
+    bool m_scheduled = false;
+    uint64_t m_dropped = 0;
+};
+
+}  // namespace platform
+
+#endif

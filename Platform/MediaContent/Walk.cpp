@@ -1,0 +1,119 @@
+#include "MediaContent/Walk.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <string.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace platform {
+namespace {
+
+struct FolderCloser {
+    void operator()(DIR* folder) const { closedir(folder); }
+};
+
+unsigned char TypeOf(int folder, const dirent& entry) {
+    if (entry.d_type != DT_UNKNOWN) return entry.d_type;
+    struct stat facts {};
+    if (fstatat(folder, entry.d_name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return DT_UNKNOWN;
+    return static_cast<unsigned char>(IFTODT(facts.st_mode));
+}
+
+// For kernels and sandboxes without openat2: one part after the other, none of them a link.
+FileHandle OpenStepwise(int root, const std::string& path, int flags) {
+    FileHandle at(openat(root, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    size_t begin = 0;
+    while (at) {
+        const size_t slash = path.find('/', begin);
+        const std::string part = path.substr(begin, slash - begin);
+        if (slash == std::string::npos)
+            return FileHandle(openat(at.Get(), part.c_str(), flags | O_NOFOLLOW | O_CLOEXEC));
+        at = FileHandle(
+            openat(at.Get(), part.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        begin = slash + 1;
+    }
+    return at;
+}
+
+bool HoldsNoMedia(int root, const std::string& folder) {
+    const FileHandle opened = OpenBelow(root, folder, O_PATH | O_DIRECTORY);
+    struct stat facts {};
+    return opened && fstatat(opened.Get(), ".nomedia", &facts, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+}  // namespace
+
+FileHandle& FileHandle::operator=(FileHandle&& other) noexcept {
+    if (this == &other) return *this;
+    if (m_fd >= 0) close(m_fd);
+    m_fd = other.Release();
+    return *this;
+}
+
+FileHandle::~FileHandle() {
+    if (m_fd >= 0) close(m_fd);
+}
+
+int FileHandle::Release() {
+    return std::exchange(m_fd, -1);
+}
+
+FileHandle OpenBelow(int root, const std::string& path, int flags) {
+    if (path.empty()) return FileHandle(openat(root, ".", flags | O_CLOEXEC));
+    struct open_how how {};
+    how.flags = static_cast<uint64_t>(flags | O_NOFOLLOW | O_CLOEXEC);
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV | RESOLVE_NO_MAGICLINKS;
+    FileHandle opened(static_cast<int>(syscall(SYS_openat2, root, path.c_str(), &how, sizeof how)));
+    if (!opened && (errno == ENOSYS || errno == EPERM)) return OpenStepwise(root, path, flags);
+    return opened;
+}
+
+bool MeansGone(int error) {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == EXDEV;
+}
+
+int ReadFolder(const FileHandle& folder, FolderContent& content) {
+    FileHandle copy(fcntl(folder.Get(), F_DUPFD_CLOEXEC, 0));
+    const std::unique_ptr<DIR, FolderCloser> stream(copy ? fdopendir(copy.Get()) : nullptr);
+    if (!stream) return errno;
+    copy.Release();  // now the stream's
+    for (;;) {
+        errno = 0;
+        const dirent* entry = readdir(stream.get());
+        if (!entry) break;
+        if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
+        content.empty = false;
+        if (strcmp(entry->d_name, ".nomedia") == 0) content.noMedia = true;
+        const unsigned char type = TypeOf(folder.Get(), *entry);
+        if (type == DT_DIR)
+            content.folders.push_back({entry->d_name, entry->d_ino});
+        else if (type == DT_REG)
+            content.files.push_back({entry->d_name, entry->d_ino});
+    }
+    const int error = errno;
+    // Files made one after the other mostly lie one after the other on the medium.
+    const auto byInode = [](const FolderEntry& a, const FolderEntry& b) {
+        return a.inode < b.inode;
+    };
+    std::sort(content.files.begin(), content.files.end(), byInode);
+    return error;
+}
+
+bool IsExcluded(int root, const std::string& path) {
+    if (HoldsNoMedia(root, "")) return true;
+    for (size_t begin = 0; begin < path.size();) {
+        const size_t slash = std::min(path.find('/', begin), path.size());
+        if (path[begin] == '.' || HoldsNoMedia(root, path.substr(0, slash))) return true;
+        begin = slash + 1;
+    }
+    return false;
+}
+
+}  // namespace platform

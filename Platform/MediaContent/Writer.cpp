@@ -1,0 +1,365 @@
+#include "MediaContent/Writer.h"
+
+#include <glib.h>
+
+#include "MediaContent/Schema.h"
+
+namespace platform {
+namespace {
+
+constexpr size_t MAX_KNOWN_FOLDERS = 4096;
+
+constexpr const char* ROW =
+    "SELECT number, storage, folder, name, title, mime, type, size, modified, modified_ns, inode, "
+    "pinned FROM item ";
+
+std::string ParentPath(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+std::string LastPart(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// The columns that Insert and Update have in common, in the order in which BindContent binds them.
+constexpr const char* CONTENT_COLUMNS[] = {
+    "type",        "modified", "modified_ns", "size",     "inode",     "state",
+    "pinned",      "name",     "mime",        "title",    "width",     "height",
+    "orientation", "bit_rate", "duration",    "latitude", "longitude", "description",
+    "album",       "artist",   "genre",       "composer", "copyright", "track"};
+
+void BindContent(Query& query, const Change& change, bool pinned) {
+    const Metadata& meta = change.metadata;
+    query.Bind(static_cast<int64_t>(change.type)).Bind(change.facts.modified);
+    query.Bind(change.facts.modifiedNs).Bind(change.facts.size).Bind(change.facts.inode);
+    query.Bind(static_cast<int64_t>(change.state)).Bind(static_cast<int64_t>(pinned));
+    query.Bind(change.name).Bind(change.mime);
+    query.Bind(meta.title.empty() ? TitleFromName(change.name) : meta.title);
+    for (const int32_t value :
+         {meta.width, meta.height, meta.orientation, meta.bitRate, meta.durationMs})
+        query.Bind(static_cast<int64_t>(value));
+    query.Bind(meta.hasPosition ? meta.latitude : 0.0);
+    query.Bind(meta.hasPosition ? meta.longitude : 0.0);
+    for (const std::string* text : {&meta.description, &meta.album, &meta.artist, &meta.genre,
+                                    &meta.composer, &meta.copyright, &meta.trackNumber})
+        query.Bind(*text);
+}
+
+std::string InsertText() {
+    std::string columns, marks;
+    for (const char* column : CONTENT_COLUMNS) {
+        columns += std::string(", ") + column;
+        marks += ", ?";
+    }
+    return "INSERT INTO item(storage, folder, added" + columns + ") VALUES(?, ?, ?" + marks + ")";
+}
+
+std::string UpdateText() {
+    std::string columns;
+    for (const char* column : CONTENT_COLUMNS) columns += std::string(", ") + column + " = ?";
+    return "UPDATE item SET revision = revision + 1, folder = ?" + columns + " WHERE number = ?";
+}
+
+}  // namespace
+
+std::string TitleFromName(const std::string& name) {
+    const size_t dot = name.rfind('.');
+    const std::string stem = dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
+    gchar* valid = g_utf8_make_valid(stem.data(), static_cast<gssize>(stem.size()));
+    std::string title = valid;
+    g_free(valid);
+    return title;
+}
+
+std::string JoinPath(const std::string& folder, const std::string& name) {
+    return folder.empty() ? name : folder + '/' + name;
+}
+
+Writer::Writer(std::unique_ptr<Connection> connection)
+    : m_connection(std::move(connection)), m_salt(ReadSalt(*m_connection)) {}
+
+template <typename Body>
+void Writer::InTransaction(Body body) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    try {
+        Transaction transaction(*m_connection, Transaction::WRITE);
+        body();
+        transaction.Commit();
+    } catch (...) {
+        m_folders.clear();  // may name rows that were rolled back
+        throw;
+    }
+}
+
+int64_t Writer::RecordStorage(const std::string& id, const std::string& identity,
+                              const std::string& mountPath, int64_t now) {
+    int64_t number = 0;
+    InTransaction([&] {
+        Query(*m_connection,
+              "INSERT INTO storage(id, identity, mount_path, last_seen) VALUES(?, ?, ?, ?)"
+              " ON CONFLICT(identity) DO UPDATE SET mount_path = excluded.mount_path,"
+              " last_seen = excluded.last_seen")
+            .Bind(id)
+            .Bind(identity)
+            .Bind(mountPath)
+            .Bind(now)
+            .Run();
+        Query query(*m_connection, "SELECT number FROM storage WHERE identity = ?");
+        query.Bind(identity);
+        if (query.Next()) number = query.Int(0);
+    });
+    return number;
+}
+
+void Writer::TouchStorage(int64_t storage, int64_t now) {
+    InTransaction([&] {
+        Query(*m_connection, "UPDATE storage SET last_seen = ? WHERE number = ?")
+            .Bind(now)
+            .Bind(storage)
+            .Run();
+    });
+}
+
+std::vector<Done> Writer::Apply(int64_t storage, const std::vector<Change>& changes, int64_t now) {
+    Batch batch{storage, now, {}, {}, {}};
+    InTransaction([&] {
+        for (const Change& change : changes) ApplyOne(batch, change);
+        StoreCounts(batch);
+    });
+    return std::move(batch.done);
+}
+
+void Writer::ApplyOne(Batch& batch, const Change& change) {
+    Row row;
+    switch (change.kind) {
+        case Change::PUT:
+            Put(batch, change);
+            break;
+        case Change::MOVE:
+            Move(batch, change);
+            break;
+        case Change::REMOVE:
+            if (FindByNumber(change.number, row) && row.storage == batch.storage &&
+                row.name == change.name && FolderPath(row.folder) == change.folder)
+                RemoveRow(batch, row);
+            break;
+        case Change::INODE:
+            Query(*m_connection, "UPDATE item SET inode = ? WHERE number = ?")
+                .Bind(change.facts.inode)
+                .Bind(change.number)
+                .Run();
+            break;
+    }
+}
+
+void Writer::Put(Batch& batch, const Change& change) {
+    const int64_t folder = FolderNumber(batch.storage, change.folder);
+    const std::string path = JoinPath(change.folder, change.name);
+    Row row;
+    const bool known =
+        FindByPlace(folder, change.name, row) ||
+        (change.number != 0 && FindByNumber(change.number, row) && row.storage == batch.storage);
+    if (!known) {
+        const int64_t number = Insert(batch, folder, change);
+        Count(batch, change.folder, change.type, 1);
+        batch.done.push_back({MEDIA_CONTENT_INSERT, change.type, number, path, change.mime});
+        return;
+    }
+    Update(row, folder, change);
+    Count(batch, FolderPath(row.folder), row.type, -1);
+    Count(batch, change.folder, change.type, 1);
+    batch.done.push_back({MEDIA_CONTENT_UPDATE, change.type, row.number, path, change.mime});
+}
+
+void Writer::Move(Batch& batch, const Change& change) {
+    Row row, there;
+    if (!FindByNumber(change.number, row) || row.storage != batch.storage) return;
+    const int64_t folder = FolderNumber(batch.storage, change.folder);
+    if (FindByPlace(folder, change.name, there)) return;  // somebody else has listed it meanwhile
+    const std::string title =
+        row.title == TitleFromName(row.name) ? TitleFromName(change.name) : row.title;
+    Query(*m_connection,
+          "UPDATE item SET revision = revision + 1, folder = ?, name = ?, title = ?, mime = ?"
+          " WHERE number = ?")
+        .Bind(folder)
+        .Bind(change.name)
+        .Bind(title)
+        .Bind(change.mime)
+        .Bind(row.number)
+        .Run();
+    Count(batch, FolderPath(row.folder), row.type, -1);
+    Count(batch, change.folder, row.type, 1);
+    batch.done.push_back({MEDIA_CONTENT_UPDATE, row.type, row.number,
+                          JoinPath(change.folder, change.name), change.mime});
+}
+
+void Writer::RemoveRow(Batch& batch, const Row& row) {
+    Query(*m_connection, "DELETE FROM item WHERE number = ?").Bind(row.number).Run();
+    const std::string folder = FolderPath(row.folder);
+    Count(batch, folder, row.type, -1);
+    batch.done.push_back(
+        {MEDIA_CONTENT_DELETE, row.type, row.number, JoinPath(folder, row.name), row.mime});
+}
+
+bool Writer::Remove(int64_t number, int64_t& storage, Done& done) {
+    bool found = false;
+    InTransaction([&] {
+        Row row;
+        found = FindByNumber(number, row);
+        if (!found) return;
+        storage = row.storage;
+        Batch batch{row.storage, 0, {}, {}, {}};
+        RemoveRow(batch, row);
+        StoreCounts(batch);
+        done = batch.done.front();
+    });
+    return found;
+}
+
+int64_t Writer::Insert(const Batch& batch, int64_t folder, const Change& change) {
+    static const std::string text = InsertText();
+    Query query(*m_connection, text);
+    query.Bind(batch.storage).Bind(folder).Bind(batch.now);
+    BindContent(query, change, change.pinned);
+    query.Run();
+    return m_connection->LastInsertedRow();
+}
+
+void Writer::Update(const Row& row, int64_t folder, const Change& change) {
+    static const std::string text = UpdateText();
+    Query query(*m_connection, text);
+    query.Bind(folder);
+    BindContent(query, change, change.pinned || row.pinned);
+    query.Bind(row.number).Run();
+}
+
+void Writer::Count(Batch& batch, const std::string& folder, media_content_type_e type, int by) {
+    batch.items[static_cast<size_t>(type)] += by;
+    batch.folders[folder].direct[static_cast<size_t>(type)] += by;
+    for (std::string at = folder;; at = ParentPath(at)) {
+        batch.folders[at].below += by;
+        if (at.empty()) break;
+    }
+}
+
+void Writer::StoreCounts(const Batch& batch) {
+    if (batch.done.empty()) return;
+    for (const auto& [path, counts] : batch.folders) {
+        Query query(*m_connection,
+                    "UPDATE folder SET below = below + ?, count0 = count0 + ?, count1 = count1 + ?,"
+                    " count2 = count2 + ?, count3 = count3 + ?, count4 = count4 + ?"
+                    " WHERE number = ?");
+        query.Bind(counts.below);
+        for (const int64_t count : counts.direct) query.Bind(count);
+        query.Bind(FolderNumber(batch.storage, path)).Run();
+    }
+    Query query(*m_connection,
+                "UPDATE storage SET revision = revision + 1, count0 = count0 + ?,"
+                " count1 = count1 + ?, count2 = count2 + ?, count3 = count3 + ?,"
+                " count4 = count4 + ? WHERE number = ?");
+    for (const int64_t count : batch.items) query.Bind(count);
+    query.Bind(batch.storage).Run();
+}
+
+bool Writer::ReadRow(Query& query, Row& row) {
+    if (!query.Next()) return false;
+    row.number = query.Int(0);
+    row.storage = query.Int(1);
+    row.folder = query.Int(2);
+    row.name = query.Text(3);
+    row.title = query.Text(4);
+    row.mime = query.Text(5);
+    row.type = static_cast<media_content_type_e>(query.Int(6));
+    row.facts = {query.Int(7), query.Int(8), query.Int(9), query.Int(10)};
+    row.pinned = query.Int(11) != 0;
+    return true;
+}
+
+bool Writer::FindByPlace(int64_t folder, const std::string& name, Row& row) {
+    static const std::string text = std::string(ROW) + "WHERE folder = ? AND name = ?";
+    Query query(*m_connection, text);
+    query.Bind(folder).Bind(name);
+    return ReadRow(query, row);
+}
+
+bool Writer::FindByNumber(int64_t number, Row& row) {
+    static const std::string text = std::string(ROW) + "WHERE number = ?";
+    Query query(*m_connection, text);
+    query.Bind(number);
+    return ReadRow(query, row);
+}
+
+std::string Writer::FolderPath(int64_t number) {
+    Query query(*m_connection, "SELECT path FROM folder WHERE number = ?");
+    query.Bind(number);
+    return query.Next() ? query.Text(0) : std::string();
+}
+
+// Makes the folder's record, and those of the folders above it, when they are missing.
+int64_t Writer::FolderNumber(int64_t storage, const std::string& path) {
+    const auto key = std::make_pair(storage, path);
+    if (const auto known = m_folders.find(key); known != m_folders.end()) return known->second;
+    int64_t number = 0;
+    {
+        Query query(*m_connection, "SELECT number FROM folder WHERE storage = ? AND path = ?");
+        query.Bind(storage).Bind(path);
+        if (query.Next()) number = query.Int(0);
+    }
+    if (number == 0) {
+        if (!path.empty()) FolderNumber(storage, ParentPath(path));
+        Query(*m_connection, "INSERT INTO folder(storage, path, name) VALUES(?, ?, ?)")
+            .Bind(storage)
+            .Bind(path)
+            .Bind(LastPart(path))
+            .Run();
+        number = m_connection->LastInsertedRow();
+    }
+    if (m_folders.size() >= MAX_KNOWN_FOLDERS) m_folders.clear();
+    m_folders[key] = number;
+    return number;
+}
+
+void Writer::DropEmptyFolders(int64_t storage) {
+    InTransaction([&] {
+        Query(*m_connection, "DELETE FROM folder WHERE storage = ? AND below = 0")
+            .Bind(storage)
+            .Run();
+        if (m_connection->ChangedRows() > 0) m_folders.clear();
+    });
+}
+
+bool Writer::Purge(int64_t storage, int64_t before, int limit) {
+    bool finished = true;
+    InTransaction([&] {
+        {
+            Query query(*m_connection, "SELECT 1 FROM storage WHERE number = ? AND last_seen < ?");
+            if (!query.Bind(storage).Bind(before).Next()) return;  // it has come back
+        }
+        Query(
+            *m_connection,
+            "DELETE FROM item WHERE number IN (SELECT number FROM item WHERE storage = ? LIMIT ?)")
+            .Bind(storage)
+            .Bind(static_cast<int64_t>(limit))
+            .Run();
+        finished = m_connection->ChangedRows() < limit;
+        if (!finished) return;
+        Query(*m_connection, "DELETE FROM folder WHERE storage = ?").Bind(storage).Run();
+        Query(*m_connection, "DELETE FROM storage WHERE number = ?").Bind(storage).Run();
+        m_folders.clear();
+    });
+    return finished;
+}
+
+void Writer::Checkpoint() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    // Waits for readers no longer than the moment that one page takes; what is left stays in the
+    // log until the next time.
+    sqlite3_busy_timeout(m_connection->Handle(), 100);
+    sqlite3_wal_checkpoint_v2(m_connection->Handle(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr,
+                              nullptr);
+    sqlite3_busy_timeout(m_connection->Handle(), 5000);
+}
+
+}  // namespace platform

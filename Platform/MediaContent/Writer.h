@@ -1,0 +1,151 @@
+// All changes of the media database go through here, a batch a transaction.
+#ifndef PLATFORM_MEDIA_CONTENT_WRITER_H
+#define PLATFORM_MEDIA_CONTENT_WRITER_H
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "MediaContent.h"
+#include "MediaContent/Database.h"
+#include "MediaContent/Extract/Metadata.h"
+
+namespace platform {
+
+constexpr int MEDIA_TYPES = 5;
+
+// What was learnt by opening a file.
+enum class ItemState {
+    UNREAD = 0,  // not opened yet: to be tried again at the next scan
+    READ = 1,
+    FAILED = 2,  // not readable as media; tried again only when the file changes
+};
+
+// What stat tells of a file, and by which a change is recognised.
+struct FileFacts {
+    int64_t size = 0;        // bytes
+    int64_t modified = 0;    // seconds, UTC
+    int64_t modifiedNs = 0;  // nanoseconds on top
+    int64_t inode = 0;
+};
+
+inline bool SameContent(const FileFacts& a, const FileFacts& b) {
+    return a.size == b.size && a.modified == b.modified && a.modifiedNs == b.modifiedNs;
+}
+
+struct Change {
+    enum Kind {
+        PUT,     // the file has this content: insert it, or bring its item up to date
+        MOVE,    // the item is now found elsewhere, with the same content
+        REMOVE,  // the item is gone, provided that it is still where `folder` and `name` say
+        INODE,   // the same file has another inode number
+    };
+    Kind kind = PUT;
+    int64_t number = 0;  // the item; PUT: 0 for "the one at this place, if any"
+    std::string folder;  // below the storage's root
+    std::string name;
+    media_content_type_e type = MEDIA_CONTENT_TYPE_OTHERS;
+    std::string mime;
+    FileFacts facts;
+    ItemState state = ItemState::UNREAD;
+    bool pinned = false;
+    Metadata metadata;
+};
+
+// What a batch has done, for those who wait for news.
+struct Done {
+    media_content_db_update_type_e update;
+    media_content_type_e type;
+    int64_t number;
+    std::string path;  // below the storage's root
+    std::string mime;
+};
+
+// Every call takes the writer's own lock for one transaction. Throws DatabaseError; the database
+// is then as before the call.
+class Writer {
+public:
+    explicit Writer(std::unique_ptr<Connection> connection);
+
+    const std::string& Salt() const { return m_salt; }
+
+    // Records that a storage is mounted at `mountPath` and returns its number.
+    int64_t RecordStorage(const std::string& id, const std::string& identity,
+                          const std::string& mountPath, int64_t now);
+    // Remembers that the storage was there just now.
+    void TouchStorage(int64_t storage, int64_t now);
+
+    std::vector<Done> Apply(int64_t storage, const std::vector<Change>& changes, int64_t now);
+    // Removes one item of any storage; false when there is none.
+    bool Remove(int64_t number, int64_t& storage, Done& done);
+
+    // Drops the records of folders that hold nothing any more.
+    void DropEmptyFolders(int64_t storage);
+    // Forgets up to `limit` items of a storage that was not there since `before`, and with the last
+    // of them the storage itself. True when there is nothing more to do.
+    bool Purge(int64_t storage, int64_t before, int limit);
+    // Moves what is in the write-ahead log into the database and shortens it, as far as readers
+    // allow.
+    void Checkpoint();
+
+private:
+    struct Counts {
+        std::array<int64_t, MEDIA_TYPES> direct{};
+        int64_t below = 0;
+    };
+    struct Row {
+        int64_t number = 0;
+        int64_t storage = 0;
+        int64_t folder = 0;
+        std::string name;
+        std::string title;
+        std::string mime;
+        media_content_type_e type = MEDIA_CONTENT_TYPE_OTHERS;
+        FileFacts facts;
+        bool pinned = false;
+    };
+    // The sums of one batch.
+    struct Batch {
+        int64_t storage;
+        int64_t now;
+        std::map<std::string, Counts> folders;
+        std::array<int64_t, MEDIA_TYPES> items{};
+        std::vector<Done> done;
+    };
+
+    void ApplyOne(Batch& batch, const Change& change);
+    void Put(Batch& batch, const Change& change);
+    void Move(Batch& batch, const Change& change);
+    void RemoveRow(Batch& batch, const Row& row);
+    int64_t Insert(const Batch& batch, int64_t folder, const Change& change);
+    void Update(const Row& row, int64_t folder, const Change& change);
+    void Count(Batch& batch, const std::string& folder, media_content_type_e type, int by);
+    void StoreCounts(const Batch& batch);
+    bool FindByPlace(int64_t folder, const std::string& name, Row& row);
+    bool FindByNumber(int64_t number, Row& row);
+    bool ReadRow(Query& query, Row& row);
+    std::string FolderPath(int64_t number);
+    int64_t FolderNumber(int64_t storage, const std::string& path);
+    template <typename Body>
+    void InTransaction(Body body);
+
+    std::mutex m_mutex;
+    std::unique_ptr<Connection> m_connection;                      // guarded by m_mutex
+    std::string m_salt;                                            // constant
+    std::map<std::pair<int64_t, std::string>, int64_t> m_folders;  // guarded; a cache
+};
+
+// The title of a file that has none: its name without the extension, as valid UTF-8.
+std::string TitleFromName(const std::string& name);
+
+// "a/b" + "c" = "a/b/c"; "" + "c" = "c".
+std::string JoinPath(const std::string& folder, const std::string& name);
+
+}  // namespace platform
+
+#endif
