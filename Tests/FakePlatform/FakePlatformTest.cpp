@@ -3,6 +3,7 @@
 #include <dirent.h>
 
 namespace fake {
+
 namespace {
 
 int CountThreads() {
@@ -31,14 +32,18 @@ PlatformTest::PlatformTest() {
     m_threads = CountThreads();
 }
 
+// A joined thread leaves the system's list a moment later, hence the wait.
+bool PlatformTest::HasThreads(int count) const {
+    return WaitUntil([&] { return CountThreads() == m_threads + count; });
+}
+
 void PlatformTest::TearDown() {
     std::map<std::string, int> kept;
     if (keptRecords > 0) kept["media"] = keptRecords;
     EXPECT_EQ(platform.LiveHandles(), kept) << "handles were not given back";
     EXPECT_EQ(platform.UsbReceivers(), 0) << "a USB receiver was left behind";
     platform.Reset();
-    // A joined thread leaves the system's list a moment later.
-    EXPECT_TRUE(WaitUntil([this] { return CountThreads() <= m_threads; })) << "a thread is left";
+    EXPECT_TRUE(HasThreads(0)) << "a thread was left behind";
 }
 
 }  // namespace fake

@@ -16,6 +16,9 @@ protected:
     PlatformTest();
     void TearDown() override;
 
+    // So many more threads than when the test began; waits for it, false at the deadline.
+    bool HasThreads(int count) const;
+
     FakePlatform& platform = FakePlatform::Get();
     int keptRecords = 0;  // clones of media records that are kept on purpose
 

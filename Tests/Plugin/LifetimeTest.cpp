@@ -1,0 +1,207 @@
+// What ends while something is still going on: engines, watchers, waits and late callbacks.
+#include <atomic>
+#include <thread>
+
+#include "PluginTest.h"
+#include "SyncCompletionWatcher.h"
+#include "USBConnectionWatcher.h"
+
+namespace test {
+namespace {
+
+class LifetimeTest : public PluginTest {
+protected:
+    LifetimeTest() { AddStick(); }
+
+    // A connected engine whose worker waits for a scan that never ends.
+    std::unique_ptr<CPlivEngineContentsMgr> EngineInScanWait(const std::string& kind) {
+        platform.SetScanStatus("S1", MEDIA_STORAGE_SCAN_RUNNING);
+        platform.SetFolderScan(FolderScan::Later);
+        platform.ForgetLog();
+        auto engine = std::make_unique<CPlivEngineContentsMgr>();
+        EXPECT_EQ(Command(*engine, "Connect").value, "1");
+        EXPECT_EQ(Command(*engine, "Query", "S1", kind, "$USB_DIR/sda1", "true").value, "1");
+        EXPECT_TRUE(
+            platform.WaitForLog("Sync is Not Complete. It will be checked 1 Second after \n"));
+        return engine;
+    }
+};
+
+// Fires every kind of notification from threads of its own until it is destroyed.
+class Storm {
+public:
+    explicit Storm(FakePlatform& platform) {
+        m_threads.emplace_back([&] {
+            for (int i = 0; m_going; ++i)
+                platform.FireUsb(Stick(kStick), i % 2 ? "mounted" : "blocked");
+        });
+        m_threads.emplace_back([&] {
+            for (int i = 0; m_going; ++i) {
+                platform.PostUsb(Camera(1, i % 3), i % 2 ? "added" : "removed");
+                platform.FireDbUpdate(ScanEnd(kStick));
+                platform.PostDbUpdate(Change(0, std::string(kStick) + "/a.jpg"));
+                std::this_thread::yield();
+            }
+        });
+    }
+    ~Storm() {
+        m_going = false;
+        for (std::thread& thread : m_threads) thread.join();
+    }
+
+private:
+    std::atomic<bool> m_going{true};
+    std::vector<std::thread> m_threads;
+};
+
+TEST_F(LifetimeTest, WatchersMayEndTheMomentAfterTheyWereMade) {
+    Rig rig;  // gives the callbacks somebody to go to
+    ASSERT_TRUE(rig.task.Connect());
+    ASSERT_TRUE(rig.task.Disconnect());
+    for (int i = 0; i < 300; ++i) {
+        { dorn::USBConnectionWatcher watcher; }
+        { dorn::SyncCompletionWatcher watcher; }
+        auto sync = std::make_unique<dorn::SyncCompletionWatcher>();
+        auto usb = std::make_unique<dorn::USBConnectionWatcher>();
+        if (i % 2) sync.reset();
+        usb.reset();
+    }
+    EXPECT_EQ(platform.UsbReceivers(), 0);
+}
+
+TEST_F(LifetimeTest, ConnectingAndDisconnectingManyTimes) {
+    Rig rig;
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_TRUE(rig.task.Connect());
+        if (i % 3 == 0) rig.task.Query("S1", dorn::MEDIA_TYPE_PHOTO, "", "");
+        ASSERT_TRUE(rig.task.Disconnect());
+    }
+    EXPECT_EQ(platform.Connections(), 0);
+    EXPECT_EQ(platform.UsbUsers(), 0);
+}
+
+TEST_F(LifetimeTest, AnEngineEndsWithJobsStillQueued) {
+    platform.Add(Photo(std::string(kStick) + "/a.jpg"));
+    for (int round = 0; round < 5; ++round) {
+        std::vector<std::unique_ptr<CPlivEngineContentsMgr>> engines;
+        for (int i = 0; i < 8; ++i) {
+            engines.push_back(std::make_unique<CPlivEngineContentsMgr>());
+            if (i % 4 == 3) continue;  // one that was never connected
+            Command(*engines[i], "Connect");
+            for (int n = 0; n < 10; ++n) {
+                Command(*engines[i], "Query", "S1", n % 2 ? "photo" : "folder", "$USB_DIR", "");
+                Command(*engines[i], "Fetch", "0", "10");
+                Command(*engines[i], "UnregisterContents", "S1", R"({"ids":["x"]})");
+            }
+        }
+        while (!engines.empty()) {  // from the middle outwards
+            engines.erase(engines.begin() + static_cast<long>(engines.size() / 2));
+            if (!engines.empty()) Command(*engines[0], "GetStorages");
+        }
+        EXPECT_EQ(platform.Connections(), 0);
+    }
+}
+
+TEST_F(LifetimeTest, AConnectedEngineDisconnectsAndADisconnectedOneDoesNot) {
+    {
+        CPlivEngineContentsMgr engine;
+        Command(engine, "Connect");
+    }
+    EXPECT_EQ(platform.CallCount("media_content_disconnect"), 1);
+    { CPlivEngineContentsMgr engine; }
+    EXPECT_EQ(platform.CallCount("media_content_disconnect"), 1);
+}
+
+TEST_F(LifetimeTest, AScanWaitEndsWithItsEngineAndItsCallbacksComeTooLate) {
+    dorn::SetPauseUnit(std::chrono::seconds(1));
+    for (const char* kind : {"photo", "folder"}) {
+        auto engine = EngineInScanWait(kind);
+        auto other = EngineInScanWait(kind);
+        engine.reset();
+        other.reset();
+        EXPECT_FALSE(platform.HasLog(" TimeOut Occured \n")) << "it waited to the end";
+    }
+    EXPECT_EQ(platform.CompleteFolderScans(), 2);
+}
+
+TEST_F(LifetimeTest, AScanWaitEndsWhenNothingCanEndItAnyMore) {
+    for (const char* kind : {"photo", "folder"}) {
+        auto engine = EngineInScanWait(kind);
+        EXPECT_EQ(Command(*engine, "Disconnect").value, "1");
+        EXPECT_NE(Await("QUERY_COMPLETED")["result"].asInt(), 1);
+    }
+    EXPECT_EQ(platform.CompleteFolderScans(), 1);
+}
+
+TEST_F(LifetimeTest, APausedDiscoveryHoldsUpNoOtherEngine) {
+    std::atomic<bool> firstCall{true};
+    Gate gate;
+    Rig slow, quick;
+    ASSERT_TRUE(slow.task.Connect());
+    ASSERT_TRUE(quick.task.Connect());
+    platform.OnCall("media_storage_foreach_storage_from_db", [&] {
+        if (firstCall.exchange(false)) gate.Wait();
+    });
+    std::thread held([&] {
+        CPlivTaskContentsMgr::StorageList list;
+        EXPECT_TRUE(slow.task.GetStorages(list));
+    });
+    ASSERT_TRUE(gate.WaitForArrival());
+    CPlivTaskContentsMgr::StorageList list;
+    EXPECT_TRUE(quick.task.GetStorages(list));
+    EXPECT_EQ(list.size(), 1u);
+    EXPECT_TRUE(quick.task.Disconnect());
+    gate.Open();
+    held.join();
+}
+
+TEST_F(LifetimeTest, EnginesComeAndGoWhileNotificationsPourIn) {
+    Storm storm(platform);
+    for (int i = 0; i < 15; ++i) {
+        auto first = std::make_unique<CPlivEngineContentsMgr>();
+        CPlivEngineContentsMgr second;
+        Command(*first, "Connect");
+        Command(second, "Connect");
+        Command(*first, "Query", "S1", "photo", "", "true");
+        EXPECT_EQ(Command(second, i % 2 ? "Disconnect" : "GetStorages").handled, true);
+        first.reset();
+        Command(second, "GetStorages");
+    }
+}
+
+TEST_F(LifetimeTest, ADisconnectDuringAPairingPauseDoesNotWaitItOut) {
+    dorn::SetPauseUnit(std::chrono::seconds(20));
+    Rig rig;
+    ASSERT_TRUE(rig.task.Connect());
+    EXPECT_TRUE(WaitUntil([&] { return platform.UsbReceivers() == 1; }));
+    platform.PostUsb(Stick("/opt/storage/usb/unknown"), "mounted");
+    ASSERT_TRUE(platform.WaitForLog("m_AddStorage storageListSize = 1 "));
+    EXPECT_TRUE(rig.task.Disconnect());
+    EXPECT_FALSE(platform.HasLog(" TimeOut Occured \n")) << "all passes ran";
+}
+
+TEST_F(LifetimeTest, ManyClientsAtWorkAtOnce) {
+    for (int i = 0; i < 20; ++i)
+        platform.Add(Photo(std::string(kStick) + "/" + std::to_string(i) + ".jpg", i));
+    std::vector<std::unique_ptr<CPlivEngineContentsMgr>> engines;
+    for (int i = 0; i < 4; ++i) engines.push_back(std::make_unique<CPlivEngineContentsMgr>());
+    std::vector<std::thread> clients;
+    for (const auto& owner : engines)
+        clients.emplace_back([this, engine = owner.get()] {
+            EXPECT_EQ(Command(*engine, "Connect").value, "1");
+            for (int n = 0; n < 20; ++n) {
+                EXPECT_EQ(Command(*engine, "Query", "S1", "photo", "", "true").value, "1");
+                const Event counted = platform.WaitForEvent("QUERY_COMPLETED", engine);
+                EXPECT_EQ(counted.payload, "{\"count\":20,\"result\":1}\n");
+                const Reply fetch = Command(*engine, "Fetch", "15", "10");
+                const Json::Value page =
+                    Parse(platform.WaitForEvent("FETCH_COMPLETED", engine).payload);
+                EXPECT_EQ(page["id"].asString(), fetch.value);
+                EXPECT_EQ(page["photos"].size(), 5u);
+            }
+        });
+    for (std::thread& client : clients) client.join();
+}
+
+}  // namespace
+}  // namespace test

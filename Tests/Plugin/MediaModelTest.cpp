@@ -1,0 +1,407 @@
+// Wrappers over media records, their JSON, and the listing of folders.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "CJsonHelper.h"
+#include "CMediaContentFolder.h"
+#include "CMediaContentImage.h"
+#include "CMediaContentMusic.h"
+#include "CMediaContentVideo.h"
+#include "PluginTest.h"
+
+namespace test {
+namespace {
+
+using dorn::CJsonHelper;
+
+class MediaModelTest : public PluginTest {
+protected:
+    Json::Value ToJson(const Item& item) { return Render(item, CJsonHelper::GenerateMediaJson); }
+    Json::Value ToFolderJson(const Item& item) {
+        ++keptRecords;
+        return Render(item, CJsonHelper::GenerateFolderMediaJson);
+    }
+
+private:
+    Json::Value Render(const Item& item, void (*generate)(media_info_s*, Json::Value&)) {
+        Json::Value items;  // null becomes an array
+        media_info_s* record = platform.MakeRecord(item);
+        generate(record, items);
+        media_info_destroy(record);
+        EXPECT_EQ(items.size(), 1u);
+        return items[0];
+    }
+};
+
+// ---- getters ----
+
+std::string Text(char* text) {
+    return text ? CJsonHelper::ConvertCharToString(text) : "null";
+}
+std::string Text(double number) {
+    return CJsonHelper::ConvertNumberToString(number);
+}
+
+struct GetterCase {
+    const char* call;
+    const char* getter;
+    std::string fallback;
+    const char* message;
+    std::function<std::string()> get;
+};
+
+#define GETTER(call, object, getter, fallback, message)                          \
+    {                                                                            \
+#call, #getter, fallback, message, [&] { return Text(object.getter()); } \
+    }
+
+TEST_F(MediaModelTest, AGetterThatFailsSaysSoAndYieldsItsFallback) {
+    media_info_s* song = platform.MakeRecord(Music("/s.mp3"));
+    media_info_s* picture = platform.MakeRecord(Photo("/p.jpg"));
+    media_info_s* film = platform.MakeRecord(Video("/v.mp4"));
+    media_folder_s* directory = platform.MakeRecord(Folder{"F", "/f"});
+    dorn::CMediaContentMusic music;
+    music.SetMediaInfo(song);
+    music.SetMusicMetaFromMediaInfo();
+    dorn::CMediaContentImage image;
+    image.SetMediaInfo(picture);
+    image.SetImageMetaFromMediaInfo();
+    dorn::CMediaContentVideo video;
+    video.SetMediaInfo(film);
+    video.SetVideoMetaFromMediaInfo();
+    dorn::CMediaContentFolder folder;
+    folder.SetMediaFolder(directory);
+    for (media_info_s* record : {song, picture, film}) media_info_destroy(record);
+    media_folder_destroy(directory);
+    const dorn::CMediaContent& base = music;
+    const GetterCase cases[] = {
+        GETTER(media_info_get_media_id, base, GetUUID, "null",
+               "CMediaContent - failed to media_info_get_media_id"),
+        GETTER(media_info_get_file_path, base, GetFilePath, "null",
+               "CMediaContent - failed to media_info_get_file_path"),
+        GETTER(media_info_get_display_name, base, GetName, "null",
+               "CMediaContent - failed to media_info_get_display_name"),
+        GETTER(media_info_get_media_type, base, GetMediaType, "",
+               "CMediaContent - failed to media_info_get_media_type"),
+        GETTER(media_info_get_mime_type, base, GetMimeType, "null",
+               "CMediaContent - failed to media_info_get_mime_type"),
+        GETTER(media_info_get_size, base, GetSize, "0",
+               "CMediaContent - failed to media_info_get_size"),
+        GETTER(media_info_get_added_time, base, GetAddedTime, "",
+               "CMediaContent - failed to media_info_get_added_time"),
+        GETTER(media_info_get_modified_time, base, GetModifiedTime, "",
+               "[ContentsManager plugin] - failed to media_info_get_modified_time"),
+        GETTER(media_info_get_thumbnail_path, base, GetThumbnailPath, "null",
+               "CMediaContent - failed to media_info_get_thumbnail_path"),
+        GETTER(media_info_get_description, base, GetDescription, "null",
+               "CMediaContent - failed to media_info_get_description"),
+        GETTER(media_info_get_title, base, GetTitle, "null",
+               "CMediaContent- failed to media_info_get_title"),
+        GETTER(media_info_get_rating, base, GetRating, "0",
+               "CMediaContent- failed to media_info_get_rating"),
+        GETTER(audio_meta_get_album, music, GetMusicAlbum, "null",
+               "CMediaContentMusic - failed to audio_meta_get_album"),
+        GETTER(audio_meta_get_artist, music, GetMusicArtist, "null",
+               "CMediaContentMusic - failed to audio_meta_get_artist"),
+        GETTER(audio_meta_get_genre, music, GetMusicGenre, "null",
+               "CMediaContentMusic - failed to audio_meta_get_genre"),
+        GETTER(audio_meta_get_composer, music, GetMusicComposer, "null",
+               "CMediaContentMusic - failed to audio_meta_get_composer"),
+        GETTER(audio_meta_get_copyright, music, GetMusicCopyright, "null",
+               "CMediaContentMusic - failed to audio_meta_get_copyright"),
+        GETTER(audio_meta_get_bit_rate, music, GetMusicBitrate, "0",
+               "CMediaContentMusic - failed to audio_meta_get_bit_rate"),
+        GETTER(audio_meta_get_track_num, music, GetMusicTrackNum, "null",
+               "CMediaContentMusic - failed to audio_meta_get_track_num"),
+        GETTER(audio_meta_get_duration, music, GetMusicDuration, "0",
+               "CMediaContentMusic - failed to GetMusicDuration"),
+        GETTER(image_meta_get_width, image, GetImageWidth, "0",
+               "CMediaContentImage - failed to image_meta_get_width"),
+        GETTER(image_meta_get_height, image, GetImageHeight, "0",
+               "CMediaContentImage - failed to image_meta_get_height"),
+        GETTER(image_meta_get_orientation, image, GetImageOrientation, "",
+               "CMediaContentImage - failed to image_meta_get_orientation"),
+        GETTER(media_info_get_latitude, image, GetImageLatitude, "0",
+               "CMediaContentImage - failed to media_info_get_latitude"),
+        GETTER(media_info_get_longitude, image, GetImageLongitude, "0",
+               "CMediaContentImage - failed to media_info_get_longitude"),
+        GETTER(video_meta_get_duration, video, GetVideoDuration, "0",
+               "CMediaContentVideo - failed to video_meta_get_duration"),
+        GETTER(video_meta_get_width, video, GetVideoWidth, "0",
+               "CMediaContentVideo - failed to video_meta_get_width"),
+        GETTER(video_meta_get_height, video, GetVideoHeight, "0",
+               "CMediaContentVideo - failed to video_meta_get_height"),
+        GETTER(media_info_get_latitude, video, GetVideoLatitude, "0",
+               "CMediaContentVideo - failed to media_info_get_latitude"),
+        GETTER(media_info_get_longitude, video, GetVideoLongitude, "0",
+               "CMediaContentVideo - failed to media_info_get_longitude"),
+        GETTER(video_meta_get_album, video, GetVideoAlbum, "null",
+               "CMediaContentVideo - failed to video_meta_get_album"),
+        GETTER(video_meta_get_genre, video, GetVideoGenre, "null",
+               "CMediaContentVideo - failed to video_meta_get_genre"),
+        GETTER(media_folder_get_folder_id, folder, GetFolderUUID, "null",
+               "GetFolderPath - failed to media_folder_get_folder_id"),
+        GETTER(media_folder_get_path, folder, GetFolderPath, "null",
+               "GetFolderPath - failed to media_folder_get_path"),
+    };
+    for (const GetterCase& c : cases) {
+        SCOPED_TRACE(c.getter);
+        platform.ForgetLog();
+        c.get();
+        EXPECT_TRUE(platform.Log().empty()) << "it has not failed yet";
+        platform.Fail(c.call, 1, MEDIA_CONTENT_ERROR_DB_FAILED);
+        const std::string value = c.get();
+        if (!c.fallback.empty()) {
+            EXPECT_EQ(value, c.fallback);
+        }
+        const std::vector<LogLine> log = platform.Log();
+        ASSERT_EQ(log.size(), 1u);
+        EXPECT_EQ(log[0].message, c.message);
+        EXPECT_EQ(log[0].function, c.getter);
+        EXPECT_EQ(log[0].priority, kTrace);
+    }
+    EXPECT_EQ(platform.Log()[0].file, "CMediaContentFolder.cpp");
+}
+
+TEST_F(MediaModelTest, WrappersGiveBackWhatTheyTookExceptThePlainOne) {
+    media_info_s* record = platform.MakeRecord(Sound("/s.amr"));
+    {
+        dorn::CMediaContent plain;
+        plain.SetMediaInfo(record);
+        dorn::CMediaContentFolder never;
+    }
+    EXPECT_EQ(platform.CallCount("media_info_destroy"), 0);
+    EXPECT_EQ(platform.CallCount("media_folder_destroy"), 0);
+    media_info_destroy(record);
+    keptRecords = 1;
+}
+
+// ---- JSON of items ----
+
+TEST_F(MediaModelTest, AnItemOfEachKind) {
+    Item photo = Photo("/opt/storage/usb/sda1/DCIM/IMG_0001.JPG", 1400000000);
+    photo.id = "p1";
+    photo.title = "IMG_0001";
+    photo.mime = "image/jpeg";
+    photo.size = 5000000000ULL;
+    photo.modified = 1500000000;
+    photo.width = 4000;
+    photo.height = 3000;
+    photo.latitude = 48.856614;
+    photo.longitude = 2.3522219;
+    EXPECT_EQ(ToJson(photo), Parse(R"({"id":"p1","filename":"IMG_0001.JPG","title":"IMG_0001",
+        "fullPathName":"$USB_DIR/sda1/DCIM/IMG_0001.JPG","mime":"image/jpeg","size":"5000000000",
+        "addedTime":"1500000000","modifiedTime":"1500000000","description":"","width":"4000",
+        "height":"3000","orientation":"normal","latitude":"48.8566","longitude":"2.35222"})"));
+    Item video = Video("/opt/media/v.mp4");
+    video.id = "v1";
+    video.album = "Holiday";
+    video.description = "of ours";
+    video.latitude = -0.00001;
+    EXPECT_EQ(ToJson(video), Parse(R"({"id":"v1","filename":"v.mp4","title":"",
+        "fullPathName":"/opt/media/v.mp4","mime":"","size":"0","addedTime":"0","modifiedTime":"0",
+        "description":"of ours","latitude":"-1e-05","longitude":"0","album":"Holiday",
+        "genre":""})"));
+    Item music = Music("/opt/storage/usb/m.mp3");
+    music.id = "m1";
+    EXPECT_EQ(ToJson(music), Parse(R"({"id":"m1","filename":"m.mp3","title":"",
+        "fullPathName":"$USB_DIR/m.mp3","mime":"","size":"0","addedTime":"0","modifiedTime":"0",
+        "description":"","album":"","artist":"","genre":"","composer":"","tracknum":""})"));
+    music.artist = "A";
+    music.composer = "C";
+    music.genre = "G";
+    music.track = "3/12";
+    const Json::Value tagged = ToJson(music);
+    for (const auto& c :
+         {std::make_pair("artist", "A"), {"composer", "C"}, {"genre", "G"}, {"tracknum", "3/12"}})
+        EXPECT_EQ(tagged[c.first].asString(), c.second);
+}
+
+TEST_F(MediaModelTest, AnItemOfAnotherKindIsNull) {
+    for (media_content_type_e type : {MEDIA_CONTENT_TYPE_SOUND, MEDIA_CONTENT_TYPE_OTHERS}) {
+        EXPECT_TRUE(ToJson(Item("/x", type)).isNull());
+        ++keptRecords;
+    }
+}
+
+TEST_F(MediaModelTest, AnUnreadableKindIsLogged) {
+    // The record is a picture, and so is what the kind is taken for.
+    platform.Fail("media_info_get_media_type", 1, MEDIA_CONTENT_ERROR_DB_FAILED);
+    ToJson(Photo("/x"));
+    const std::vector<LogLine> log = platform.Log();
+    ASSERT_FALSE(log.empty());
+    EXPECT_EQ(log[0].message, "FAILED TO media_info_get_media_type ");
+    EXPECT_EQ(log[0].function, "GenerateMediaJson");
+    EXPECT_EQ(log[0].file, "CJsonHelper.cpp");
+    keptRecords = platform.LiveHandles()["media"];
+}
+
+TEST_F(MediaModelTest, EveryKeyIsThereWhenEveryGetterFails) {
+    for (const char* call :
+         {"media_info_get_media_id", "media_info_get_file_path", "media_info_get_size",
+          "media_info_get_image", "media_info_get_latitude", "media_info_get_title"})
+        platform.Fail(call, 0, MEDIA_CONTENT_ERROR_DB_FAILED);
+    const Json::Value item = ToJson(Photo("/opt/storage/usb/a.jpg"));
+    EXPECT_EQ(item.size(), 14u);
+    for (const char* key : {"id", "fullPathName", "title"}) EXPECT_EQ(item[key].asString(), "");
+    for (const char* key : {"size", "width", "height", "latitude"})
+        EXPECT_EQ(item[key].asString(), "0");
+    for (const std::string& key : item.getMemberNames()) EXPECT_TRUE(item[key].isString());
+    EXPECT_TRUE(platform.HasLog(kTrace, "CMediaContentImage - failed to media_info_get_image"));
+    EXPECT_TRUE(platform.HasLog(kTrace, "CMediaContentImage - failed to image_meta_get_width"));
+}
+
+TEST_F(MediaModelTest, AnItemOfAFolder) {
+    const std::pair<int, const char*> kinds[] = {
+        {0, "photo"}, {1, "video"}, {2, "unknown"}, {3, "music"}, {4, "unknown"}};
+    for (const auto& kind : kinds) {
+        Item item("/opt/storage/usb/x.bin", static_cast<media_content_type_e>(kind.first), 7);
+        item.id = "i";
+        item.size = 12;
+        item.modified = 1500000000;
+        Json::Value expected = Parse(R"({"id":"i","name":"x.bin","title":"","mime":"","size":"12",
+            "addedTime":"1500000000","modifiedTime":"1500000000","description":""})");
+        expected["type"] = kind.second;
+        EXPECT_EQ(ToFolderJson(item), expected);
+    }
+}
+
+// ---- conversions ----
+
+TEST_F(MediaModelTest, Conversions) {
+    EXPECT_EQ(CJsonHelper::ConvertCharToString(nullptr), "");
+    EXPECT_EQ(CJsonHelper::ConvertCharToString(strdup("text")), "text");
+    EXPECT_EQ(CJsonHelper::ConvertNumberToString(18446744073709551615ULL), "18446744073709551615");
+    EXPECT_EQ(CJsonHelper::ConvertNumberToString(-2147483647 - 1), "-2147483648");
+    EXPECT_EQ(CJsonHelper::ConvertNumberToString(-9000000000LL), "-9000000000");
+    const std::pair<double, const char*> doubles[] = {
+        {48.856614, "48.8566"}, {2.3522219, "2.35222"},     {0.0, "0"},          {0.00001, "1e-05"},
+        {-122.5, "-122.5"},     {1234567.0, "1.23457e+06"}, {100000.0, "100000"}};
+    for (const auto& c : doubles) EXPECT_EQ(CJsonHelper::ConvertNumberToString(c.first), c.second);
+
+    const char* words[] = {"notAvailable",     "normal",      "flipHorizontal",  "rotate180Degrees",
+                           "flipVertical",     "transpose",   "rotate90Degrees", "transverse",
+                           "rotate270Degrees", "notAvailable"};
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(
+            CJsonHelper::GetOrientationTypeAsString(static_cast<media_content_orientation_e>(i)),
+            words[i]);
+
+    MediaType type = dorn::MEDIA_TYPE_NONE;
+    const std::pair<const char*, int> types[] = {
+        {"folder", 1}, {"music", 2}, {"photo", 3}, {"video", 4}};
+    for (const auto& c : types) {
+        EXPECT_TRUE(CJsonHelper::ConvertFromString(c.first, type));
+        EXPECT_EQ(type, c.second);
+    }
+    for (const char* word : {"Photo", "photos", "", " photo", "none"})
+        EXPECT_FALSE(CJsonHelper::ConvertFromString(word, type)) << word;
+    EXPECT_EQ(type, dorn::MEDIA_TYPE_VIDEO) << "left as it was";
+}
+
+TEST_F(MediaModelTest, PathsChangeTheirFirstRootOnly) {
+    struct Case {
+        const char* device;
+        const char* client;
+    };
+    const Case bothWays[] = {
+        {"/opt/storage/usb/sda1/a.jpg", "$USB_DIR/sda1/a.jpg"},
+        {"/opt/storage/usbdrive/x", "$USB_DIRdrive/x"},
+        {"/mnt/opt/storage/usb", "/mnt$USB_DIR"},
+        {"/opt/media/a.jpg", "/opt/media/a.jpg"},
+        {"", ""},
+    };
+    for (const Case& c : bothWays) {
+        EXPECT_EQ(CJsonHelper::ConvertUsbBasePath(c.device, dorn::CM_CONVERT_TO_CLIENT_PATH),
+                  c.client);
+        EXPECT_EQ(CJsonHelper::ConvertUsbBasePath(c.client, dorn::CM_CONVERT_TO_DEVICE_PATH),
+                  c.device);
+    }
+    const std::string twice = "/opt/storage/usb/opt/storage/usb";
+    EXPECT_EQ(CJsonHelper::ConvertUsbBasePath(twice, dorn::CM_CONVERT_TO_CLIENT_PATH),
+              "$USB_DIR/opt/storage/usb");
+    EXPECT_EQ(CJsonHelper::ConvertUsbBasePath("$USB_DIR$USB_DIR", dorn::CM_CONVERT_TO_DEVICE_PATH),
+              "/opt/storage/usb$USB_DIR");
+    EXPECT_EQ(CJsonHelper::ConvertUsbBasePath(twice, static_cast<dorn::_eCMConvertType>(2)), twice);
+}
+
+// ---- folders on disk ----
+
+struct ListingCase {
+    const char* what;
+    int start, count, added;  // `added` on entry
+    unsigned listed;
+    int addedAfter;
+    Strings messages;
+};
+
+TEST_F(MediaModelTest, VisibleSubfoldersArePaged) {
+    TempFolder folder;
+    for (const char* name : {"one", "two", "three", ".hidden", "..odd"}) folder.MakeFolder(name);
+    folder.MakeFile("file");
+    std::filesystem::create_directory_symlink(folder / "one", folder / "link");
+    const auto starts = [](int index) {
+        return " param.startIndex == count !! count : " + std::to_string(index) + " \n";
+    };
+    const ListingCase cases[] = {
+        {"all", 0, 10, 0, 3, 3, {starts(0)}},
+        {"a full page", 0, 2, 0, 2, 2, {starts(0), " folderCount : 2 \n"}},
+        {"exactly all", 0, 3, 0, 3, 3, {starts(0), " folderCount : 3 \n"}},
+        {"from the second", 1, 10, 0, 2, 2, {starts(1)}},
+        {"behind the last", 3, 10, 0, 0, 0, {}},
+        {"far behind", 99, 1, 0, 0, 0, {}},
+        {"before the first", -1, 10, 0, 0, 0, {}},
+        {"a page begun before", 0, 4, 2, 2, 4, {starts(0), " folderCount : 4 \n"}},
+        {"a page full before", 1, 2, 2, 2, 4, {starts(1)}},
+    };
+    for (const ListingCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        platform.ForgetLog();
+        dorn::FetchInfo page;
+        page.startIndex = c.start;
+        page.count = c.count;
+        Json::Value items(Json::arrayValue);
+        int added = c.added;
+        CJsonHelper::GenerateBelowFolderJson(items, folder.Path(), page, added);
+        EXPECT_EQ(items.size(), c.listed);
+        EXPECT_EQ(added, c.addedAfter);
+        EXPECT_EQ(platform.Messages(), c.messages);
+    }
+}
+
+TEST_F(MediaModelTest, ASubfolderIsNameAndTime) {
+    TempFolder folder;
+    const std::string name(255, 'n');
+    folder.MakeFolder(name);
+    const timespec times[2] = {{100, 0}, {1500000000, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, (folder / name).c_str(), times, 0), 0);
+    dorn::FetchInfo page;
+    page.count = 10;
+    Json::Value items(Json::arrayValue);
+    int added = 0;
+    CJsonHelper::GenerateBelowFolderJson(items, folder.Path(), page, added);
+    ASSERT_EQ(items.size(), 1u);
+    Json::Value expected = Parse(R"({"addedTime":1500000000,"modifiedTime":1500000000})");
+    expected["name"] = name;
+    EXPECT_EQ(items[0], expected);
+    EXPECT_TRUE(items[0]["addedTime"].isInt());
+}
+
+TEST_F(MediaModelTest, AFolderThatCannotBeOpenedListsNothing) {
+    TempFolder folder;
+    folder.MakeFile("file");
+    for (const std::string& path : {folder / "gone", folder / "file", std::string()}) {
+        platform.ForgetLog();
+        dorn::FetchInfo page;
+        page.count = 10;
+        Json::Value items(Json::arrayValue);
+        int added = 5;
+        CJsonHelper::GenerateBelowFolderJson(items, path, page, added);
+        EXPECT_TRUE(items.empty());
+        EXPECT_EQ(added, 5);
+        EXPECT_EQ(platform.Messages(), Strings{"Failed to open DIR"});
+    }
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,132 @@
+// Adding files to the database and removing records from it.
+#include "PluginTest.h"
+
+namespace test {
+namespace {
+
+class RegistrationTest : public PluginTest {
+protected:
+    RegistrationTest() {
+        AddStick();
+        for (const char* name : {"a", "b", "c"}) {
+            Item file = Photo(std::string("/") + name);
+            file.id = std::string("id-") + name;
+            platform.AddFile(file);
+        }
+        for (const char* id : {"7", "8"}) {
+            Item item = Photo(std::string(kStick) + "/x.jpg");
+            item.id = id;
+            platform.Add(item);
+        }
+    }
+};
+
+TEST_F(RegistrationTest, RefusedRequestsGetNoId) {
+    Rig rig;
+    int id = -1;
+    EXPECT_FALSE(rig.task.RegisterContents("S1", {"/a"}, id));
+    EXPECT_FALSE(rig.task.UnregisterContents("S1", {"7"}, id));
+    EXPECT_EQ(platform.CountLog(" Media is NOT Connected"), 2);
+    ASSERT_TRUE(rig.task.Connect());
+    EXPECT_FALSE(rig.task.RegisterContents("S1", {}, id));
+    EXPECT_TRUE(platform.HasLog(kProgress, "paths is NULL \n"));
+    EXPECT_FALSE(rig.task.UnregisterContents("S1", {}, id));
+    EXPECT_TRUE(platform.HasLog(kProgress, " MeidaIds is NULL \n"));
+    EXPECT_EQ(id, -1);
+    ASSERT_TRUE(rig.task.RegisterContents("no such storage", {"/a"}, id));
+    EXPECT_EQ(id, 1);
+    ASSERT_TRUE(rig.task.UnregisterContents("", {"7"}, id));
+    EXPECT_EQ(id, 2);
+    Await("CONTENTS_UNREGISTER_COMPLETED");
+    EXPECT_EQ(platform.Events().size(), 2u);
+}
+
+struct RegistrationCase {
+    const char* what;
+    Strings items;
+    const char* payload;
+    Strings messages;
+};
+
+TEST_F(RegistrationTest, EachPathIsTriedAndReported) {
+    const RegistrationCase cases[] = {
+        {"all there",
+         {"/b", "/a"},
+         R"({"failed":null,"result":1,"succeeded":[{"id":"id-a","path":"/a"},{"id":"id-b","path":"/b"}]})",
+         {}},
+        {"one missing",
+         {"/a", "/gone", "/b"},
+         R"({"failed":["/gone"],"result":0,"succeeded":[{"id":"id-a","path":"/a"},{"id":"id-b","path":"/b"}]})",
+         {"FAILED to Insertion  : /gone (error:-1004) \n"}},
+        {"the same twice",
+         {"/a", "/a"},
+         R"({"failed":null,"result":0,"succeeded":[{"id":"id-a","path":"/a"}]})",
+         {}},
+        {"none there",
+         {"/x", "/y", "/x"},
+         R"({"failed":["/x","/y","/x"],"result":0,"succeeded":[]})",
+         {"FAILED to Insertion  : /x (error:-1004) \n",
+          "FAILED to Insertion  : /y (error:-1004) \n"}},
+    };
+    Rig rig;
+    ASSERT_TRUE(rig.task.Connect());
+    for (const RegistrationCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        int id = 0;
+        ASSERT_TRUE(rig.task.RegisterContents("S1", c.items, id));
+        EXPECT_EQ(platform.WaitForEvent("CONTETNS_REGISTER_COMPLETED").payload,
+                  std::string(c.payload) + "\n");
+        for (const std::string& message : c.messages)
+            EXPECT_TRUE(platform.HasLog(kProgress, message)) << message;
+        EXPECT_TRUE(platform.LiveHandles().empty()) << "each record is given back";
+    }
+}
+
+TEST_F(RegistrationTest, APathWhoseIdCannotBeReadIsNeitherDoneNorFailed) {
+    Rig rig;
+    ASSERT_TRUE(rig.task.Connect());
+    platform.Fail("media_info_get_media_id", 2, MEDIA_CONTENT_ERROR_DB_FAILED);
+    int id = 0;
+    ASSERT_TRUE(rig.task.RegisterContents("S1", {"/a", "/b", "/c"}, id));
+    const Json::Value event = Await("CONTETNS_REGISTER_COMPLETED");
+    EXPECT_EQ(event["result"].asInt(), 0);
+    EXPECT_EQ(Column(event["succeeded"], "path"), (Strings{"/a", "/c"}));
+    EXPECT_TRUE(event["failed"].isNull());
+}
+
+TEST_F(RegistrationTest, EachIdIsTriedAndReported) {
+    const RegistrationCase cases[] = {
+        {"one of two known",
+         {"9", "7"},
+         R"({"failed":["9"],"result":0,"succeeded":["7"]})",
+         {" FAILED to Delete!! : 9 (error:-1004)\n"}},
+        {"the same twice",
+         {"8", "8"},
+         R"({"failed":["8"],"result":0,"succeeded":["8"]})",
+         {" FAILED to Delete!! : 8 (error:-1004)\n"}},
+        {"none left", {"7", "8"}, R"({"failed":["7","8"],"result":0,"succeeded":null})", {}},
+    };
+    Rig rig;
+    ASSERT_TRUE(rig.task.Connect());
+    for (const RegistrationCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        int id = 0;
+        ASSERT_TRUE(rig.task.UnregisterContents("S1", c.items, id));
+        EXPECT_EQ(platform.WaitForEvent("CONTENTS_UNREGISTER_COMPLETED").payload,
+                  std::string(c.payload) + "\n");
+        for (const std::string& message : c.messages)
+            EXPECT_TRUE(platform.HasLog(kProgress, message)) << message;
+    }
+}
+
+TEST_F(RegistrationTest, AFolderScansEndSetsItsByteWhateverItsError) {
+    bool done = false;
+    CPlivTaskContentsMgr::s_FolderScanCompletedCallback(MEDIA_CONTENT_ERROR_CANCELLED, &done);
+    EXPECT_TRUE(done);
+    unsigned char late = 0;
+    EXPECT_EQ(CPlivTaskContentsMgr::s_TimeOutCallback(&late), 0) << "the source fires once";
+    EXPECT_EQ(late, 1);
+}
+
+}  // namespace
+}  // namespace test

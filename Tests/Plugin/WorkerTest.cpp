@@ -1,0 +1,183 @@
+// Threads, semaphores, the job queue and the worker.
+#include <atomic>
+
+#include "CSafeQ.h"
+#include "PluginTest.h"
+#include "ThreadCM.h"
+
+namespace test {
+namespace {
+
+class WorkerTest : public PluginTest {
+protected:
+    // Queues a job from outside and wakes the worker.
+    static void Queue(CPlivTaskContentsMgr& task, int type, Strings items = {}) {
+        dorn::CCMTaskJob job;
+        job.SetCommandType(type);
+        dorn::InsertDeleteInfo info;
+        info.items = std::move(items);
+        job.SetInsertDeleteInfo(info);
+        JobsOf(task).Push(job);
+    }
+    static void Wake(CPlivTaskContentsMgr& task) { JobSemaphoreOf(task).Post(); }
+    // The rig's worker has come to its semaphore for the nth time; the engine's own one is idle
+    // after its first.
+    void AwaitTurn(int n) { EXPECT_TRUE(platform.WaitForLog("Thread operating \n", n + 1)); }
+};
+
+struct Body : ThreadCM {
+    explicit Body(Gate& g) : gate(g) {}
+    void t_Main() override {
+        gate.Wait();
+        ended = true;
+    }
+    Gate& gate;
+    std::atomic<bool> ended{false};
+};
+
+TEST_F(WorkerTest, AThreadIsRunningWhenCreateReturnsAndOverWhenDestroyReturns) {
+    Gate gate;
+    Body body(gate);
+    EXPECT_EQ(body.ThreadID(), 0xffffffffu);
+    EXPECT_FALSE(body.Create(nullptr));
+    EXPECT_EQ(body.ThreadID(), 0xffffffffu);
+    ASSERT_TRUE(body.Create("body"));
+    EXPECT_NE(body.ThreadID(), 0xffffffffu);
+    EXPECT_TRUE(gate.WaitForArrival());
+    EXPECT_FALSE(body.ended);
+    gate.Open();
+    body.Destroy();
+    EXPECT_TRUE(body.ended);
+}
+
+TEST_F(WorkerTest, AThreadMayBeJoinedBeforeItIsDestroyed) {
+    Gate gate;
+    Body body(gate);
+    ASSERT_TRUE(body.Create("body"));
+    gate.Open();
+    EXPECT_EQ(body.ThreadJoin(), nullptr);
+    EXPECT_TRUE(body.ended);
+    body.Destroy();
+    EXPECT_EQ(ThreadCM::Process(nullptr), nullptr);
+}
+
+TEST_F(WorkerTest, EachPostWakesOneWait) {
+    SemphoreCM semaphore, arrived;
+    std::atomic<int> passed{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 4; ++i)
+        waiters.emplace_back([&] {
+            for (int n = 0; n < 500; ++n) semaphore.Wait();
+            ++passed;
+            arrived.Post();
+        });
+    for (int i = 0; i < 1999; ++i) semaphore.Post();
+    for (int i = 0; i < 3; ++i) arrived.Wait();
+    EXPECT_EQ(passed, 3);
+    semaphore.Post();
+    arrived.Wait();
+    for (std::thread& waiter : waiters) waiter.join();
+    EXPECT_EQ(passed, 4);
+}
+
+// Counts its copies that are alive; the one told so refuses to be copied.
+struct Counted {
+    explicit Counted(bool refusesCopies = false) : refuses(refusesCopies) { ++alive; }
+    Counted(const Counted& other) : refuses(other.refuses) {
+        if (refuses) throw std::runtime_error("no copy");
+        ++alive;
+    }
+    Counted& operator=(const Counted&) = default;
+    ~Counted() { --alive; }
+    bool refuses;
+    static int alive;
+};
+int Counted::alive = 0;
+
+TEST_F(WorkerTest, AQueueDestroysWhatItStillHoldsAndSurvivesACopyThatThrows) {
+    {
+        dorn::CSafeQ<Counted> queue;
+        for (int i = 0; i < 3; ++i) queue.Push(Counted());
+        EXPECT_EQ(Counted::alive, 3);
+        EXPECT_THROW(queue.Push(Counted(true)), std::runtime_error);
+        EXPECT_EQ(Counted::alive, 3);
+        queue.Push(Counted());
+        EXPECT_EQ(Counted::alive, 4);
+    }
+    EXPECT_EQ(Counted::alive, 0);
+}
+
+TEST_F(WorkerTest, OneDrainRunsAllQueuedJobsOldestFirst) {
+    Rig rig;
+    AwaitTurn(1);
+    Queue(rig.task, dorn::COMMAND_TYPE_UNREGISTER, {"1"});
+    Queue(rig.task, dorn::COMMAND_TYPE_REGISTER, {"/a"});
+    Queue(rig.task, dorn::COMMAND_TYPE_UNREGISTER, {"2"});
+    Wake(rig.task);
+    AwaitTurn(2);
+    Strings names;
+    for (const Event& event : platform.Events()) names.push_back(event.name);
+    EXPECT_EQ(names, (Strings{"CONTENTS_UNREGISTER_COMPLETED", "CONTETNS_REGISTER_COMPLETED",
+                              "CONTENTS_UNREGISTER_COMPLETED"}));
+    Wake(rig.task);  // finds nothing
+    AwaitTurn(3);
+    EXPECT_EQ(platform.Events().size(), 3u);
+    EXPECT_EQ(platform.CountLog("COMMAND_TYPE_REGISTER"), 1);
+    EXPECT_TRUE(platform.HasLog(kTrace, "COMMAND_TYPE_UNREGISTER"));
+}
+
+TEST_F(WorkerTest, AJobOfUnknownTypeStaysIsLoggedOnEveryDrainAndHoldsUpNobody) {
+    Rig rig;
+    AwaitTurn(1);
+    Queue(rig.task, 7);
+    Queue(rig.task, -1);
+    for (int drain = 1; drain <= 3; ++drain) {
+        Queue(rig.task, dorn::COMMAND_TYPE_REGISTER, {"/a"});
+        Wake(rig.task);
+        AwaitTurn(drain + 1);
+        EXPECT_EQ(platform.CountEvents("CONTETNS_REGISTER_COMPLETED"), drain);
+        EXPECT_EQ(platform.CountLog("COMMAND_TYPE_DEFAULT"), 2 * drain);
+    }
+    EXPECT_TRUE(platform.HasLog(kTrace, "COMMAND_TYPE_DEFAULT"));
+}
+
+TEST_F(WorkerTest, AFatalExceptionOfAJobIsLoggedAndTheWorkerGoesOn) {
+    Rig rig;
+    AwaitTurn(1);
+    std::atomic<int> calls{0};
+    platform.OnCall("media_info_delete_from_db", [&] {
+        if (++calls == 1) throw std::runtime_error("database on fire");
+    });
+    Queue(rig.task, dorn::COMMAND_TYPE_UNREGISTER, {"1"});
+    Wake(rig.task);
+    AwaitTurn(2);
+    EXPECT_TRUE(platform.HasLog(kProgress, "Fatal Exception!!!: < database on fire >\n"));
+    EXPECT_TRUE(platform.Events().empty());
+    Queue(rig.task, dorn::COMMAND_TYPE_REGISTER, {"/a"});
+    Wake(rig.task);
+    platform.WaitForEvent("CONTETNS_REGISTER_COMPLETED");
+}
+
+TEST_F(WorkerTest, NoProducerWaitsForARunningJob) {
+    Rig rig;
+    AddStick();
+    ASSERT_TRUE(rig.task.Connect());
+    Gate gate;
+    platform.OnCall("media_info_insert_to_db", [&] { gate.Wait(); });
+    int id = 0;
+    ASSERT_TRUE(rig.task.RegisterContents("S1", {"/a"}, id));
+    ASSERT_TRUE(gate.WaitForArrival());
+    // Every command answers while the worker is held.
+    EXPECT_TRUE(rig.task.Query("S1", dorn::MEDIA_TYPE_PHOTO, "", ""));
+    EXPECT_TRUE(rig.task.Fetch(0, 1, id));
+    EXPECT_TRUE(rig.task.UnregisterContents("S1", {"1"}, id));
+    int count = 0;
+    EXPECT_TRUE(rig.task.GetCount(2, count));
+    EXPECT_TRUE(platform.Events().empty());
+    gate.Open();
+    platform.WaitForEvent("CONTENTS_UNREGISTER_COMPLETED");
+    EXPECT_EQ(platform.Events().size(), 4u);
+}
+
+}  // namespace
+}  // namespace test
