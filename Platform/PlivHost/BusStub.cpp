@@ -66,12 +66,12 @@ void Call(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gcha
 
 }  // namespace
 
-bool ExportBusStub(GDBusConnection* connection, const std::string& clientName) {
+std::unique_ptr<ExportedObject> ExportBusStub(GDBusConnection* connection,
+                                              const std::string& clientName) {
     static const GDBusInterfaceVTable vtable{Call, nullptr, nullptr, {}};
     const NodeInfoPtr info(g_dbus_node_info_new_for_xml(kIntrospection, nullptr));
-    return g_dbus_connection_register_object(
-               connection, kBusPath, info->interfaces[0], &vtable, new std::string(clientName),
-               [](gpointer data) { delete static_cast<std::string*>(data); }, nullptr) != 0;
+    return std::make_unique<ExportedObject>(connection, kBusPath, info->interfaces[0], vtable,
+                                            std::make_shared<std::string>(clientName));
 }
 
 }  // namespace platform

@@ -2,9 +2,10 @@
 #ifndef PLATFORM_PLIV_HOST_BUS_STUB_H
 #define PLATFORM_PLIV_HOST_BUS_STUB_H
 
+#include <memory>
 #include <string>
 
-#include "PlivHost/GlibPtr.h"
+#include "PlivHost/ExportedObject.h"
 
 namespace platform {
 
@@ -12,8 +13,9 @@ namespace platform {
 constexpr char kPrivateServiceName[] = ":1.0";
 
 // Exports org.freedesktop.DBus on `connection` for a client whose unique name is `clientName`.
-// Host thread; false when it fails.
-bool ExportBusStub(GDBusConnection* connection, const std::string& clientName);
+// Host thread.
+std::unique_ptr<ExportedObject> ExportBusStub(GDBusConnection* connection,
+                                              const std::string& clientName);
 
 }  // namespace platform
 

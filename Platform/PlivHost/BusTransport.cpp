@@ -61,14 +61,16 @@ BusTransport::BusTransport(const TransportParts& parts, GBusType bus)
     m_outbox = Outbox::Create(m_connection.get(), m_parts.outbox, "", [] {
         PLATFORM_LOG(kLogTag, LOG_ERROR, "the message bus does not take our messages");
     });
-    const auto finder = [this](const char* sender) { return PeerOf(sender); };
-    if (!m_parts.object.Export(m_connection.get(), finder))
+    m_object = m_parts.object.Export(m_connection.get(),
+                                     [this](const char* sender) { return PeerOf(sender); });
+    if (!m_object->IsThere())
         throw std::runtime_error("cannot export the service's object on the bus");
     RequestName();
 }
 
 BusTransport::~BusTransport() {
     g_signal_handlers_disconnect_by_data(m_connection.get(), this);
+    m_object.reset();
     m_clients.clear();
     m_outbox->Shut();
     g_dbus_connection_close_sync(m_connection.get(), nullptr, nullptr);

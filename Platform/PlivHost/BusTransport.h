@@ -30,6 +30,7 @@ private:
     ObjectPtr<GDBusConnection> m_connection;
     std::shared_ptr<Outbox> m_outbox;  // one for all: the bus always reads, and bounds its clients
     std::map<std::string, std::unique_ptr<Client>> m_clients;
+    std::unique_ptr<ExportedObject> m_object;
     bool m_lost = false;
 };
 

@@ -4,7 +4,6 @@
 
 #include <utility>
 
-#include "Log/Log.h"
 #include "PlivHost/Names.h"
 #include "PlivHost/Utf8.h"
 
@@ -70,16 +69,11 @@ Interface::Interface(HandleTable& handles, ScanReporter scans)
       m_scans(std::move(scans)),
       m_info(g_dbus_node_info_new_for_xml(kIntrospection, nullptr)) {}
 
-bool Interface::Export(GDBusConnection* connection, PeerFinder finder) {
+std::unique_ptr<ExportedObject> Interface::Export(GDBusConnection* connection, PeerFinder finder) {
     static const GDBusInterfaceVTable vtable{s_Call, nullptr, nullptr, {}};
-    ErrorSlot error;
-    const guint id = g_dbus_connection_register_object(
-        connection, kObjectPath, m_info->interfaces[0], &vtable,
-        new Registration{this, std::move(finder)},
-        [](gpointer data) { delete static_cast<Registration*>(data); }, error.Out());
-    if (id == 0)
-        PLATFORM_LOG(kLogTag, LOG_ERROR, "could not export the object: %s", error.Text().c_str());
-    return id != 0;
+    return std::make_unique<ExportedObject>(
+        connection, kObjectPath, m_info->interfaces[0], vtable,
+        std::make_shared<Registration>(Registration{this, std::move(finder)}));
 }
 
 void Interface::s_Call(GDBusConnection*, const gchar* sender, const gchar*, const gchar*,

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "MediaContent/MediaService.h"
+#include "PlivHost/ExportedObject.h"
 #include "PlivHost/HandleTable.h"
 
 namespace platform {
@@ -21,9 +22,8 @@ class Interface {
 public:
     Interface(HandleTable& handles, ScanReporter scans);
 
-    // Exports the object. Answers false with a log line when that fails. The registration ends
-    // with the connection; this object must outlive it.
-    bool Export(GDBusConnection* connection, PeerFinder finder);
+    // Exports the object for as long as the result lives, which is no longer than this one.
+    std::unique_ptr<ExportedObject> Export(GDBusConnection* connection, PeerFinder finder);
 
 private:
     struct Registration;

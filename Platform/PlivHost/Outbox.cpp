@@ -1,5 +1,7 @@
 #include "PlivHost/Outbox.h"
 
+#include <atomic>
+#include <unordered_map>
 #include <utility>
 
 #include "Log/Log.h"
@@ -16,6 +18,38 @@ size_t BodySize(GDBusMessage* message) {
     return body ? g_variant_get_size(body) : 0;
 }
 
+// A filter may still be running on GDBus's thread when it has been removed, so it finds its outbox
+// here by a number that never comes again, and not through a pointer.
+class OutboxesByNumber {
+public:
+    uintptr_t NewNumber() { return ++m_last; }
+
+    void Add(uintptr_t number, const std::shared_ptr<Outbox>& outbox) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_outboxes.emplace(number, outbox);
+    }
+    void Remove(uintptr_t number) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_outboxes.erase(number);
+    }
+    std::shared_ptr<Outbox> Find(uintptr_t number) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_outboxes.find(number);
+        return found == m_outboxes.end() ? nullptr : found->second.lock();
+    }
+
+private:
+    std::atomic<uintptr_t> m_last{0};
+    std::mutex m_mutex;
+    std::unordered_map<uintptr_t, std::weak_ptr<Outbox>> m_outboxes;  // guarded by m_mutex
+};
+
+// Never destroyed: GDBus's thread lives as long as the process.
+OutboxesByNumber& TheOutboxes() {
+    static auto* outboxes = new OutboxesByNumber;
+    return *outboxes;
+}
+
 }  // namespace
 
 Outbox::Outbox(GDBusConnection* connection, const OutboxLimits& limits, std::string sender,
@@ -23,26 +57,27 @@ Outbox::Outbox(GDBusConnection* connection, const OutboxLimits& limits, std::str
     : m_connection(Share(connection)),
       m_limits(limits),
       m_sender(std::move(sender)),
-      m_onOverflow(std::move(onOverflow)) {}
+      m_onOverflow(std::move(onOverflow)),
+      m_number(TheOutboxes().NewNumber()) {}
 
-Outbox::~Outbox() = default;
+Outbox::~Outbox() {
+    TheOutboxes().Remove(m_number);
+}
 
 std::shared_ptr<Outbox> Outbox::Create(GDBusConnection* connection, const OutboxLimits& limits,
                                        std::string sender, OverflowHandler onOverflow) {
     const std::shared_ptr<Outbox> outbox(
         new Outbox(connection, limits, std::move(sender), std::move(onOverflow)));
-    // The filter may run until GDBus lets go of its data, so the data is a reference.
-    auto* reference = new std::weak_ptr<Outbox>(outbox);
+    TheOutboxes().Add(outbox->m_number, outbox);
     outbox->m_filter = g_dbus_connection_add_filter(
-        connection, s_Filter, reference,
-        [](gpointer data) { delete static_cast<std::weak_ptr<Outbox>*>(data); });
+        connection, s_Filter, reinterpret_cast<gpointer>(outbox->m_number), nullptr);
     return outbox;
 }
 
 GDBusMessage* Outbox::s_Filter(GDBusConnection*, GDBusMessage* message, gboolean incoming,
-                               gpointer self) {
+                               gpointer number) {
     if (incoming) return message;
-    if (const auto outbox = static_cast<std::weak_ptr<Outbox>*>(self)->lock())
+    if (const auto outbox = TheOutboxes().Find(reinterpret_cast<uintptr_t>(number)))
         outbox->Written(g_dbus_message_get_serial(message));
     return message;
 }

@@ -30,7 +30,7 @@ struct OutboxLimits {
 // GDBus says through a filter, on its own thread, when it takes a message off its queue to write
 // it; that moves the window on. Waiting for a flush instead would hold a pool thread for every
 // reader that has stopped.
-class Outbox : public std::enable_shared_from_this<Outbox> {
+class Outbox {
 public:
     using OverflowHandler = std::function<void()>;  // runs on the posting thread, without a lock
 
@@ -69,7 +69,7 @@ private:
     Outbox(GDBusConnection* connection, const OutboxLimits& limits, std::string sender,
            OverflowHandler onOverflow);
     static GDBusMessage* s_Filter(GDBusConnection* connection, GDBusMessage* message,
-                                  gboolean incoming, gpointer self);
+                                  gboolean incoming, gpointer number);
     void Post(Item item);
     void Written(guint32 serial);
     void Pump();                // under m_mutex
@@ -81,7 +81,8 @@ private:
     const OutboxLimits m_limits;
     const std::string m_sender;
     const OverflowHandler m_onOverflow;
-    guint m_filter = 0;  // host thread
+    const uintptr_t m_number;  // names it to the filter
+    guint m_filter = 0;        // host thread
 
     mutable std::mutex m_mutex;  // held over g_dbus_connection_send_message, to keep the order
     bool m_dead = false;         // these are guarded by m_mutex

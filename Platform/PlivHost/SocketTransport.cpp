@@ -62,6 +62,8 @@ private:
     ObjectPtr<GDBusConnection> m_connection;
     gulong m_closedHandler = 0;
     std::shared_ptr<Peer> m_peer;
+    std::unique_ptr<ExportedObject> m_stub;
+    std::unique_ptr<ExportedObject> m_object;
 };
 
 void SocketTransport::Client::Authenticate() {
@@ -103,12 +105,13 @@ void SocketTransport::Client::Serve() {
     GDBusConnection* connection = m_connection.get();
     m_closedHandler = g_signal_connect(connection, "closed", G_CALLBACK(s_Closed), this);
     m_peer = std::make_shared<Peer>(m_transport.NewOutbox(connection, m_number), name);
-    const std::weak_ptr<Peer> weak = m_peer;
-    const bool exported =
-        ExportBusStub(connection, name) &&
-        m_transport.m_parts.object.Export(connection, [weak](const char*) { return weak.lock(); });
+    m_stub = ExportBusStub(connection, name);
+    m_object =
+        m_transport.m_parts.object.Export(connection, [this](const char*) { return m_peer; });
+    if (!m_stub->IsThere() || !m_object->IsThere()) Cut();
     g_dbus_connection_start_message_processing(connection);
-    if (!exported) Cut();
+    // GDBus reads before it is told to start, so the end may have been announced to nobody.
+    if (g_dbus_connection_is_closed(connection)) m_transport.Drop(m_number);  // the end of this
 }
 
 void SocketTransport::Client::s_Closed(GDBusConnection*, gboolean, GError*, gpointer self) {
@@ -118,6 +121,8 @@ void SocketTransport::Client::s_Closed(GDBusConnection*, gboolean, GError*, gpoi
 
 SocketTransport::Client::~Client() {
     if (!m_connection) return;
+    m_object.reset();
+    m_stub.reset();
     g_signal_handler_disconnect(m_connection.get(), m_closedHandler);
     m_transport.m_parts.handles.CloseAllOf(*m_peer);
     m_peer->Messages()->Shut();
