@@ -12,16 +12,26 @@ namespace {
 // Longer texts are cut before they are looked at, with room for what cleaning takes away.
 constexpr size_t MAX_RAW_TEXT = 4 * MAX_METADATA_TEXT;
 
-// C0, DEL and C1; the latter are two bytes in UTF-8, 0xC2 and the character.
+// C0, DEL and C1; the latter are two bytes in UTF-8, 0xC2 and the character. Returns the length in
+// bytes of the control character at `at`, 0 when there is none.
+size_t ControlAt(std::string_view text, size_t at) {
+    const auto c = static_cast<unsigned char>(text[at]);
+    if (c < 0x20 || c == 0x7f) return 1;
+    const bool isC1 =
+        c == 0xc2 && at + 1 < text.size() && static_cast<unsigned char>(text[at + 1]) < 0xa0;
+    return isC1 ? 2 : 0;
+}
+
+bool HasControls(std::string_view text) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (ControlAt(text, i) > 0) return true;
+    }
+    return false;
+}
+
 void BlankControls(std::string& text) {
     for (size_t i = 0; i < text.size(); ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        if (c < 0x20 || c == 0x7f) {
-            text[i] = ' ';
-        } else if (c == 0xc2 && i + 1 < text.size() &&
-                   static_cast<unsigned char>(text[i + 1]) < 0xa0) {
-            text.replace(i, 2, " ");
-        }
+        if (const size_t length = ControlAt(text, i)) text.replace(i, length, " ");
     }
 }
 
@@ -39,6 +49,7 @@ void CutAtCharacter(std::string& text, size_t limit) {
 }  // namespace
 
 std::string CleanText(std::string_view text) {
+    if (IsCleanText(text)) return std::string(text);
     text = text.substr(0, MAX_RAW_TEXT);
     // A text of fixed length is often padded with zero bytes: what follows the first is no text.
     text = text.substr(0, text.find('\0'));
@@ -54,7 +65,9 @@ std::string CleanText(std::string_view text) {
 }
 
 bool IsCleanText(std::string_view text) {
-    return text.size() <= MAX_METADATA_TEXT && CleanText(text) == text;
+    if (text.empty()) return true;
+    return text.size() <= MAX_METADATA_TEXT && text.front() != ' ' && text.back() != ' ' &&
+           g_utf8_validate_len(text.data(), text.size(), nullptr) && !HasControls(text);
 }
 
 }  // namespace platform

@@ -6,7 +6,9 @@
 #include <array>
 #include <condition_variable>
 #include <cstring>
+#include <iterator>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "Log/Log.h"
@@ -54,7 +56,7 @@ bool RegularFileSize(int fd, uint64_t& size) {
     return true;
 }
 
-// Waits for one decoded answer.
+// Waits for one decoded answer message.
 Answer Await(HelperProcess& helper, uint32_t number, Clock::time_point deadline,
              const std::atomic<bool>& cancel, ExtractAnswer& answer) {
     std::string bytes;
@@ -70,6 +72,55 @@ Answer Await(HelperProcess& helper, uint32_t number, Clock::time_point deadline,
                 if (cancel) return Answer::CANCELLED;
                 if (Clock::now() >= deadline) return Answer::LATE;
         }
+    }
+}
+
+// Waits for the answers of a whole request, in as many messages as the helper likes.
+Answer AwaitAll(HelperProcess& helper, const ExtractRequest& request, Clock::time_point deadline,
+                const std::atomic<bool>& cancel, ExtractAnswer& all) {
+    while (all.files.size() < request.files.size()) {
+        ExtractAnswer part;
+        const Answer outcome = Await(helper, request.number, deadline, cancel, part);
+        if (outcome != Answer::GOOD) return outcome;
+        if (part.files.empty() || part.files.size() > request.files.size() - all.files.size())
+            return Answer::NONSENSE;
+        std::move(part.files.begin(), part.files.end(), std::back_inserter(all.files));
+        all.retiring = part.retiring;
+    }
+    return Answer::GOOD;
+}
+
+// Files for one helper at once: their places in what was asked for, and their descriptors.
+struct Batch {
+    ExtractRequest request;
+    std::vector<int> fds;
+    std::vector<size_t> places;
+
+    void Add(const ExtractFile& file, uint64_t size, size_t place) {
+        request.files.push_back({size, file.kind, file.mime});
+        fds.push_back(file.fd);
+        places.push_back(place);
+    }
+    Batch One(size_t i) const {
+        Batch one;
+        one.request.deadlineMs = request.deadlineMs;
+        one.request.files = {request.files[i]};
+        one.fds = {fds[i]};
+        one.places = {places[i]};
+        return one;
+    }
+};
+using Results = std::vector<ExtractResult>;
+
+void SetAll(const Batch& batch, ExtractStatus status, Results& results) {
+    for (const size_t place : batch.places) results[place].status = status;
+}
+
+void TakeAnswers(const Batch& batch, ExtractAnswer& answer, Results& results) {
+    for (size_t i = 0; i < batch.places.size(); ++i) {
+        ExtractAnswer::File& file = answer.files[i];
+        results[batch.places[i]] = {file.read ? ExtractStatus::OK : ExtractStatus::FAILED,
+                                    std::move(file.metadata)};
     }
 }
 
@@ -91,8 +142,9 @@ struct ExtractorPool::Impl {
             ++pool.busy;
             m_taken = true;
         }
-        ~Turn() {
-            if (!m_taken) return;
+        ~Turn() { GiveBack(); }
+        void GiveBack() {
+            if (!std::exchange(m_taken, false)) return;
             {
                 const std::lock_guard<std::mutex> lock(m_pool.mutex);
                 --m_pool.busy;
@@ -112,9 +164,10 @@ struct ExtractorPool::Impl {
     Helper StartNew(const std::atomic<bool>& cancel);
     void NoteFailedStart(const char* why);
     void GiveBack(Helper helper, bool retiring);
-    Answer Ask(HelperProcess& helper, ExtractRequest& request, int fd,
-               const std::atomic<bool>& cancel, ExtractAnswer& answer);
-    ExtractResult Read(int fd, ExtractRequest request, const std::atomic<bool>& cancel);
+    Answer Ask(HelperProcess& helper, Batch& batch, const std::atomic<bool>& cancel,
+               ExtractAnswer& answer);
+    Answer Read(Batch& batch, const std::atomic<bool>& cancel, Results& results);
+    void ReadAll(Batch batch, const std::atomic<bool>& cancel, Results& results);
 
     ExtractorOptions options;
     SpawnThread spawner;
@@ -177,38 +230,48 @@ void ExtractorPool::Impl::GiveBack(Helper helper, bool retiring) {
     idle.push_back(std::move(helper));
 }
 
-Answer ExtractorPool::Impl::Ask(HelperProcess& helper, ExtractRequest& request, int fd,
+Answer ExtractorPool::Impl::Ask(HelperProcess& helper, Batch& batch,
                                 const std::atomic<bool>& cancel, ExtractAnswer& answer) {
     do {
-        request.number = ++lastNumber;
-    } while (request.number == 0);
-    if (!helper.Send(EncodeRequest(request), fd)) return Answer::NOT_SENT;
-    helper.CountFile();
+        batch.request.number = ++lastNumber;
+    } while (batch.request.number == 0);
+    if (!helper.Send(EncodeRequest(batch.request), batch.fds)) return Answer::NOT_SENT;
+    helper.CountFiles(batch.fds.size());
     const Clock::time_point deadline = Clock::now() + milliseconds(options.deadlineMs);
-    return Await(helper, request.number, deadline, cancel, answer);
+    return AwaitAll(helper, batch.request, deadline, cancel, answer);
 }
 
-ExtractResult ExtractorPool::Impl::Read(int fd, ExtractRequest request,
-                                        const std::atomic<bool>& cancel) {
-    // A helper that ended while it had nothing to do is no fault of this file: then the next.
+// One try with one helper. NOT_SENT: none can be started.
+Answer ExtractorPool::Impl::Read(Batch& batch, const std::atomic<bool>& cancel, Results& results) {
+    // A helper that ended while it had nothing to do is no fault of these files: then the next.
     for (;;) {
         Helper helper = TakeIdle();
         const bool isNew = !helper;
         if (isNew) helper = StartNew(cancel);
-        if (!helper) return {cancel ? ExtractStatus::CANCELLED : ExtractStatus::UNAVAILABLE, {}};
+        if (!helper) return cancel ? Answer::CANCELLED : Answer::NOT_SENT;
         ExtractAnswer answer;
-        const Answer outcome = Ask(*helper, request, fd, cancel, answer);
+        const Answer outcome = Ask(*helper, batch, cancel, answer);
         if (outcome == Answer::NOT_SENT && !isNew) continue;
-        if (outcome == Answer::CANCELLED) return {ExtractStatus::CANCELLED, {}};
-        if (outcome != Answer::GOOD) {
-            EXTRACT_LOG(PROGRESS, "the metadata helper %s %s", Describe(outcome),
-                        NameOf(fd).c_str());
-            return {ExtractStatus::FAILED, {}};
-        }
+        if (outcome != Answer::GOOD) return outcome == Answer::NOT_SENT ? Answer::GONE : outcome;
+        TakeAnswers(batch, answer, results);
         GiveBack(std::move(helper), answer.retiring);
-        return {answer.read ? ExtractStatus::OK : ExtractStatus::FAILED,
-                std::move(answer.metadata)};
+        return Answer::GOOD;
     }
+}
+
+void ExtractorPool::Impl::ReadAll(Batch batch, const std::atomic<bool>& cancel, Results& results) {
+    Turn turn(*this, cancel);
+    const Answer outcome = turn ? Read(batch, cancel, results) : Answer::CANCELLED;
+    if (outcome == Answer::GOOD) return;
+    if (outcome == Answer::CANCELLED) return SetAll(batch, ExtractStatus::CANCELLED, results);
+    if (outcome == Answer::NOT_SENT) return SetAll(batch, ExtractStatus::UNAVAILABLE, results);
+    if (batch.fds.size() == 1) {
+        EXTRACT_LOG(PROGRESS, "the metadata helper %s %s", Describe(outcome),
+                    NameOf(batch.fds[0]).c_str());
+        return SetAll(batch, ExtractStatus::FAILED, results);
+    }
+    turn.GiveBack();
+    for (size_t i = 0; i < batch.fds.size(); ++i) ReadAll(batch.One(i), cancel, results);
 }
 
 ExtractorPool::ExtractorPool(ExtractorOptions options)
@@ -218,14 +281,23 @@ ExtractorPool::~ExtractorPool() = default;
 
 ExtractResult ExtractorPool::Extract(int fd, media_content_type_e kind, const char* mime,
                                      const std::atomic<bool>& cancel) {
-    ExtractRequest request;
-    request.kind = kind;
-    request.mime = mime;
-    request.deadlineMs = static_cast<uint32_t>(std::max(0, m_impl->options.deadlineMs));
-    if (!RegularFileSize(fd, request.fileSize)) return {ExtractStatus::FAILED, {}};
-    const Impl::Turn turn(*m_impl, cancel);
-    if (!turn) return {ExtractStatus::CANCELLED, {}};
-    return m_impl->Read(fd, std::move(request), cancel);
+    return std::move(Extract({{fd, kind, mime}}, cancel)[0]);
+}
+
+Results ExtractorPool::Extract(const std::vector<ExtractFile>& files,
+                               const std::atomic<bool>& cancel) {
+    Results results(files.size());
+    Batch empty;
+    empty.request.deadlineMs = static_cast<uint32_t>(std::max(0, m_impl->options.deadlineMs));
+    Batch batch = empty;
+    for (size_t place = 0; place < files.size(); ++place) {
+        uint64_t size = 0;
+        if (RegularFileSize(files[place].fd, size)) batch.Add(files[place], size, place);
+        if (batch.fds.size() == MAX_BATCH)
+            m_impl->ReadAll(std::exchange(batch, empty), cancel, results);
+    }
+    if (!batch.fds.empty()) m_impl->ReadAll(std::move(batch), cancel, results);
+    return results;
 }
 
 void ExtractorPool::EndIdleHelpers() {

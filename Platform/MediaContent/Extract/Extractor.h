@@ -6,6 +6,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "MediaContent.h"
 #include "MediaContent/Extract/Metadata.h"
@@ -33,9 +34,18 @@ struct ExtractorOptions {
     int restartPauseMs = 5000;    // after the program could not be started: no new try for so long
 };
 
-// A few helper processes. Each answers one request at a time; more callers than workers wait for
-// each other. A helper that dies, hangs or answers nonsense is killed, waited for and replaced at
-// the next request.
+struct ExtractFile {
+    // Open for reading, of a regular file (O_NONBLOCK does no harm); stays the caller's, and its
+    // file offset is not touched.
+    int fd = -1;
+    // What LookUpMediaType said of the file's name.
+    media_content_type_e kind = MEDIA_CONTENT_TYPE_OTHERS;
+    const char* mime = "";
+};
+
+// A few helper processes. Each has one caller at a time; more callers than workers wait for each
+// other. A helper that dies, hangs or answers nonsense is killed, waited for and replaced at the
+// next request.
 class ExtractorPool {
 public:
     explicit ExtractorPool(ExtractorOptions options);
@@ -44,14 +54,19 @@ public:
     ExtractorPool(const ExtractorPool&) = delete;
     ExtractorPool& operator=(const ExtractorPool&) = delete;
 
-    // Reads the file open at `fd`, which must be open for reading (of a regular file; O_NONBLOCK
-    // does no harm) and stays the caller's; its file offset is moved. The helper holds a copy of
-    // it only until the call returns. `kind` and `mime` are what LookUpMediaType said of its name.
+    // Reads one file. The helper holds a copy of the descriptor only until the call returns.
     // Blocks until there is an answer, the deadline is over, or `cancel` is true (seen within
     // about 20 ms; the helper is then killed). Any thread, several at a time. Never throws for
     // what a file holds.
     ExtractResult Extract(int fd, media_content_type_e kind, const char* mime,
                           const std::atomic<bool>& cancel);
+
+    // The same for several files, in much less time: a helper gets up to 32 of them at once, and
+    // the two processes need not wait for each other after each. Results are in the order of
+    // `files`. When a helper does not answer for all of its files within the deadline, each is
+    // asked for again alone, so that a bad file costs itself only (and two deadlines of time).
+    std::vector<ExtractResult> Extract(const std::vector<ExtractFile>& files,
+                                       const std::atomic<bool>& cancel);
 
     // Ends helpers that have nothing to do, to give back their memory after a scan. Any thread.
     void EndIdleHelpers();

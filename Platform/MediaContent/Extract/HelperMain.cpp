@@ -1,5 +1,5 @@
-// contents-mgr-extract: reads the metadata of the files it is sent, one at a time, shut in. Started
-// by the service alone, which holds the other end of the socket.
+// contents-mgr-extract: reads the metadata of the files it is sent, shut in. Started by the
+// service alone, which holds the other end of the socket.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "MediaContent/Extract/CleanText.h"
 #include "MediaContent/Extract/Protocol.h"
@@ -43,20 +45,28 @@ bool HasGrown() {
     return getrusage(RUSAGE_SELF, &usage) == 0 && usage.ru_maxrss > RETIRE_KILOBYTES;
 }
 
-UniqueFd TakeDescriptor(msghdr& message) {
-    const cmsghdr* header = CMSG_FIRSTHDR(&message);
-    if (!header || header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS ||
-        header->cmsg_len != CMSG_LEN(sizeof(int)))
-        return UniqueFd();
-    int fd = -1;
-    std::memcpy(&fd, CMSG_DATA(header), sizeof fd);
-    return UniqueFd(fd);
+using Files = std::vector<UniqueFd>;
+
+// Every descriptor that came.
+Files TakeDescriptors(msghdr& message) {
+    Files files;
+    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header;
+         header = CMSG_NXTHDR(&message, header)) {
+        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
+        const size_t bytes = header->cmsg_len - CMSG_LEN(0);
+        for (size_t at = 0; at + sizeof(int) <= bytes; at += sizeof(int)) {
+            int fd = -1;
+            std::memcpy(&fd, CMSG_DATA(header) + at, sizeof fd);
+            files.emplace_back(fd);
+        }
+    }
+    return files;
 }
 
-// The next request with its file; false when the service is gone or talks nonsense.
-bool Receive(ExtractRequest& request, UniqueFd& file) {
+// The next request with its files; false when the service is gone or talks nonsense.
+bool Receive(ExtractRequest& request, Files& files) {
     std::array<char, MAX_REQUEST> bytes;
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control;
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(MAX_BATCH * sizeof(int))> control;
     iovec part = {bytes.data(), bytes.size()};
     msghdr message = {};
     message.msg_iov = &part;
@@ -68,38 +78,45 @@ bool Receive(ExtractRequest& request, UniqueFd& file) {
         got = recvmsg(HELPER_SOCKET_FD, &message, MSG_CMSG_CLOEXEC);
     } while (got < 0 && errno == EINTR);
     if (got <= 0) return false;
-    file = TakeDescriptor(message);
-    if ((message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) || !file) return false;
-    return DecodeRequest({bytes.data(), static_cast<size_t>(got)}, request);
+    files = TakeDescriptors(message);
+    return !(message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) &&
+           DecodeRequest({bytes.data(), static_cast<size_t>(got)}, request) &&
+           files.size() == request.files.size();
 }
 
-bool Send(const ExtractAnswer& answer) {
-    const std::string bytes = EncodeAnswer(answer);
+bool Send(const std::string& bytes) {
     return send(HELPER_SOCKET_FD, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(bytes.size());
 }
 
-ExtractAnswer Read(const ExtractRequest& request, const UniqueFd& file) {
-    ExtractAnswer answer;
-    answer.number = request.number;
-    FileSource source(file.Get(), request.fileSize);
-    answer.read = ReadMetadata(source, request.kind, request.mime.c_str(), answer.metadata);
-    answer.retiring = HasGrown();
-    return answer;
+void ReadInto(AnswerEncoder& answer, const ExtractRequest::File& wanted, const UniqueFd& file) {
+    FileSource source(file.Get(), wanted.size);
+    Metadata metadata;
+    const bool read = ReadMetadata(source, wanted.kind, wanted.mime.c_str(), metadata);
+    answer.Add(read, metadata);
+}
+
+// Each file is closed before it is answered for: who has the answer may unmount the storage.
+bool AnswerRequest(const ExtractRequest& request, Files files) {
+    AnswerEncoder answer(request.number);
+    for (size_t i = 0; i < files.size(); ++i) {
+        ReadInto(answer, request.files[i], files[i]);
+        files[i].Close();
+        if (answer.IsFull() && i + 1 < files.size() && !Send(answer.Take(false))) return false;
+    }
+    const bool retiring = HasGrown();
+    return Send(answer.Take(retiring)) && !retiring;
 }
 
 void Serve() {
-    bool going = true;
-    while (going) {
+    for (;;) {
         ExtractRequest request;
-        UniqueFd file;
-        if (!Receive(request, file)) return;
+        Files files;
+        if (!Receive(request, files)) return;
         SetAlarm(request.deadlineMs);
-        const ExtractAnswer answer = Read(request, file);
-        // Closed before the answer: who has it may unmount the storage.
-        file.Close();
+        const bool goOn = AnswerRequest(request, std::move(files));
         SetAlarm(0);
-        going = Send(answer) && !answer.retiring;
+        if (!goOn) return;
     }
 }
 
@@ -132,7 +149,7 @@ int main() {
     if (!QuietStandardError()) return Fail("cannot open /dev/null");
     if (!EnterSandbox()) return Fail("cannot put up the sandbox");
     // "Ready": an answer to no request.
-    if (Send(ExtractAnswer())) Serve();
+    if (Send(AnswerEncoder(0).Take(false))) Serve();
     // The libraries' destructors have nothing to do that the end of the process does not.
     _exit(0);
 }

@@ -141,19 +141,21 @@ HelperProcess::~HelperProcess() {
     Lingering::Instance().Reap();
 }
 
-bool HelperProcess::Send(const std::string& bytes, int fd) {
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control = {};
+bool HelperProcess::Send(const std::string& bytes, const std::vector<int>& fds) {
+    if (fds.size() > MAX_BATCH) return false;
+    const size_t length = fds.size() * sizeof(int);
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(MAX_BATCH * sizeof(int))> control = {};
     iovec part = {const_cast<char*>(bytes.data()), bytes.size()};
     msghdr message = {};
     message.msg_iov = &part;
     message.msg_iovlen = 1;
     message.msg_control = control.data();
-    message.msg_controllen = control.size();
+    message.msg_controllen = CMSG_SPACE(length);
     cmsghdr* header = CMSG_FIRSTHDR(&message);
     header->cmsg_level = SOL_SOCKET;
     header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(sizeof(int));
-    std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
+    header->cmsg_len = CMSG_LEN(length);
+    std::memcpy(CMSG_DATA(header), fds.data(), length);
     ssize_t sent = 0;
     // One request is on its way at a time: the socket has room for it.
     do {

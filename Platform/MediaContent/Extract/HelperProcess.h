@@ -7,6 +7,7 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "MediaContent/Extract/UniqueFd.h"
 
@@ -28,8 +29,9 @@ public:
     HelperProcess(const HelperProcess&) = delete;
     HelperProcess& operator=(const HelperProcess&) = delete;
 
-    // Sends one message with a descriptor beside it. False when the helper is gone.
-    bool Send(const std::string& bytes, int fd);
+    // Sends one message with descriptors (at most MAX_BATCH) beside it. False when the helper is
+    // gone.
+    bool Send(const std::string& bytes, const std::vector<int>& fds);
 
     enum class Wait { MESSAGE, NOTHING, GONE };
     // Waits for one message until `until`; longer ones than MAX_ANSWER count as GONE.
@@ -37,7 +39,7 @@ public:
 
     pid_t Pid() const { return m_pid; }
     int FilesRead() const { return m_filesRead; }
-    void CountFile() { ++m_filesRead; }
+    void CountFiles(size_t count) { m_filesRead += static_cast<int>(count); }
 
 private:
     HelperProcess(pid_t pid, UniqueFd socket);

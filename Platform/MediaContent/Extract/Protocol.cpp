@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "MediaContent/Extract/CleanText.h"
 
@@ -11,7 +12,7 @@ namespace {
 constexpr uint32_t REQUEST_MARK = 0x31515843;  // "CXQ1"
 constexpr uint32_t ANSWER_MARK = 0x31415843;   // "CXA1"
 
-enum : uint8_t { FLAG_READ = 1, FLAG_RETIRING = 2, FLAG_POSITION = 4, ALL_FLAGS = 7 };
+enum : uint8_t { FLAG_READ = 1, FLAG_POSITION = 2, ALL_FILE_FLAGS = 3 };
 
 template <typename T>
 void PutNumber(std::string& out, T value) {
@@ -102,46 +103,79 @@ void TakeMetadata(Taker& taker, Metadata& metadata) {
         taker.Refuse();
 }
 
+bool TakeFile(Taker& taker, ExtractRequest::File& file) {
+    file.size = taker.Number<uint64_t>();
+    const auto kind = taker.Number<uint8_t>();
+    file.mime = taker.Text(MAX_MIME_LENGTH);
+    if (kind > MEDIA_CONTENT_TYPE_OTHERS || file.size > INT64_MAX ||
+        file.mime.find('\0') != std::string::npos)
+        return taker.Refuse();
+    file.kind = static_cast<media_content_type_e>(kind);
+    return taker.Good();
+}
+
+bool TakeFile(Taker& taker, ExtractAnswer::File& file) {
+    const auto flags = taker.Number<uint8_t>();
+    file.read = (flags & FLAG_READ) != 0;
+    file.metadata.hasPosition = (flags & FLAG_POSITION) != 0;
+    if ((flags & ~ALL_FILE_FLAGS) != 0 || (!file.read && file.metadata.hasPosition))
+        return taker.Refuse();
+    if (file.read) TakeMetadata(taker, file.metadata);
+    return taker.Good();
+}
+
+// A count and as many files.
+template <typename File>
+void TakeFiles(Taker& taker, std::vector<File>& files) {
+    const size_t count = taker.Number<uint16_t>();
+    if (count > MAX_BATCH) taker.Refuse();
+    for (size_t i = 0; i < count && taker.Good(); ++i) TakeFile(taker, files.emplace_back());
+}
+
 }  // namespace
 
 std::string EncodeRequest(const ExtractRequest& request) {
     std::string out;
     PutNumber(out, REQUEST_MARK);
     PutNumber(out, request.number);
-    PutNumber(out, request.fileSize);
     PutNumber(out, request.deadlineMs);
-    PutNumber(out, static_cast<uint8_t>(request.kind));
-    PutText(out, std::string_view(request.mime).substr(0, MAX_MIME_LENGTH));
+    PutNumber(out, static_cast<uint16_t>(request.files.size()));
+    for (const ExtractRequest::File& file : request.files) {
+        PutNumber(out, file.size);
+        PutNumber(out, static_cast<uint8_t>(file.kind));
+        PutText(out, std::string_view(file.mime).substr(0, MAX_MIME_LENGTH));
+    }
     return out;
 }
 
 bool DecodeRequest(std::string_view bytes, ExtractRequest& request) {
+    request = {};
     Taker taker(bytes);
     if (taker.Number<uint32_t>() != REQUEST_MARK) return false;
     request.number = taker.Number<uint32_t>();
-    request.fileSize = taker.Number<uint64_t>();
     request.deadlineMs = taker.Number<uint32_t>();
-    const auto kind = taker.Number<uint8_t>();
-    if (kind > MEDIA_CONTENT_TYPE_OTHERS) return false;
-    request.kind = static_cast<media_content_type_e>(kind);
-    request.mime = taker.Text(MAX_MIME_LENGTH);
-    return taker.AtEnd() && request.fileSize <= INT64_MAX &&
-           request.mime.find('\0') == std::string::npos;
+    TakeFiles(taker, request.files);
+    return taker.AtEnd() && !request.files.empty();
 }
 
-std::string EncodeAnswer(const ExtractAnswer& answer) {
+void AnswerEncoder::Add(bool read, const Metadata& metadata) {
+    ++m_count;
+    PutNumber(m_files, static_cast<uint8_t>((read ? FLAG_READ : 0) |
+                                            (metadata.hasPosition ? FLAG_POSITION : 0)));
+    if (!read) return;
+    for (const auto number : NUMBERS) PutNumber(m_files, static_cast<uint32_t>(metadata.*number));
+    PutDouble(m_files, metadata.latitude);
+    PutDouble(m_files, metadata.longitude);
+    for (const auto text : TEXTS) PutText(m_files, metadata.*text);
+}
+
+std::string AnswerEncoder::Take(bool retiring) {
     std::string out;
     PutNumber(out, ANSWER_MARK);
-    PutNumber(out, answer.number);
-    PutNumber(out, static_cast<uint8_t>((answer.read ? FLAG_READ : 0) |
-                                        (answer.retiring ? FLAG_RETIRING : 0) |
-                                        (answer.metadata.hasPosition ? FLAG_POSITION : 0)));
-    if (!answer.read) return out;
-    for (const auto number : NUMBERS)
-        PutNumber(out, static_cast<uint32_t>(answer.metadata.*number));
-    PutDouble(out, answer.metadata.latitude);
-    PutDouble(out, answer.metadata.longitude);
-    for (const auto text : TEXTS) PutText(out, answer.metadata.*text);
+    PutNumber(out, m_number);
+    PutNumber(out, static_cast<uint8_t>(retiring));
+    PutNumber(out, std::exchange(m_count, static_cast<uint16_t>(0)));
+    out += std::exchange(m_files, std::string());
     return out;
 }
 
@@ -150,16 +184,10 @@ bool DecodeAnswer(std::string_view bytes, ExtractAnswer& answer) {
     Taker taker(bytes);
     if (taker.Number<uint32_t>() != ANSWER_MARK) return false;
     answer.number = taker.Number<uint32_t>();
-    const auto flags = taker.Number<uint8_t>();
-    if (!taker.Good() || (flags & ~ALL_FLAGS) != 0) return false;
-    answer.read = (flags & FLAG_READ) != 0;
-    answer.retiring = (flags & FLAG_RETIRING) != 0;
-    answer.metadata.hasPosition = (flags & FLAG_POSITION) != 0;
-    if (answer.read)
-        TakeMetadata(taker, answer.metadata);
-    else if (answer.metadata.hasPosition)
-        return false;
-    return taker.AtEnd();
+    const auto retiring = taker.Number<uint8_t>();
+    answer.retiring = retiring == 1;
+    TakeFiles(taker, answer.files);
+    return taker.AtEnd() && retiring <= 1;
 }
 
 }  // namespace platform

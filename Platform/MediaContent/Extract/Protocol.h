@@ -1,13 +1,14 @@
-// What the service and its metadata helpers say to each other: one request, one answer, each one
-// message of a SOCK_SEQPACKET pair. The request carries the file's descriptor beside its bytes.
-// Numbers are little-endian. Neither side trusts the other: a decoder takes a message whole and
-// exact, or not at all.
+// What the service and its metadata helpers say to each other, in messages of a SOCK_SEQPACKET
+// pair: a request for a few files, whose descriptors go beside its bytes in the same order, and an
+// answer for each of them, in as many messages as they need. Numbers are little-endian. Neither
+// side trusts the other: a decoder takes a message whole and exact, or not at all.
 #ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_PROTOCOL_H
 #define PLATFORM_MEDIA_CONTENT_EXTRACT_PROTOCOL_H
 
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "MediaContent.h"
 #include "MediaContent/Extract/Metadata.h"
@@ -16,27 +17,51 @@ namespace platform {
 
 // The descriptor on which a helper finds its end of the pair.
 constexpr int HELPER_SOCKET_FD = 3;
+constexpr size_t MAX_BATCH = 32;  // files in a request
 constexpr size_t MAX_MIME_LENGTH = 64;
-constexpr size_t MAX_REQUEST = 32 + MAX_MIME_LENGTH;
-constexpr size_t MAX_ANSWER = 128 + 8 * (MAX_METADATA_TEXT + 2);
+constexpr size_t MAX_REQUEST = 32 + MAX_BATCH * (16 + MAX_MIME_LENGTH);  // bytes
+constexpr size_t MAX_FILE_ANSWER = 64 + 8 * (MAX_METADATA_TEXT + 2);     // bytes
+// A message is sent when it has grown so far, so that it can grow by one file more.
+constexpr size_t FULL_ANSWER = 32 * 1024;
+constexpr size_t MAX_ANSWER = FULL_ANSWER + MAX_FILE_ANSWER;
 
 struct ExtractRequest {
-    uint32_t number = 0;      // comes back in the answer
-    uint64_t fileSize = 0;    // bytes
+    struct File {
+        uint64_t size = 0;  // bytes
+        media_content_type_e kind = MEDIA_CONTENT_TYPE_OTHERS;
+        std::string mime;  // at most MAX_MIME_LENGTH bytes
+    };
+    uint32_t number = 0;      // comes back in the answers
     uint32_t deadlineMs = 0;  // the helper ends itself some time after it
-    media_content_type_e kind = MEDIA_CONTENT_TYPE_OTHERS;
-    std::string mime;  // at most MAX_MIME_LENGTH bytes
+    std::vector<File> files;  // 1 to MAX_BATCH
 };
 
 struct ExtractAnswer {
+    struct File {
+        bool read = false;  // false: `metadata` is empty
+        Metadata metadata;
+    };
     uint32_t number = 0;
-    bool read = false;      // false: `metadata` is empty
-    bool retiring = false;  // the helper has grown and ends after this answer
-    Metadata metadata;
+    bool retiring = false;    // the helper has grown and ends after this message
+    std::vector<File> files;  // in the order asked for, behind those of earlier messages
 };
 
 std::string EncodeRequest(const ExtractRequest& request);
-std::string EncodeAnswer(const ExtractAnswer& answer);
+
+// Makes an answer message file by file.
+class AnswerEncoder {
+public:
+    explicit AnswerEncoder(uint32_t number) : m_number(number) {}
+    void Add(bool read, const Metadata& metadata);
+    bool IsFull() const { return m_files.size() >= FULL_ANSWER; }
+    // The message; the encoder is empty again.
+    std::string Take(bool retiring);
+
+private:
+    const uint32_t m_number;
+    uint16_t m_count = 0;
+    std::string m_files;
+};
 
 // False, and the output is in no particular state, for bytes that no encoder made: wrong length,
 // unknown kind or flag, number out of range, text that is not clean.

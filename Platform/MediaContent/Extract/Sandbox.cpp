@@ -28,7 +28,7 @@ bool Limit(__rlimit_resource resource, uint64_t value) {
 bool SetLimits() {
     return (SANITIZED || Limit(RLIMIT_AS, HELPER_ADDRESS_SPACE)) &&
            Limit(RLIMIT_CPU, HELPER_CPU_SECONDS) && Limit(RLIMIT_CORE, 0) &&
-           Limit(RLIMIT_FSIZE, 0) && Limit(RLIMIT_NOFILE, 16) && Limit(RLIMIT_NPROC, 0);
+           Limit(RLIMIT_FSIZE, 0) && Limit(RLIMIT_NOFILE, 16 + MAX_BATCH) && Limit(RLIMIT_NPROC, 0);
 }
 
 using Filter = std::unique_ptr<void, decltype(&seccomp_release)>;

@@ -45,32 +45,45 @@ void SendWithDescriptor(const std::string& bytes) {
     sendmsg(HELPER_SOCKET_FD, &message, MSG_NOSIGNAL);
 }
 
+std::string Answer(uint32_t number, const Metadata& metadata) {
+    AnswerEncoder encoder(number);
+    encoder.Add(true, metadata);
+    return encoder.Take(false);
+}
+
+// Answers file by file, each in a message of its own, and one more.
+void AnswerTooOften(const ExtractRequest& request, const std::string& answer) {
+    for (size_t i = 0; i <= request.files.size(); ++i) SendBytes(answer);
+}
+
 // One request answered in the way that `how` names.
-void Misbehave(const std::string& how, ExtractAnswer answer) {
+void Misbehave(const std::string& how, const ExtractRequest& request) {
+    Metadata metadata;
+    metadata.title = "from the stand-in";
+    const std::string good = Answer(request.number, metadata);
     if (how == "dies") _exit(1);
     if (how == "crashes") __builtin_trap();
     if (how == "hangs") Hang();
     if (how == "garbage") SendBytes("garbage, and no answer at all");
     if (how == "empty") SendBytes("");
-    if (how == "too-long") SendBytes(EncodeAnswer(answer) + std::string(MAX_ANSWER, 'x'));
-    if (how == "tail") SendBytes(EncodeAnswer(answer) + "x");
-    if (how == "cut") SendBytes(EncodeAnswer(answer).substr(0, 30));
-    if (how == "wrong-number") {
-        ++answer.number;
-        SendBytes(EncodeAnswer(answer));
-    }
+    if (how == "no-files") SendBytes(AnswerEncoder(request.number).Take(false));
+    if (how == "too-long") SendBytes(good + std::string(MAX_ANSWER, 'x'));
+    if (how == "tail") SendBytes(good + "x");
+    if (how == "cut") SendBytes(good.substr(0, 30));
+    if (how == "wrong-number") SendBytes(Answer(request.number + 1, metadata));
+    if (how == "too-often") AnswerTooOften(request, good);
+    if (how == "gives-descriptor") SendWithDescriptor(good);
     if (how == "unclean") {
-        answer.metadata.title = "\xff";
-        SendBytes(EncodeAnswer(answer));
+        metadata.title = "\xff";
+        SendBytes(Answer(request.number, metadata));
     }
     if (how == "off-globe") {
-        answer.metadata.hasPosition = true;
-        answer.metadata.latitude = 91.0;
-        SendBytes(EncodeAnswer(answer));
+        metadata.hasPosition = true;
+        metadata.latitude = 91.0;
+        SendBytes(Answer(request.number, metadata));
     }
-    if (how == "gives-descriptor") SendWithDescriptor(EncodeAnswer(answer));
     if (how == "once") {
-        SendBytes(EncodeAnswer(answer));
+        SendBytes(good);
         _exit(0);
     }
 }
@@ -82,12 +95,6 @@ int main(int, char** argv) {
     const std::string how = path.substr(path.rfind('/') + 1);
     if (how == "dies-at-start") return 1;
     if (how == "never-ready") Hang();
-    SendBytes(EncodeAnswer({}));
-    for (;;) {
-        ExtractAnswer answer;
-        answer.number = Next().number;
-        answer.read = true;
-        answer.metadata.title = "from the stand-in";
-        Misbehave(how, std::move(answer));
-    }
+    SendBytes(AnswerEncoder(0).Take(false));
+    for (;;) Misbehave(how, Next());
 }

@@ -73,13 +73,23 @@ platform::UniqueFd OpenFile(const std::string& path) {
 }
 
 platform::ExtractResult ExtractPath(platform::ExtractorPool& pool, const std::string& path) {
-    media_content_type_e kind = MEDIA_CONTENT_TYPE_OTHERS;
-    const char* mime = "";
-    EXPECT_TRUE(platform::LookUpMediaType(path, kind, mime)) << path;
-    const platform::UniqueFd file = OpenFile(path);
-    EXPECT_TRUE(file) << path;
+    return ExtractPaths(pool, {path})[0];
+}
+
+std::vector<platform::ExtractResult> ExtractPaths(platform::ExtractorPool& pool,
+                                                  const std::vector<std::string>& paths) {
+    std::vector<platform::UniqueFd> open;
+    std::vector<platform::ExtractFile> files;
+    for (const std::string& path : paths) {
+        open.push_back(OpenFile(path));
+        EXPECT_TRUE(open.back()) << path;
+        platform::ExtractFile file;
+        file.fd = open.back().Get();
+        EXPECT_TRUE(platform::LookUpMediaType(path, file.kind, file.mime)) << path;
+        files.push_back(file);
+    }
     const std::atomic<bool> cancel{false};
-    return pool.Extract(file.Get(), kind, mime, cancel);
+    return pool.Extract(files, cancel);
 }
 
 std::set<pid_t> ChildrenOf(pid_t pid) {

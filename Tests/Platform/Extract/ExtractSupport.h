@@ -38,6 +38,9 @@ platform::UniqueFd OpenFile(const std::string& path);
 // Extract with the kind and type that the name says, never cancelled.
 platform::ExtractResult ExtractPath(platform::ExtractorPool& pool, const std::string& path);
 
+std::vector<platform::ExtractResult> ExtractPaths(platform::ExtractorPool& pool,
+                                                  const std::vector<std::string>& paths);
+
 std::set<pid_t> ChildrenOf(pid_t pid);
 std::set<int> DescriptorsOf(pid_t pid);
 

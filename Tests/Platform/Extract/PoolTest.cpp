@@ -79,8 +79,8 @@ private:
 };
 
 TEST_F(PoolTest, AHelperThatMisbehavesCostsOneFileEach) {
-    for (const char* how : {"dies", "crashes", "garbage", "empty", "too-long", "tail", "cut",
-                            "wrong-number", "unclean", "off-globe"}) {
+    for (const char* how : {"dies", "crashes", "garbage", "empty", "no-files", "too-long", "tail",
+                            "cut", "wrong-number", "unclean", "off-globe"}) {
         const LogLines log;
         ExtractorPool pool(Bad(how));
         for (int i = 0; i < 3; ++i) {
@@ -91,6 +91,31 @@ TEST_F(PoolTest, AHelperThatMisbehavesCostsOneFileEach) {
         EXPECT_EQ(log.Count("IMG_0001.jpg"), 3u) << how;
         EXPECT_TRUE(ChildrenOf(getpid()).empty()) << how;
     }
+}
+
+TEST_F(PoolTest, AHelperThatAnswersMoreThanItWasAskedForIsNotBelievedTwice) {
+    ExtractorPool pool(Bad("too-often"));
+    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
+    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::FAILED);
+}
+
+// Seventy files, two of them bad: more than go to a helper at once.
+TEST_F(PoolTest, ABadFileInABatchCostsOnlyItself) {
+    ExtractorOptions options = Real();
+    options.deadlineMs = 1000;
+    options.workers = 2;
+    std::vector<std::string> paths(70, Photo());
+    paths[3] = *s_folder / "broken.jpg";
+    paths[40] = Sparse();
+    ExtractorPool pool(options);
+    const std::vector<ExtractResult> results = ExtractPaths(pool, paths);
+    ASSERT_EQ(results.size(), paths.size());
+    for (size_t i = 0; i < results.size(); ++i) {
+        const bool bad = i == 3 || i == 40;
+        EXPECT_EQ(results[i].status, bad ? ExtractStatus::FAILED : ExtractStatus::OK) << i;
+        EXPECT_EQ(results[i].metadata.width, bad ? 0 : 160) << i;
+    }
+    EXPECT_TRUE(ExtractPaths(pool, {}).empty());
 }
 
 TEST_F(PoolTest, AHelperThatEndedWhileIdleIsReplacedBeforeTheFileIsLost) {
@@ -219,13 +244,14 @@ TEST_F(PoolTest, ManyCallersShareAFewHelpers) {
     for (int i = 0; i < 4; ++i) {
         callers.emplace_back([&] {
             for (int file = 0; file < 10; ++file) {
-                read += ExtractPath(pool, Photo()).metadata.width == 160;
+                for (const auto& result : ExtractPaths(pool, {Photo(), Photo()}))
+                    read += result.metadata.width == 160;
                 most = std::max<size_t>(most, ChildrenOf(getpid()).size());
             }
         });
     }
     for (std::thread& caller : callers) caller.join();
-    EXPECT_EQ(read, 40);
+    EXPECT_EQ(read, 80);
     EXPECT_LE(most, 4u) << "two, and two more that are just being replaced";
 }
 

@@ -1,8 +1,9 @@
 // The small parsers of the extraction: names, texts, positions and the protocol.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <functional>
 #include <limits>
-#include <random>
 
 #include "MediaContent/Extract/CleanText.h"
 #include "MediaContent/Extract/Iso6709.h"
@@ -104,15 +105,9 @@ TEST(Iso6709Test, ReadsPositionsOnTheGlobeOnly) {
     }
 }
 
-ExtractAnswer FullAnswer() {
-    ExtractAnswer answer;
-    answer.number = 0x80000001;
-    answer.read = true;
-    answer.retiring = true;
-    Metadata& data = answer.metadata;
-    data = {"Title", "Déscription", "Album", "Artist", "Genre", "Composer", "Copyright", "3/12"};
-    data.description.resize(0);
-    data.description = std::string(MAX_METADATA_TEXT, 'd');
+Metadata FullMetadata() {
+    Metadata data = {"Title", "Description", "Album",     "Ärtist",
+                     "Genre", "Composer",    "Copyright", "3/12"};
     data.width = std::numeric_limits<int32_t>::max();
     data.height = 2;
     data.orientation = 8;
@@ -121,36 +116,62 @@ ExtractAnswer FullAnswer() {
     data.hasPosition = true;
     data.latitude = -90.0;
     data.longitude = 180.0;
-    return answer;
+    return data;
+}
+
+std::string AnswerWith(const Metadata& metadata) {
+    AnswerEncoder encoder(0x80000001);
+    encoder.Add(true, metadata);
+    encoder.Add(false, {});
+    return encoder.Take(true);
+}
+
+ExtractRequest SomeRequest() {
+    return {7,
+            5000,
+            {{10ull << 30, MEDIA_CONTENT_TYPE_MUSIC, "audio/mpeg"},
+             {0, MEDIA_CONTENT_TYPE_IMAGE, "image/jpeg"}}};
 }
 
 TEST(ProtocolTest, WhatIsSentArrives) {
-    const ExtractAnswer sent = FullAnswer();
-    const std::string bytes = EncodeAnswer(sent);
+    Metadata sent = FullMetadata();
+    sent.description = std::string(MAX_METADATA_TEXT, 'd');
     ExtractAnswer got;
-    ASSERT_TRUE(DecodeAnswer(bytes, got));
-    EXPECT_EQ(got.number, sent.number);
-    EXPECT_TRUE(got.read && got.retiring && got.metadata.hasPosition);
-    EXPECT_EQ(got.metadata.latitude, -90.0);
-    EXPECT_EQ(got.metadata.trackNumber, "3/12");
-    EXPECT_EQ(EncodeAnswer(got), bytes);
+    ASSERT_TRUE(DecodeAnswer(AnswerWith(sent), got));
+    EXPECT_EQ(got.number, 0x80000001);
+    EXPECT_TRUE(got.retiring);
+    ASSERT_EQ(got.files.size(), 2u);
+    EXPECT_TRUE(got.files[0].read && !got.files[1].read);
+    EXPECT_EQ(got.files[0].metadata.latitude, -90.0);
+    EXPECT_EQ(got.files[0].metadata.trackNumber, "3/12");
+    EXPECT_EQ(AnswerWith(got.files[0].metadata), AnswerWith(sent));
 
-    ExtractRequest request;
-    request.number = 7;
-    request.fileSize = 10ull << 30;
-    request.deadlineMs = 5000;
-    request.kind = MEDIA_CONTENT_TYPE_MUSIC;
-    request.mime = "audio/mpeg";
     ExtractRequest taken;
-    ASSERT_TRUE(DecodeRequest(EncodeRequest(request), taken));
-    EXPECT_EQ(EncodeRequest(taken), EncodeRequest(request));
+    ASSERT_TRUE(DecodeRequest(EncodeRequest(SomeRequest()), taken));
+    EXPECT_EQ(taken.files.size(), 2u);
+    EXPECT_EQ(EncodeRequest(taken), EncodeRequest(SomeRequest()));
+}
+
+TEST(ProtocolTest, TheLargestAnswerFitsItsMessage) {
+    Metadata largest = FullMetadata();
+    for (const auto text :
+         {&Metadata::title, &Metadata::description, &Metadata::album, &Metadata::artist,
+          &Metadata::genre, &Metadata::composer, &Metadata::copyright, &Metadata::trackNumber})
+        largest.*text = std::string(MAX_METADATA_TEXT, 'x');
+    AnswerEncoder encoder(1);
+    while (!encoder.IsFull()) encoder.Add(true, FullMetadata());
+    EXPECT_LT(encoder.Take(false).size(), MAX_ANSWER);
+    Metadata half = FullMetadata();
+    half.title = std::string(MAX_METADATA_TEXT, 'x');
+    for (int i = 0; i < 7; ++i) encoder.Add(true, half);
+    ASSERT_FALSE(encoder.IsFull());
+    encoder.Add(true, largest);
+    EXPECT_LE(encoder.Take(false).size(), MAX_ANSWER);
 }
 
 TEST(ProtocolTest, NothingButAWholeMessageIsTaken) {
-    ExtractAnswer small = FullAnswer();
-    small.metadata.description = "d";
-    const std::string answer = EncodeAnswer(small);
-    const std::string request = EncodeRequest({1, 2, 3, MEDIA_CONTENT_TYPE_IMAGE, "image/jpeg"});
+    const std::string answer = AnswerWith(FullMetadata());
+    const std::string request = EncodeRequest(SomeRequest());
     ExtractAnswer gotAnswer;
     ExtractRequest gotRequest;
     for (size_t length = 0; length < answer.size(); ++length)
@@ -161,25 +182,29 @@ TEST(ProtocolTest, NothingButAWholeMessageIsTaken) {
     EXPECT_FALSE(DecodeRequest(request + '\0', gotRequest));
     EXPECT_FALSE(DecodeAnswer(request, gotAnswer));
     EXPECT_FALSE(DecodeRequest(answer, gotRequest));
+    EXPECT_FALSE(DecodeRequest(EncodeRequest({1, 5000, {}}), gotRequest)) << "no file";
+    ExtractRequest many = SomeRequest();
+    many.files.resize(MAX_BATCH + 1);
+    EXPECT_FALSE(DecodeRequest(EncodeRequest(many), gotRequest));
 }
 
 TEST(ProtocolTest, WhatNoHonestHelperSaysIsRefused) {
-    const std::function<void(ExtractAnswer&)> lies[] = {
-        [](ExtractAnswer& a) { a.metadata.title = "\xff"; },
-        [](ExtractAnswer& a) { a.metadata.genre = "new\nline"; },
-        [](ExtractAnswer& a) { a.metadata.album = " padded"; },
-        [](ExtractAnswer& a) { a.metadata.title = std::string(MAX_METADATA_TEXT + 1, 'x'); },
-        [](ExtractAnswer& a) { a.metadata.width = -1; },
-        [](ExtractAnswer& a) { a.metadata.orientation = 9; },
-        [](ExtractAnswer& a) { a.metadata.latitude = 90.5; },
-        [](ExtractAnswer& a) { a.metadata.longitude = std::nan(""); },
-        [](ExtractAnswer& a) { a.metadata.hasPosition = false; },
+    const std::function<void(Metadata&)> lies[] = {
+        [](Metadata& data) { data.title = "\xff"; },
+        [](Metadata& data) { data.genre = "new\nline"; },
+        [](Metadata& data) { data.album = " padded"; },
+        [](Metadata& data) { data.title = std::string(MAX_METADATA_TEXT + 1, 'x'); },
+        [](Metadata& data) { data.width = -1; },
+        [](Metadata& data) { data.orientation = 9; },
+        [](Metadata& data) { data.latitude = 90.5; },
+        [](Metadata& data) { data.longitude = std::nan(""); },
+        [](Metadata& data) { data.hasPosition = false; },
     };
     for (const auto& lie : lies) {
-        ExtractAnswer answer = FullAnswer();
-        lie(answer);
+        Metadata data = FullMetadata();
+        lie(data);
         ExtractAnswer got;
-        EXPECT_FALSE(DecodeAnswer(EncodeAnswer(answer), got)) << &lie - lies;
+        EXPECT_FALSE(DecodeAnswer(AnswerWith(data), got)) << &lie - lies;
     }
 }
 
