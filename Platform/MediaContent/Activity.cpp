@@ -23,6 +23,13 @@ void ActivityQueue::Submit(ActivityPtr activity, std::function<void()> run) {
     m_changed.notify_all();
 }
 
+bool ActivityQueue::IsQueued(const Test& test) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return std::any_of(m_queue.begin(), m_queue.end(), [&](const Job& job) {
+        return !job.activity->cancel && test(*job.activity);
+    });
+}
+
 void ActivityQueue::Enter(const ActivityPtr& activity) {
     std::lock_guard<std::mutex> lock(m_mutex);
     CancelIfGone(*activity);

@@ -51,6 +51,8 @@ public:
     // `run` is called exactly once, also after the activity was cancelled. What is submitted or
     // entered for a storage that is gone is cancelled from the start.
     void Submit(ActivityPtr activity, std::function<void()> run);
+    // True when such an activity waits for its turn.
+    bool IsQueued(const Test& test);
     // Counts an activity that the calling thread runs by itself, until Leave.
     void Enter(const ActivityPtr& activity);
     void Leave(const ActivityPtr& activity);

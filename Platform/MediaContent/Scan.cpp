@@ -223,16 +223,15 @@ void Scan::ScanFile(const FileHandle& folder, const std::string& path, const std
     known.erase(item);
     change.number = was.number;
     change.pinned = was.pinned;
-    CompareFile(change, was);
+    CompareFile(std::move(change), was);
 }
 
-void Scan::CompareFile(const Change& change, const KnownItem& known) {
-    if (!SameContent(change.facts, known.facts) || known.state == ItemState::UNREAD)
-        return ReadLater(change);
+void Scan::CompareFile(Change change, const KnownItem& known) {
+    change.retry = SameContent(change.facts, known.facts);
+    if (!change.retry || known.state == ItemState::UNREAD) return ReadLater(std::move(change));
     if (change.facts.inode == known.facts.inode || !m_stableInodes) return;
-    Change inode = change;
-    inode.kind = Change::INODE;
-    m_changes.push_back(std::move(inode));
+    change.kind = Change::INODE;
+    m_changes.push_back(std::move(change));
 }
 
 void Scan::NewFile(Change change) {
@@ -274,7 +273,8 @@ void Scan::ReadLater(Change change) {
             !m_activity.cancel && ExtractInto(m_tools.extractor, m_root.Get(), change,
                                               m_activity.cancel) != ExtractStatus::CANCELLED;
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (given) m_results.push_back(std::move(change));
+        const bool news = !change.retry || change.state != ItemState::UNREAD;
+        if (given && news) m_results.push_back(std::move(change));
         --m_reading;
         m_resultCame.notify_all();
     });

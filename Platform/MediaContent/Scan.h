@@ -65,7 +65,7 @@ private:
                    std::unordered_map<std::string, KnownItem> known);
     void ScanFile(const FileHandle& folder, const std::string& path, const std::string& name,
                   std::unordered_map<std::string, KnownItem>& known);
-    void CompareFile(const Change& change, const KnownItem& known);
+    void CompareFile(Change change, const KnownItem& known);
     void NewFile(Change change);
     bool FindMoved(const Change& change, KnownPlace& from);
     void ReadLater(Change change);

@@ -310,6 +310,10 @@ std::shared_ptr<Mount> Service::Resolve(const std::string& path, std::string& be
 // ---- scans ------------------------------------------------------------------------------------
 
 void Service::StartFullScan(const SessionPtr& session, const std::shared_ptr<Mount>& mount) {
+    // One that has not begun yet will see whatever has changed until now.
+    if (m_activities.IsQueued(
+            [&](const Activity& waiting) { return waiting.full && waiting.mount == mount; }))
+        return;
     const auto activity = std::make_shared<Activity>();
     activity->mount = mount;
     activity->full = true;

@@ -54,6 +54,7 @@ struct Change {
     FileFacts facts;
     ItemState state = ItemState::UNREAD;
     bool pinned = false;
+    bool retry = false;  // the database knows all of this but the metadata
     Metadata metadata;
 };
 
