@@ -151,7 +151,7 @@ private:
     void m_RunJob(const CCMTaskJob& job);
     // Makes a request id, lets `fill(job, id)` complete the job, queues it and wakes the worker.
     template <typename Fill>
-    int m_QueueJob(int mediaType, Fill fill);
+    int m_QueueJob(Fill fill);
     WaitEnd m_WaitForScan(const QueryInfo& query);
     WaitEnd m_PollScan(const QueryInfo& query, const LateFlag& timedOut, const LateFlag& scanned);
     int m_CountCurrent(int queryId, const QueryInfo& query);
@@ -195,11 +195,11 @@ private:
 };
 
 template <typename Fill>
-int CPlivTaskContentsMgr::m_QueueJob(int mediaType, Fill fill) {
+int CPlivTaskContentsMgr::m_QueueJob(Fill fill) {
     int requestId = 0;
     {
         GMutexLock lock(m_processMutex);
-        requestId = m_MakeRequestId(mediaType);
+        requestId = m_MakeRequestId(MEDIA_TYPE_NONE);
         CCMTaskJob job;
         fill(job, requestId);
         m_jobs.Push(job);

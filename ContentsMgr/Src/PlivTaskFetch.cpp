@@ -50,7 +50,7 @@ bool CPlivTaskContentsMgr::Fetch(int startIndex, int count, int& fetchRequestId)
         CM_PROGRESS(" Error Invalid Parameter \n");
         return false;
     }
-    m_QueueJob(MEDIA_TYPE_NONE, [&](CCMTaskJob& job, int id) {
+    m_QueueJob([&](CCMTaskJob& job, int id) {
         fetchRequestId = id;
         job.SetCommandType(COMMAND_TYPE_FETCH);
         job.SetFetchInfo({queryId, startIndex, count, id});

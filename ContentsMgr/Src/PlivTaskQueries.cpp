@@ -56,16 +56,21 @@ bool CPlivTaskContentsMgr::Query(std::string storageId, MediaType mediaType, std
         CM_PROGRESS(" Error Invalid Parameter \n");
         return false;
     }
-    m_QueueJob(mediaType, [&](CCMTaskJob& job, int id) {
+    {
+        GMutexLock lock(m_processMutex);
         CM_TRACE(" m_processMutex.Lock() \n");
+        const int id = m_MakeRequestId(mediaType);
         const QueryInfo query{storageId, mediaType, folderPath, id, syncOption};
+        CCMTaskJob job;
         job.SetCommandType(COMMAND_TYPE_QUERY);
         job.SetQueryInfo(query);
+        m_jobs.Push(job);
         // Listed before it is the current one: whoever reads the current id finds its query.
-        GMutexLock lock(m_queryMutex);
+        GMutexLock queryLock(m_queryMutex);
         m_queries.push_back(query);
         m_currentQueryId = id;
-    });
+    }
+    m_jobSemaphore.Post();
     return true;
 }
 

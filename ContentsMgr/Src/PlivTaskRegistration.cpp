@@ -50,7 +50,7 @@ bool CPlivTaskContentsMgr::RegisterContents(std::string, std::vector<std::string
         CM_PROGRESS("paths is NULL \n");
         return false;
     }
-    requestId = m_QueueJob(MEDIA_TYPE_NONE, [&](CCMTaskJob& job, int id) {
+    requestId = m_QueueJob([&](CCMTaskJob& job, int id) {
         job.SetCommandType(COMMAND_TYPE_REGISTER);
         job.SetInsertDeleteInfo({id, paths});
     });
@@ -67,7 +67,7 @@ bool CPlivTaskContentsMgr::UnregisterContents(std::string, std::vector<std::stri
         CM_PROGRESS(" MeidaIds is NULL \n");
         return false;
     }
-    requestId = m_QueueJob(MEDIA_TYPE_NONE, [&](CCMTaskJob& job, int id) {
+    requestId = m_QueueJob([&](CCMTaskJob& job, int id) {
         job.SetCommandType(COMMAND_TYPE_UNREGISTER);
         job.SetInsertDeleteInfo({id, mediaIds});
     });

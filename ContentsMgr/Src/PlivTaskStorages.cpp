@@ -1,7 +1,6 @@
 // The connection to the platform, and the discovery of attached storages.
 #include <boost/make_shared.hpp>
 #include <cstring>
-#include <functional>
 #include <utility>
 
 #include "Log.h"
@@ -52,16 +51,14 @@ public:
     int Get(usb_class_e deviceClass) { return usb_device_get_device_list(deviceClass, &m_list); }
     void Free() { m_task.m_DestroyUSBList(std::exchange(m_list, nullptr)); }
 
-    // Calls `visit` with each device and its index; a device that cannot be had is logged.
-    void ForEach(const std::function<void(int, usb_device_s*)>& visit) {
+    int Count() const {
         int count = 0;
         usb_device_list_get_count(m_list, &count);
-        CM_PROGRESS("usbListSize === [%d]", count);
-        for (int index = 0; index < count; ++index)
-            if (usb_device_s* device = At(index)) visit(index, device);
+        return count;
     }
 
-private:
+    // The walk's next device: of index 0 first, then one after the other. Null, and logged, when
+    // it cannot be had.
     usb_device_s* At(int index) {
         usb_device_s* device = nullptr;
         if (index == 0) {
@@ -73,6 +70,7 @@ private:
         return device;
     }
 
+private:
     CPlivTaskContentsMgr& m_task;
     usb_device_list_s* m_list = nullptr;
 };
@@ -229,9 +227,13 @@ bool CPlivTaskContentsMgr::m_GetStorages(StorageList& list) {
         LogDeviceListFailure(error);
         return false;
     }
+    const int count = devices.Count();
+    CM_PROGRESS("usbListSize === [%d]", count);
     bool anyUnderRoot = false;
     std::vector<usb_device_s*> sticks;
-    devices.ForEach([&](int index, usb_device_s* device) {
+    for (int index = 0; index < count; ++index) {
+        usb_device_s* device = devices.At(index);
+        if (!device) continue;
         const std::string path = MountPath(device);
         CM_PROGRESS("usb_list[%d]:mountpath:[%s]\n", index, path.c_str());
         if (IsUnderUsbRoot(path)) {
@@ -240,7 +242,7 @@ bool CPlivTaskContentsMgr::m_GetStorages(StorageList& list) {
         }
         sticks.push_back(device);
         m_SetStorageInfo(nullptr, device, list);
-    });
+    }
     if (!anyUnderRoot)
         CM_PROGRESS("USB Storage Not is Exist\n");
     else if (!m_PairStorages(sticks, list))
@@ -303,10 +305,14 @@ bool CPlivTaskContentsMgr::m_AddCameras(StorageList& list) {
         LogDeviceListFailure(error);
         return false;
     }
-    cameras.ForEach([&](int index, usb_device_s* device) {
+    const int count = cameras.Count();
+    CM_PROGRESS("usbListSize === [%d]", count);
+    for (int index = 0; index < count; ++index) {
+        usb_device_s* device = cameras.At(index);
+        if (!device) continue;
         CM_PROGRESS("usb_list[%d]:mountpath:[%s]\n", index, MountPath(device).c_str());
         m_SetStorageInfo(nullptr, device, list);
-    });
+    }
     return true;
 }
 
