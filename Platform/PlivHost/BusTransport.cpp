@@ -61,6 +61,8 @@ BusTransport::BusTransport(const TransportParts& parts, GBusType bus)
     m_outbox = Outbox::Create(m_connection.get(), m_parts.outbox, "", [] {
         PLATFORM_LOG(kLogTag, LOG_ERROR, "the message bus does not take our messages");
     });
+    // Lasting handles' events have no destination: the bus hands them to whoever listens.
+    m_parts.handles.Join(m_listeners = std::make_shared<Peer>(m_outbox, ""));
     m_object = m_parts.object.Export(m_connection.get(),
                                      [this](const char* sender) { return PeerOf(sender); });
     if (!m_object->IsThere())
@@ -72,6 +74,7 @@ BusTransport::~BusTransport() {
     g_signal_handlers_disconnect_by_data(m_connection.get(), this);
     m_object.reset();
     m_clients.clear();
+    m_parts.handles.CloseAllOf(*m_listeners);
     m_outbox->Shut();
     g_dbus_connection_close_sync(m_connection.get(), nullptr, nullptr);
 }

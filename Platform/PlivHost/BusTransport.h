@@ -28,7 +28,8 @@ private:
 
     TransportParts m_parts;
     ObjectPtr<GDBusConnection> m_connection;
-    std::shared_ptr<Outbox> m_outbox;  // one for all: the bus always reads, and bounds its clients
+    std::shared_ptr<Outbox> m_outbox;   // one for all: the bus always reads, and bounds its clients
+    std::shared_ptr<Peer> m_listeners;  // no client, everybody
     std::map<std::string, std::unique_ptr<Client>> m_clients;
     std::unique_ptr<ExportedObject> m_object;
     bool m_lost = false;

@@ -16,23 +16,32 @@ HandleTable::~HandleTable() {
     CloseAll();
 }
 
-const char* HandleTable::WhyNotOpen(const Peer& owner) const {
-    if (owner.openHandles >= m_limits.perClient)
-        return "this client has as many handles open as one may; close some first";
+const char* HandleTable::WhyNotOpen(const Owner& owner, size_t limit) const {
+    if (owner.openHandles >= limit)
+        return "as many handles of this kind are open as may be; close some first";
     if (m_open >= m_limits.inAll) return "the service has as many handles open as it may";
     return nullptr;
 }
 
 void HandleTable::Open(MethodCall call, const std::shared_ptr<Peer>& owner, std::string client) {
+    Open(std::move(call), owner, m_limits.perClient, std::move(client));
+}
+
+void HandleTable::OpenLasting(MethodCall call, std::string client) {
+    Open(std::move(call), m_everyone, m_limits.lasting, std::move(client));
+}
+
+void HandleTable::Open(MethodCall call, const std::shared_ptr<Owner>& owner, size_t limit,
+                       std::string client) {
     if (m_closed) return;  // the call says so itself
-    if (const char* why = WhyNotOpen(*owner)) {
+    if (const char* why = WhyNotOpen(*owner, limit)) {
         call.Fail(kErrorLimitReached, why);
         return;
     }
     Start(std::move(call), owner, std::move(client));
 }
 
-void HandleTable::Start(MethodCall call, const std::shared_ptr<Peer>& owner, std::string client) {
+void HandleTable::Start(MethodCall call, const std::shared_ptr<Owner>& owner, std::string client) {
     const int number = NewHandle();
     AddEventRoute(number, owner);
     ++m_open;
@@ -55,7 +64,9 @@ void HandleTable::Start(MethodCall call, const std::shared_ptr<Peer>& owner, std
 
 Handle* HandleTable::Find(const Peer& caller, int number) {
     const auto found = m_entries.find(number);
-    if (found == m_entries.end() || found->second.owner.get() != &caller) return nullptr;
+    if (found == m_entries.end()) return nullptr;
+    const Owner* owner = found->second.owner.get();
+    if (owner != &caller && owner != m_everyone.get()) return nullptr;
     Handle* handle = found->second.handle.get();
     return handle->IsClosing() ? nullptr : handle;
 }
@@ -75,6 +86,7 @@ void HandleTable::Close(MethodCall call, const Peer& caller, int number) {
 }
 
 void HandleTable::CloseAllOf(const Peer& owner) {
+    m_everyone->Leave(owner);
     for (auto& [number, entry] : m_entries)
         if (entry.owner.get() == &owner) entry.handle->CloseNow();
 }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "PlivHost/Everyone.h"
 #include "PlivHost/Handle.h"
 #include "PlivHost/HostLoop.h"
 #include "PlivHost/Peer.h"
@@ -17,6 +18,7 @@ namespace platform {
 struct HandleLimits {
     size_t inAll = 256;
     size_t perClient = 64;
+    size_t lasting = 16;  // that belong to no client, so that nobody's end closes them
 };
 
 // All operations: host thread. Each answers its MethodCall, at once or later.
@@ -26,8 +28,13 @@ public:
     ~HandleTable();  // as CloseAll
 
     void Open(MethodCall call, const std::shared_ptr<Peer>& owner, std::string client);
+    // A handle of all clients together, open until somebody closes it.
+    void OpenLasting(MethodCall call, std::string client);
     void Execute(Command command, const Peer& caller, int number);
     void Close(MethodCall call, const Peer& caller, int number);
+
+    // The client hears the events of lasting handles until CloseAllOf.
+    void Join(const std::shared_ptr<Peer>& peer) { m_everyone->Join(peer); }
 
     // The client is gone: destroys its engines, each on its own thread. Returns at once.
     void CloseAllOf(const Peer& owner);
@@ -37,17 +44,20 @@ public:
 
 private:
     struct Entry {
-        std::shared_ptr<Peer> owner;
+        std::shared_ptr<Owner> owner;
         std::unique_ptr<Handle> handle;
     };
 
-    const char* WhyNotOpen(const Peer& owner) const;
+    const char* WhyNotOpen(const Owner& owner, size_t limit) const;
     Handle* Find(const Peer& caller, int number);
-    void Start(MethodCall call, const std::shared_ptr<Peer>& owner, std::string client);
+    void Open(MethodCall call, const std::shared_ptr<Owner>& owner, size_t limit,
+              std::string client);
+    void Start(MethodCall call, const std::shared_ptr<Owner>& owner, std::string client);
 
     dorn::CPlivAppBase& m_app;
     HostLoop& m_loop;
     const HandleLimits m_limits;
+    const std::shared_ptr<Everyone> m_everyone = std::make_shared<Everyone>();
     bool m_closed = false;
     std::atomic<size_t> m_open{0};  // counted down by the handles' threads
     std::map<int, Entry> m_entries;

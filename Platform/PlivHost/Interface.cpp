@@ -16,6 +16,10 @@ constexpr char kIntrospection[] = R"xml(<node>
       <arg name="client" type="s" direction="in"/>
       <arg name="handle" type="i" direction="out"/>
     </method>
+    <method name="OpenLasting">
+      <arg name="client" type="s" direction="in"/>
+      <arg name="handle" type="i" direction="out"/>
+    </method>
     <method name="Execute">
       <arg name="handle" type="i" direction="in"/>
       <arg name="command" type="s" direction="in"/>
@@ -84,6 +88,7 @@ void Interface::s_Call(GDBusConnection*, const gchar* sender, const gchar*, cons
         Method run;
     } kMethods[] = {
         {"Open", &Interface::Open},
+        {"OpenLasting", &Interface::OpenLasting},
         {"Execute", &Interface::Execute},
         {"ExecuteWithParamList", &Interface::ExecuteWithParamList},
         {"Close", &Interface::Close},
@@ -103,6 +108,12 @@ void Interface::Open(Request& request) {
     const gchar* client = nullptr;
     g_variant_get(request.parameters, "(&s)", &client);
     m_handles.Open(std::move(request.call), request.peer, client);
+}
+
+void Interface::OpenLasting(Request& request) {
+    const gchar* client = nullptr;
+    g_variant_get(request.parameters, "(&s)", &client);
+    m_handles.OpenLasting(std::move(request.call), client);
 }
 
 void Interface::Execute(Request& request) {

@@ -38,6 +38,7 @@ private:
                        const gchar* interface, const gchar* method, GVariant* parameters,
                        GDBusMethodInvocation* invocation, gpointer registration);
     void Open(Request& request);
+    void OpenLasting(Request& request);
     void Execute(Request& request);
     void ExecuteWithParamList(Request& request);
     void Close(Request& request);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Log/Log.h"
+#include "PlivHost/Address.h"
 #include "PlivHost/GlibPtr.h"
 
 namespace platform {
@@ -163,27 +164,6 @@ std::string HostHelp() {
     const ParserPtr parser = NewParser(raw);
     const TextPtr help(g_option_context_get_help(parser.get(), TRUE, nullptr));
     return help.get();
-}
-
-std::string SocketPathOf(const std::string& address) {
-    const std::string prefix = "unix:path=";
-    if (address.compare(0, prefix.size(), prefix) != 0) return {};
-    const std::string value = address.substr(prefix.size());
-    if (value.find_first_of(",;") != std::string::npos) return {};
-    const TextPtr path(g_uri_unescape_string(value.c_str(), nullptr));
-    return path && path.get()[0] == '/' ? path.get() : "";
-}
-
-std::string DefaultAddress() {
-    std::string folder;
-    if (const char* runtime = Variable("XDG_RUNTIME_DIR"))
-        folder = runtime;
-    else if (geteuid() == 0)
-        folder = "/run";
-    else
-        return {};
-    const TextPtr path(g_dbus_address_escape_value((folder + "/contents-mgr/socket").c_str()));
-    return std::string("unix:path=") + path.get();
 }
 
 }  // namespace platform

@@ -31,12 +31,6 @@ struct UsageError {
 std::variant<HostOptions, UsageError> ParseHostOptions(int argc, const char* const* argv);
 std::string HostHelp();
 
-// The socket's path of a D-Bus address; empty when it is not unix:path=...
-std::string SocketPathOf(const std::string& address);
-
-// The address that is used when none is given, empty when there is no place for it.
-std::string DefaultAddress();
-
 }  // namespace platform
 
 #endif

@@ -2,18 +2,16 @@
 #ifndef PLATFORM_PLIV_HOST_PEER_H
 #define PLATFORM_PLIV_HOST_PEER_H
 
-#include <atomic>
-#include <cstddef>
 #include <memory>
 #include <string>
 #include <utility>
 
-#include "PlivHost/EventRouter.h"
 #include "PlivHost/Outbox.h"
+#include "PlivHost/Owner.h"
 
 namespace platform {
 
-class Peer : public EventSink {
+class Peer : public Owner {
 public:
     // `name` is where messages go, the client's unique name.
     Peer(std::shared_ptr<Outbox> outbox, std::string name)
@@ -25,9 +23,6 @@ public:
 
     const std::shared_ptr<Outbox>& Messages() const { return m_outbox; }
     const std::string& Name() const { return m_name; }
-
-    // Engines that this client has open, those being destroyed included.
-    std::atomic<size_t> openHandles{0};
 
 private:
     const std::shared_ptr<Outbox> m_outbox;

@@ -23,10 +23,17 @@ std::unique_ptr<Transport> NewTransport(const TransportParts& parts, const Serve
     return std::make_unique<SocketTransport>(parts, options.socketPath);
 }
 
+// On the system bus clients are of different users, so there is nothing that belongs to all.
+HandleLimits LimitsFor(const ServerOptions& options) {
+    HandleLimits limits = options.handles;
+    if (options.bus == BusKind::System) limits.lasting = 0;
+    return limits;
+}
+
 }  // namespace
 
 Server::Server(dorn::CPlivAppBase& app, const ServerOptions& options)
-    : m_handles(app, m_loop, options.handles), m_interface(m_handles, options.scans) {
+    : m_handles(app, m_loop, LimitsFor(options)), m_interface(m_handles, options.scans) {
     const TransportParts parts{m_loop, m_handles, m_interface, options.outbox,
                                options.maxConnections};
     m_transport = NewTransport(parts, options);

@@ -105,6 +105,7 @@ void SocketTransport::Client::Serve() {
     GDBusConnection* connection = m_connection.get();
     m_closedHandler = g_signal_connect(connection, "closed", G_CALLBACK(s_Closed), this);
     m_peer = std::make_shared<Peer>(m_transport.NewOutbox(connection, m_number), name);
+    m_transport.m_parts.handles.Join(m_peer);
     m_stub = ExportBusStub(connection, name);
     m_object =
         m_transport.m_parts.object.Export(connection, [this](const char*) { return m_peer; });
