@@ -30,7 +30,7 @@ struct ExtractorOptions {
     int workers = 1;              // helper processes at most; each is started when it is needed
     int deadlineMs = 5000;        // for one file; a helper that takes longer is killed
     int startDeadlineMs = 15000;  // for a helper to get ready: it loads many libraries
-    int filesPerHelper = 2000;    // a helper is replaced after so many files
+    int filesPerHelper = 20000;   // a helper is replaced after so many files, or when it has grown
     int restartPauseMs = 5000;    // after the program could not be started: no new try for so long
 };
 
