@@ -6,6 +6,7 @@
 
 #include "Log/Log.h"
 #include "MediaContent/MediaService.h"
+#include "UsbDevice/Paths.h"
 
 namespace platform {
 namespace {
@@ -28,11 +29,6 @@ const char* ArrivalWord(const DeviceRecord& device) {
 
 const char* DepartureWord(const DeviceRecord& device) {
     return device.IsMounted() ? "blocked" : "removed";
-}
-
-bool IsBelow(const std::string& path, const std::string& root) {
-    return path.size() > root.size() && path.compare(0, root.size(), root) == 0 &&
-           (root.back() == '/' || path[root.size()] == '/');
 }
 
 MountedStorage StorageOf(const DeviceRecord& device) {

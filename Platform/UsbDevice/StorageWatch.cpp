@@ -13,6 +13,7 @@
 
 #include "Log/Log.h"
 #include "MediaContent/MediaService.h"
+#include "UsbDevice/Paths.h"
 
 namespace platform {
 namespace {
@@ -46,11 +47,6 @@ size_t MostFolders() {
 
 bool IsBefore(const timespec& a, const timespec& b) {
     return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
-}
-
-bool IsBelow(const std::string& path, const std::string& folder) {
-    return path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
-           path[folder.size()] == '/';
 }
 
 // Hidden entries are not scanned; the one that hides its folder from the scan tells of a change.

@@ -56,6 +56,7 @@ void Journal::Clear() {
     m_lines.clear();
     m_storages.clear();
     holdStorageMounted = false;
+    holdContentChanged = false;
 }
 
 bool Journal::WaitUntil(const std::function<bool(const std::vector<std::string>&)>& condition) {
@@ -98,11 +99,13 @@ void StorageUnmounted(const std::string& mountPath) {
 }
 
 void StorageContentChanged(const std::string& mountPath, const std::vector<std::string>& paths) {
-    std::string line = "changed " + mountPath;
-    if (paths.empty()) line += " anything";
-    for (const std::string& path : paths)
-        line += " " + path.substr(std::min(path.size(), mountPath.size()));
-    Journal::Instance().Add(line);
+    if (Journal::Instance().holdContentChanged) Journal::Instance().Add("held " + mountPath);
+    while (Journal::Instance().holdContentChanged) std::this_thread::yield();
+    if (paths.empty()) Journal::Instance().Add("anything on " + mountPath);
+    for (const std::string& path : paths) {
+        EXPECT_EQ(0u, path.find(mountPath));
+        Journal::Instance().Add("changed " + path);
+    }
 }
 
 }  // namespace platform
@@ -165,12 +168,27 @@ void RecordChange(usb_device_s* device, char* action, void*) {
     Journal::Instance().Add(std::string(action) + " " + NameOf(Read(device)));
 }
 
-int CountThreads() {
-    return CountEntries("/proc/self/task");
+int CountServiceThreads() {
+    int count = 0;
+    for (const auto& task : fs::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        count += name.rfind("usb-", 0) == 0;
+    }
+    return count;
 }
 
 int CountDescriptors() {
     return CountEntries("/proc/self/fd");
+}
+
+bool Eventually(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::yield();
+    }
+    return true;
 }
 
 void UsbTest::SetUp() {
@@ -179,10 +197,7 @@ void UsbTest::SetUp() {
     folder = mkdtemp(&pattern[0]);
     root = folder / "usb";
     fs::create_directory(root);
-    // What GLib and the sanitizers open or start once is not counted below.
-    g_main_context_iteration(nullptr, FALSE);
-    std::thread([] {}).join();
-    m_threads = CountThreads();
+    g_main_context_iteration(nullptr, FALSE);  // what GLib opens once is not counted below
     m_descriptors = CountDescriptors();
 }
 
@@ -191,10 +206,7 @@ void UsbTest::TearDown() {
     platform::ShutdownUsbService();
     m_loop.reset();
     // The kernel lists a thread that was joined for a moment longer.
-    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
-    while (CountThreads() > m_threads && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::yield();
-    EXPECT_EQ(m_threads, CountThreads());
+    EXPECT_TRUE(Eventually([] { return CountServiceThreads() == 0; }));
     EXPECT_EQ(m_descriptors, CountDescriptors());
     fs::remove_all(folder);
 }

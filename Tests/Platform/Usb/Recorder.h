@@ -22,7 +22,9 @@
 // One journal for the process. Its lines:
 //   db+ PATH          the database was told of a mounted storage
 //   db- PATH          ... of one that went
-//   changed PATH      ... of changes on it, followed by their paths below it or " anything"
+//   changed PATH      ... of a change at that path
+//   anything on PATH  ... of changes on a storage that could be anywhere
+//   held PATH         ... of changes, and does not return yet
 //   ACTION NAME       a receiver was told; NAME is the last part of the mount path, else the
 //   product
 class Journal {
@@ -38,8 +40,9 @@ public:
     bool WaitUntil(const std::function<bool(const std::vector<std::string>&)>& condition);
     bool WaitFor(const std::string& line);
 
-    // While set, StorageMounted does not return.
+    // While set, StorageMounted and StorageContentChanged do not return.
     std::atomic<bool> holdStorageMounted{false};
+    std::atomic<bool> holdContentChanged{false};
 
     std::map<std::string, platform::MountedStorage> Storages();
     void SetStorage(const platform::MountedStorage& storage);
@@ -75,8 +78,12 @@ std::string NameOf(const Seen& device);
 // A receiver that writes what it hears into the journal.
 void RecordChange(usb_device_s* device, char* action, void* userData);
 
-int CountThreads();
+// Threads of the service: each has a name of its own.
+int CountServiceThreads();
 int CountDescriptors();
+
+// Looks until the condition holds; false after ten seconds.
+bool Eventually(const std::function<bool()>& condition);
 
 // A folder of its own, the service over it while the test runs, and the proof at the end that
 // nothing of it is left.
@@ -98,7 +105,6 @@ protected:
 
 private:
     std::unique_ptr<MainLoop> m_loop;
-    int m_threads = 0;
     int m_descriptors = 0;
 };
 
