@@ -119,8 +119,13 @@ Answer DBusClient::Call(const char* method, GVariant* parameters,
     return answer;
 }
 
-Answer DBusClient::TryOpen(const std::string& name) {
-    return Call("Open", g_variant_new("(s)", name.c_str()), [](GVariant* result, Answer& answer) {
+int DBusClient::OpenLasting() {
+    const Answer answer = TryOpen("test", "OpenLasting");
+    return answer.error.empty() ? std::stoi(answer.value) : -1;
+}
+
+Answer DBusClient::TryOpen(const std::string& name, const char* method) {
+    return Call(method, g_variant_new("(s)", name.c_str()), [](GVariant* result, Answer& answer) {
         gint32 handle = 0;
         g_variant_get(result, "(i)", &handle);
         answer.value = std::to_string(handle);

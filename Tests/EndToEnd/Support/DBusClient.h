@@ -42,7 +42,8 @@ public:
     DBusClient& operator=(const DBusClient&) = delete;
 
     int Open(const std::string& name = "test");  // -1 for an error
-    Answer TryOpen(const std::string& name = "test");
+    Answer TryOpen(const std::string& name = "test", const char* method = "Open");
+    int OpenLasting();  // -1 for an error
     Answer Execute(int handle, const std::string& command, const std::string& arg1 = "",
                    const std::string& arg2 = "", const std::string& arg3 = "",
                    const std::string& arg4 = "");

@@ -47,6 +47,21 @@ TEST_F(HostTest, AClientThatLeavesTakesItsEnginesAlong) {
     EXPECT_EQ(app.executed, 2) << "a command of a client that had left was run";
 }
 
+TEST_F(HostTest, ALastingHandleOutlivesItsOpenerAndServesEverybody) {
+    Start([](platform::ServerOptions& options) { options.handles.lasting = 1; });
+    const int handle = Connect()->OpenLasting();
+    ASSERT_GT(handle, 0);
+    const auto user = Connect();
+    const auto listener = Connect();
+    EXPECT_EQ(user->OpenLasting(), -1) << "past the limit";
+    EXPECT_EQ(user->Execute(handle, "echo", "still here").value, "still here");
+    EXPECT_TRUE(user->Execute(handle, "events", "1", "", "NEWS").handled);
+    EXPECT_TRUE(user->Wait("NEWS")) << "the caller hears nothing";
+    EXPECT_TRUE(listener->Wait("NEWS")) << "the others hear nothing";
+    EXPECT_EQ(listener->Close(handle), "");
+    EXPECT_NE(user->Execute(handle, "echo").error, "") << "closed for all";
+}
+
 TEST_F(HostTest, StoppingEndsEnginesInTheMiddleOfCommands) {
     Start();
     const auto client = Connect();
