@@ -1,0 +1,97 @@
+// Condition texts of filters. What passes the checks must run, change nothing, and mean the same to
+// the short way (sets of kinds) as to SQLite.
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "FuzzSupport.h"
+#include "MediaContent/Filter.h"
+#include "MediaContent/Schema.h"
+
+using namespace platform;
+
+namespace {
+
+constexpr int KINDS = 5;
+
+std::string NewFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "fuzz-XXXXXX").string();
+    MUST(mkdtemp(pattern.data()));
+    return pattern;
+}
+
+// An empty media database that goes with the process.
+class EmptyDatabase {
+public:
+    EmptyDatabase() : m_folder(NewFolder()), m_connection(OpenWriter(m_folder + "/media.db")) {}
+    ~EmptyDatabase() {
+        m_connection.reset();
+        std::filesystem::remove_all(m_folder);
+    }
+    EmptyDatabase(const EmptyDatabase&) = delete;
+    EmptyDatabase& operator=(const EmptyDatabase&) = delete;
+    Connection& Get() { return *m_connection; }
+
+private:
+    const std::string m_folder;
+    std::unique_ptr<Connection> m_connection;
+};
+
+// The set of kinds that SQLite itself takes the text for.
+unsigned KindsBySqlite(const std::string& text) {
+    static Connection kinds(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    static const bool made = [] {
+        kinds.Execute(
+            "CREATE TABLE kinds (MEDIA_TYPE INTEGER);"
+            "INSERT INTO kinds VALUES (0), (1), (2), (3), (4);");
+        return true;
+    }();
+    MUST(made);
+    unsigned mask = 0;
+    Query query(kinds, kinds.Prepare("SELECT MEDIA_TYPE FROM kinds WHERE (" + text + "\n)"));
+    while (query.Next()) mask |= 1u << query.Int(0);
+    return mask;
+}
+
+void CheckTypeMask(Connection& connection, const std::string& text) {
+    unsigned mask = 0;
+    if (!ReadTypeMask(text, mask)) return;
+    MUST(mask < 1u << KINDS);
+    CheckCondition(connection, ITEM_COLUMNS, text);
+    MUST(KindsBySqlite(text) == mask);
+}
+
+bool Passes(Connection& connection, const Columns& columns, const std::string& text) {
+    try {
+        CheckCondition(connection, columns, text);
+        return true;
+    } catch (const BadFilter&) {
+        return false;
+    }
+}
+
+void CheckOver(Connection& connection, const Columns& columns, const std::string& text) {
+    const int changes = sqlite3_total_changes(connection.Handle());
+    if (!Passes(connection, columns, text)) return;
+    const std::string sql = "SELECT count(*) FROM " +
+                            ViewName(columns, MEDIA_CONTENT_COLLATE_NOCASE) + " WHERE (" + text +
+                            "\n)";
+    Query query(connection, PrepareGuarded(connection, columns, sql));
+    MUST(query.Next());
+    MUST(!query.Next());
+    MUST(sqlite3_total_changes(connection.Handle()) == changes);
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static EmptyDatabase database;
+    const std::string text(AsText(data, size));
+    CheckTypeMask(database.Get(), text);
+    CheckOver(database.Get(), ITEM_COLUMNS, text);
+    CheckOver(database.Get(), FOLDER_COLUMNS, text);
+    return 0;
+}

@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Builds the fuzz targets and runs each for a while from its seeds, two at a time. Ends in a line
+# 'N passed, N failed'; what a target fell over is kept in build/fuzz/findings.
+# Usage: fuzz.sh [SECONDS]   (60 for each target by default)
+set -uo pipefail
+cd "$(dirname "$0")/.." || exit 2
+seconds=${1:-60}
+[[ $seconds =~ ^[1-9][0-9]*$ ]] || { echo "usage: fuzz.sh [SECONDS]" >&2; exit 2; }
+
+cmake --preset fuzz >/dev/null && cmake --build build/fuzz --target fuzz-targets || exit 1
+
+findings=build/fuzz/findings
+mkdir -p "$findings"
+corpora=$(mktemp -d)
+trap 'rm -rf "$corpora"' EXIT
+
+run_target() { # run_target NAME: new inputs go to a corpus of their own, seeds stay as they are
+    local name=$1 log="$corpora/$1.log"
+    mkdir "$corpora/$name"
+    if build/fuzz/fuzz/"fuzz-$name" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=1024 \
+        -max_len=8192 -print_final_stats=1 -artifact_prefix="$findings/$name-" \
+        "$corpora/$name" "Fuzz/seeds/$name" >"$log" 2>&1; then
+        echo "fuzz: $name: $(sed -n 's/^stat::number_of_executed_units: *//p' "$log") inputs"
+        return 0
+    fi
+    tail -40 "$log"
+    echo "fuzz: FAILED: $name" >&2
+    return 1
+}
+export -f run_target
+export seconds corpora findings
+
+passed=0
+failed=0
+while read -r status; do
+    if [ "$status" = ok ]; then passed=$((passed + 1)); else failed=$((failed + 1)); fi
+done < <(ls Fuzz/seeds | xargs -P 2 -I{} bash -c 'run_target {} >&2 && echo ok || echo failed')
+
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]
