@@ -1,6 +1,7 @@
 #include "MediaContent/Pages.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace platform {
 namespace {
@@ -8,23 +9,33 @@ namespace {
 constexpr size_t MAX_ORDERS = 32;
 constexpr size_t MAX_ANCHORS = 100000;  // of one order
 
-// With `after`, parameters 1 and 2 are the position to go on from; the last one is the limit.
-std::string PageText(const Plan& plan, bool after) {
+// Which rows a statement yields, in the plan's order.
+enum Part {
+    ALL,   // parameter 1: how many at most
+    TIED,  // those with the value of parameter 1 after the number of parameter 2; 3: at most
+    REST,  // those after the value of parameter 1; 2: at most
+};
+
+// Rows after a position are read in two goes, as SQLite uses its index to the end for each of them
+// but not for a comparison of pairs.
+std::string PageText(const Plan& plan, Part part) {
     const char* direction = plan.descending ? " DESC" : " ASC";
+    const std::string after = plan.descending ? " < ?" : " > ?";
     std::string sql = "SELECT " + plan.key + ", number FROM " + plan.source;
-    if (after)
-        sql += " AND (" + plan.key + ", number) " + (plan.descending ? "<" : ">") + " (?, ?)";
-    return sql + " ORDER BY " + plan.key + direction + ", number" + direction + " LIMIT ?";
+    if (part == TIED) sql += " AND " + plan.key + " = ? AND number" + after;
+    if (part == REST) sql += " AND " + plan.key + after;
+    sql += " ORDER BY ";
+    if (part != TIED) sql += plan.key + direction + ", ";
+    return sql + "number" + direction + " LIMIT ?";
 }
 
-void BindPosition(Query& query, const Position& position) {
+void BindValue(Query& query, const Position& position) {
     if (position.type == SQLITE_INTEGER)
         query.Bind(position.integer);
     else if (position.type == SQLITE_FLOAT)
         query.Bind(position.real);
     else
         query.Bind(std::string_view(position.text));
-    query.Bind(position.number);
 }
 
 Position ReadPosition(const Query& query) {
@@ -40,22 +51,33 @@ Position ReadPosition(const Query& query) {
     return position;
 }
 
+// Calls `eachRow` with the running query for each row of the part and returns how many there were.
+template <typename EachRow>
+int64_t WalkPart(Connection& connection, const Plan& plan, Part part, const Position* after,
+                 int64_t limit, EachRow eachRow) {
+    const std::string sql = PageText(plan, part);
+    std::optional<Query> query;
+    if (plan.guarded)
+        query.emplace(connection, PrepareGuarded(connection, *plan.guarded, sql));
+    else
+        query.emplace(connection, sql);
+    if (part != ALL) BindValue(*query, *after);
+    if (part == TIED) query->Bind(after->number);
+    query->Bind(limit);
+    int64_t rows = 0;
+    for (; query->Next(); ++rows) eachRow(*query);
+    return rows;
+}
+
 template <typename EachRow>
 void Walk(Connection& connection, const Plan& plan, const Position* after, int64_t limit,
           EachRow eachRow) {
-    const auto run = [&](Query& query) {
-        if (after) BindPosition(query, *after);
-        query.Bind(limit);
-        while (query.Next()) eachRow(query);
-    };
-    const std::string sql = PageText(plan, after != nullptr);
-    if (plan.guarded) {
-        Query query(connection, PrepareGuarded(connection, *plan.guarded, sql));
-        run(query);
-    } else {
-        Query query(connection, sql);
-        run(query);
+    if (!after) {
+        WalkPart(connection, plan, ALL, nullptr, limit, eachRow);
+        return;
     }
+    limit -= WalkPart(connection, plan, TIED, after, limit, eachRow);
+    if (limit > 0) WalkPart(connection, plan, REST, after, limit, eachRow);
 }
 
 int64_t ReadRevision(Connection& connection, const Plan& plan) {
@@ -107,7 +129,7 @@ std::vector<Position> ReadPage(Connection& connection, AnchorCache& cache, const
                                int64_t offset, int64_t count) {
     std::vector<Position> page;
     if (count <= 0) return page;
-    const std::string order = PageText(plan, false);
+    const std::string order = PageText(plan, ALL);
     const int64_t revision = ReadRevision(connection, plan);
     Position anchor;
     int64_t index = 0;

@@ -1,0 +1,265 @@
+// Counts and pages of a database of 1,000,000 items against one of 1,000, and against plain SQLite.
+//   MediaDatabase [--items=N] [--benchmark_...]
+#include <benchmark/benchmark.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "Log/Log.h"
+#include "MediaContent.h"
+#include "MediaContent/MediaService.h"
+#include "MediaContent/Store.h"
+#include "MediaContent/Writer.h"
+#include "MediaRatios.h"
+
+namespace {
+
+using namespace platform;
+using media_benchmark::PrintRatio;
+using media_benchmark::Times;
+
+constexpr int PAGE = 1000;
+constexpr int PER_FOLDER = 500;
+
+std::string folder;
+std::string bigStorage, smallStorage;
+
+Change MakeChange(int number) {
+    Change change;
+    change.folder = "folder" + std::to_string(number / PER_FOLDER);
+    change.name = "IMG_" + std::to_string(number) + ".JPG";
+    change.type = MEDIA_CONTENT_TYPE_IMAGE;
+    change.mime = "image/jpeg";
+    change.facts = {1000 + number, 1600000000 + number, 0, number + 1};
+    change.state = ItemState::READ;
+    change.metadata.width = 4000;
+    change.metadata.height = 3000;
+    change.metadata.description = "A picture of something, number " + std::to_string(number);
+    return change;
+}
+
+void Fill(Store& store, const std::string& uuid, int items) {
+    const std::string mount = folder + '/' + uuid;
+    std::filesystem::create_directories(mount);
+    // The storage is recorded as it will be when it is mounted; the id is corrected then.
+    const int64_t storage = store.Write().RecordStorage("?" + uuid, "uuid:" + uuid, mount, 0);
+    std::vector<Change> batch;
+    for (int number = 0; number < items; ++number) {
+        batch.push_back(MakeChange(number));
+        if (batch.size() < 500 && number + 1 < items) continue;
+        store.Write().Apply(storage, batch, 1700000000 + number / 100000);
+        batch.clear();
+    }
+    store.Write().TouchStorage(storage, time(nullptr));
+    store.Write().Checkpoint();
+}
+
+// An empty folder that is no mount point: what is known of the storage is kept.
+std::string Mount(const std::string& uuid) {
+    MountedStorage storage;
+    storage.uuid = uuid;
+    storage.mountPath = folder + '/' + uuid;
+    StorageMounted(storage);
+    while (!CurrentScans().empty()) usleep(1000);
+    std::pair<std::string, std::string> search(storage.mountPath, "");
+    media_storage_foreach_storage_from_db(
+        nullptr,
+        [](media_storage_h handle, void* data) {
+            auto& wanted = *static_cast<std::pair<std::string, std::string>*>(data);
+            char *path = nullptr, *id = nullptr;
+            media_storage_get_path(handle, &path);
+            media_storage_get_storage_id(handle, &id);
+            if (wanted.first == path) wanted.second = id;
+            free(path);
+            free(id);
+            return true;
+        },
+        &search);
+    return search.second;
+}
+
+media_filter_h Photos(const std::string& storage) {
+    media_filter_h filter = nullptr;
+    media_filter_create(&filter);
+    media_filter_set_storage(filter, storage.c_str());
+    media_filter_set_condition(filter, "MEDIA_TYPE=0", MEDIA_CONTENT_COLLATE_DEFAULT);
+    media_filter_set_order(filter, MEDIA_CONTENT_ORDER_DESC, "MEDIA_ADDED_TIME",
+                           MEDIA_CONTENT_COLLATE_DEFAULT);
+    return filter;
+}
+
+void Count(benchmark::State& state, const std::string& storage) {
+    const media_filter_h filter = Photos(storage);
+    int count = 0;
+    for (auto _ : state) {
+        if (media_info_get_media_count_from_db(filter, &count) != 0) state.SkipWithError("count");
+        benchmark::DoNotOptimize(count);
+    }
+    media_filter_destroy(filter);
+    state.counters["items"] = count;
+}
+
+// Reads what a page shows of each item.
+bool Use(media_info_h media, void* sum) {
+    char *id = nullptr, *path = nullptr, *title = nullptr;
+    unsigned long long size = 0;
+    media_info_get_media_id(media, &id);
+    media_info_get_file_path(media, &path);
+    media_info_get_title(media, &title);
+    media_info_get_size(media, &size);
+    *static_cast<size_t*>(sum) += strlen(id) + strlen(path) + strlen(title) + size;
+    free(id);
+    free(path);
+    free(title);
+    return true;
+}
+
+void Page(benchmark::State& state, int offset) {
+    const media_filter_h filter = Photos(bigStorage);
+    media_filter_set_offset(filter, offset, PAGE);
+    size_t sum = 0;
+    media_info_foreach_media_from_db(filter, Use, &sum);  // the first one finds the way
+    for (auto _ : state)
+        if (media_info_foreach_media_from_db(filter, Use, &sum) != 0) state.SkipWithError("page");
+    benchmark::DoNotOptimize(sum);
+    media_filter_destroy(filter);
+}
+
+// Forward through the first 100 pages, one after the other, as clients do.
+void Sequence(benchmark::State& state) {
+    const media_filter_h filter = Photos(bigStorage);
+    size_t sum = 0;
+    int offset = 0;
+    for (auto _ : state) {
+        media_filter_set_offset(filter, offset, PAGE);
+        media_info_foreach_media_from_db(filter, Use, &sum);
+        offset = (offset + PAGE) % (100 * PAGE);
+    }
+    benchmark::DoNotOptimize(sum);
+    media_filter_destroy(filter);
+}
+
+// The same rows with nothing but SQLite between.
+void PlainPage(benchmark::State& state) {
+    Connection connection(folder + "/media.db", SQLITE_OPEN_READONLY);
+    int64_t storage = 0;
+    {
+        Query query(connection, "SELECT number FROM storage WHERE identity = 'uuid:big'");
+        if (query.Next()) storage = query.Int(0);
+    }
+    size_t sum = 0;
+    for (auto _ : state) {
+        Query query(connection,
+                    "SELECT i.number, f.path, i.* FROM item AS i CROSS JOIN folder AS f"
+                    " ON f.number = i.folder WHERE i.storage = ? AND i.type = 0"
+                    " ORDER BY i.added DESC, i.number DESC LIMIT 1000");
+        query.Bind(storage);
+        while (query.Next()) {
+            const std::string id = "0123456789abcdef-" + std::to_string(query.Int(0));
+            const std::string path = folder + "/big/" + query.Text(1) + '/' + query.Text(14);
+            const std::string title = query.Text(16);
+            sum += id.size() + path.size() + title.size() + static_cast<size_t>(query.Int(10));
+        }
+    }
+    benchmark::DoNotOptimize(sum);
+}
+
+void FolderCount(benchmark::State& state) {
+    std::string id;
+    media_filter_h filter = Photos(bigStorage);
+    media_filter_destroy(filter);
+    media_filter_create(&filter);
+    media_filter_set_storage(filter, bigStorage.c_str());
+    media_filter_set_offset(filter, 10, 1);
+    media_folder_foreach_folder_from_db(
+        filter,
+        [](media_folder_h found, void* out) {
+            char* text = nullptr;
+            media_folder_get_folder_id(found, &text);
+            *static_cast<std::string*>(out) = text;
+            free(text);
+            return true;
+        },
+        &id);
+    int count = 0;
+    for (auto _ : state) media_folder_get_media_count_from_db(id.c_str(), nullptr, &count);
+    state.counters["items"] = count;
+    media_filter_destroy(filter);
+}
+
+double ResidentMiB() {
+    std::ifstream statm("/proc/self/statm");
+    long total = 0, resident = 0;
+    statm >> total >> resident;
+    return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1048576.0;
+}
+
+int TakeItems(int& argc, char** argv) {
+    int items = 1000000;
+    int kept = 1;
+    for (int i = 1; i < argc; ++i) {
+        if (strncmp(argv[i], "--items=", 8) == 0)
+            items = atoi(argv[i] + 8);
+        else
+            argv[kept++] = argv[i];
+    }
+    argc = kept;
+    return std::max(items, 2 * PAGE);
+}
+
+void Run(int items, Times& times) {
+    const int deep = items - PAGE;
+    const auto add = [](const char* name, auto body) {
+        benchmark::RegisterBenchmark(name, body)->Unit(benchmark::kMillisecond)->Repetitions(5);
+    };
+    add("count of one kind, large", [](benchmark::State& s) { Count(s, bigStorage); });
+    add("count of one kind, 1,000", [](benchmark::State& s) { Count(s, smallStorage); });
+    add("page at the end", [deep](benchmark::State& s) { Page(s, deep); });
+    add("page at 0", [](benchmark::State& s) { Page(s, 0); });
+    add("page after page", Sequence);
+    add("page of plain SQLite", PlainPage);
+    add("count of a folder", FolderCount);
+    benchmark::RunSpecifiedBenchmarks(&times);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int items = TakeItems(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    SetLogPriority(LOG_ERROR);
+    char name[] = "/tmp/media-benchmark-XXXXXX";
+    if (!mkdtemp(name)) return 1;
+    folder = name;
+    {
+        Store store(folder + "/media.db");
+        Fill(store, "small", 1000);
+        Fill(store, "big", items);
+    }
+    ConfigureMediaService({folder + "/media.db", "/nonexistent/extractor"});
+    if (media_content_connect() != 0) return 1;
+    smallStorage = Mount("small");
+    bigStorage = Mount("big");
+    std::printf("%d items, database of %.0f MiB, %.1f MiB resident when connected\n", items,
+                static_cast<double>(std::filesystem::file_size(folder + "/media.db")) / 1048576.0,
+                ResidentMiB());
+    Times times;
+    Run(items, times);
+    std::printf("\n");
+    PrintRatio(times, "count, 1,000,000 against 1,000", "count of one kind, large",
+               "count of one kind, 1,000", 2.0);
+    PrintRatio(times, "page of 1,000 at the end against offset 0", "page at the end", "page at 0",
+               1.2);
+    PrintRatio(times, "page of 1,000 against plain SQLite (no JSON on either side)", "page at 0",
+               "page of plain SQLite", 1.5);
+    std::printf("%.1f MiB resident after all of it (aim: 64)\n", ResidentMiB());
+    media_content_disconnect();
+    ShutdownMediaService();
+    std::filesystem::remove_all(folder);
+    return 0;
+}
