@@ -1,0 +1,53 @@
+#include "Endurance/Support/Sticks.h"
+
+#include <stdlib.h>
+
+#include <fstream>
+#include <stdexcept>
+
+namespace endurance {
+
+namespace fs = std::filesystem;
+
+Sticks::Sticks(const fs::path& folder)
+    : m_root(folder / "opt/storage/usb"), m_away(folder / "away") {
+    fs::create_directories(m_root);
+    fs::create_directories(m_away);
+}
+
+fs::path Sticks::Add(const std::string& name, const fs::path& samples) {
+    const fs::path made = m_away / name;
+    if (samples.empty())
+        fs::create_directories(made);
+    else
+        fs::copy(samples, made, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    PlugIn(name);
+    return PathOf(name);
+}
+
+void Sticks::AddCamera(const std::string& name) {
+    std::ofstream(m_away / (name + ".usb"))
+        << "[device]\nclass=6\nvendor=Sample\nproduct=Camera\nbus=1\naddress=7\n";
+    PlugIn(name + ".usb");
+}
+
+void Sticks::PullOut(const std::string& entry) {
+    fs::rename(m_root / entry, m_away / entry);
+}
+
+void Sticks::PlugIn(const std::string& entry) {
+    fs::rename(m_away / entry, m_root / entry);
+}
+
+void MakeSamples(const std::string& kind, const fs::path& folder, const std::string& count) {
+    if (fs::exists(folder)) return;
+    const fs::path part = folder.string() + ".part";
+    fs::remove_all(part);
+    fs::create_directories(part);
+    const std::string command =
+        std::string(ENDURANCE_SAMPLES) + " " + kind + " '" + part.string() + "' " + count;
+    if (system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
+    fs::rename(part, folder);
+}
+
+}  // namespace endurance

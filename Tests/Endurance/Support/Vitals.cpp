@@ -1,0 +1,83 @@
+#include "Endurance/Support/Vitals.h"
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+namespace endurance {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path FolderOf(pid_t process) {
+    return "/proc/" + std::to_string(process);
+}
+
+// The number behind `key` in a status file; 0 when there is none.
+long NumberIn(const fs::path& file, const std::string& key) {
+    std::ifstream in(file);
+    for (std::string line; std::getline(in, line);)
+        if (line.compare(0, key.size(), key) == 0) return std::stol(line.substr(key.size()));
+    return 0;
+}
+
+// Entries that vanish during the walk are left out.
+std::vector<fs::path> EntriesOf(const fs::path& folder) {
+    std::vector<fs::path> entries;
+    std::error_code error;
+    for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error))
+        entries.push_back(at->path());
+    return entries;
+}
+
+std::string Joined(const std::multiset<std::string>& texts) {
+    std::string joined;
+    for (const auto& text : texts) joined += "    " + text + "\n";
+    return joined;
+}
+
+}  // namespace
+
+Vitals ReadVitals(pid_t process) {
+    const fs::path folder = FolderOf(process);
+    Vitals vitals;
+    vitals.residentKiB = NumberIn(folder / "status", "VmRSS:");
+    vitals.privateKiB = NumberIn(folder / "status", "RssAnon:");
+    vitals.threads = NumberIn(folder / "status", "Threads:");
+    vitals.descriptors = static_cast<long>(EntriesOf(folder / "fd").size());
+    vitals.children = static_cast<long>(ChildrenOf(process).size());
+    for (const auto& task : EntriesOf(folder / "task"))
+        vitals.wakeUps += NumberIn(task / "status", "voluntary_ctxt_switches:");
+    return vitals;
+}
+
+std::vector<pid_t> ChildrenOf(pid_t process) {
+    std::vector<pid_t> children;
+    for (const auto& task : EntriesOf(FolderOf(process) / "task")) {
+        std::ifstream in(task / "children");
+        for (pid_t child = 0; in >> child;) children.push_back(child);
+    }
+    return children;
+}
+
+std::string DescriptorsOf(pid_t process) {
+    std::multiset<std::string> targets;
+    for (const auto& entry : EntriesOf(FolderOf(process) / "fd")) {
+        std::error_code error;
+        const std::string target = fs::read_symlink(entry, error).string();
+        if (!error) targets.insert(target.substr(0, target.find('[')));
+    }
+    return Joined(targets);
+}
+
+std::string ThreadsOf(pid_t process) {
+    std::multiset<std::string> names;
+    for (const auto& task : EntriesOf(FolderOf(process) / "task")) {
+        std::string name;
+        std::ifstream(task / "comm") >> name;
+        names.insert(name);
+    }
+    return Joined(names);
+}
+
+}  // namespace endurance

@@ -1,0 +1,30 @@
+// What a running process takes of the machine, read from /proc.
+#ifndef TESTS_ENDURANCE_SUPPORT_VITALS_H
+#define TESTS_ENDURANCE_SUPPORT_VITALS_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace endurance {
+
+struct Vitals {
+    long residentKiB = 0;  // all resident pages
+    long privateKiB = 0;   // of these, memory of its own: heap and stacks
+    long threads = 0;
+    long descriptors = 0;
+    long children = 0;  // zombies included
+    long wakeUps = 0;   // of all its threads, since they were made
+};
+
+// All zero for a process that is gone. Any thread.
+Vitals ReadVitals(pid_t process);
+std::vector<pid_t> ChildrenOf(pid_t process);
+// What its descriptors stand for, one a line, sorted.
+std::string DescriptorsOf(pid_t process);
+std::string ThreadsOf(pid_t process);
+
+}  // namespace endurance
+
+#endif
