@@ -1,0 +1,189 @@
+// A first scan against the metadata libraries run bare over the same files in one process, and a
+// scan that finds nothing changed against a bare walk with stat.
+//   MediaScan LIBRARY [rounds]
+// LIBRARY is a folder of real media files, made for instance with "make-sample-media --large".
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <taglib/fileref.h>
+#include <taglib/tpropertymap.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <exiv2/exiv2.hpp>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Log/Log.h"
+#include "MediaContent.h"
+#include "MediaContent/Extract/MediaTypes.h"
+#include "MediaContent/MediaService.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+struct File {
+    std::string path;
+    media_content_type_e kind;
+};
+
+size_t used = 0;  // keeps what was read from being left out
+
+double Seconds(const std::function<void()>& body) {
+    const auto begin = Clock::now();
+    body();
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+std::vector<File> FilesBelow(const std::string& root) {
+    std::vector<File> files;
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+        File file{entry.path().string(), MEDIA_CONTENT_TYPE_OTHERS};
+        const char* mime = nullptr;
+        if (entry.is_regular_file() && platform::LookUpMediaType(file.path, file.kind, mime))
+            files.push_back(std::move(file));
+    }
+    return files;
+}
+
+void ReadPicture(const std::string& path) {
+    try {
+        const auto image = Exiv2::ImageFactory::open(path);
+        image->readMetadata();
+        used += static_cast<size_t>(image->pixelWidth()) + image->exifData().count();
+    } catch (const Exiv2::Error&) {
+        ++used;
+    }
+}
+
+void ReadSong(const std::string& path) {
+    const TagLib::FileRef file(path.c_str());
+    if (file.isNull()) return;
+    used += file.file()->properties().size();
+    if (file.audioProperties())
+        used += static_cast<size_t>(file.audioProperties()->lengthInMilliseconds());
+}
+
+void ReadFilm(const std::string& path) {
+    AVFormatContext* context = nullptr;
+    if (avformat_open_input(&context, path.c_str(), nullptr, nullptr) < 0) return;
+    used += context->nb_streams;
+    avformat_close_input(&context);
+}
+
+void ReadBare(const std::vector<File>& files) {
+    for (const File& file : files) {
+        if (file.kind == MEDIA_CONTENT_TYPE_IMAGE) ReadPicture(file.path);
+        if (file.kind == MEDIA_CONTENT_TYPE_MUSIC) ReadSong(file.path);
+        if (file.kind == MEDIA_CONTENT_TYPE_VIDEO) ReadFilm(file.path);
+    }
+}
+
+// What any scan has to do: name every entry, and stat the files.
+void WalkBare(const std::string& folder) {
+    struct stat facts {};
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        if (entry.is_directory() && !entry.is_symlink()) {
+            WalkBare(entry.path());
+        } else if (lstat(entry.path().c_str(), &facts) == 0) {
+            used += static_cast<size_t>(facts.st_size);
+        }
+    }
+}
+
+void WaitForScans() {
+    while (!platform::CurrentScans().empty()) usleep(200);
+}
+
+double CpuSeconds() {
+    double sum = 0;
+    for (const int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+        rusage usage{};
+        getrusage(who, &usage);
+        sum += static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+               static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+    }
+    return sum;
+}
+
+struct Round {
+    double first = 0, bare = 0, again = 0, walk = 0;
+    int items = 0;
+};
+
+Round Measure(const std::string& library, const std::vector<File>& files) {
+    char name[] = "/tmp/media-benchmark-XXXXXX";
+    if (!mkdtemp(name)) exit(1);
+    platform::ConfigureMediaService({std::string(name) + "/media.db", EXTRACT_HELPER});
+    platform::MountedStorage storage;
+    storage.uuid = "library";
+    storage.mountPath = library;
+    Round round;
+    media_content_connect();
+    round.first = Seconds([&] {
+        platform::StorageMounted(storage);
+        WaitForScans();
+    });
+    media_info_get_media_count_from_db(nullptr, &round.items);
+    round.bare = Seconds([&] { ReadBare(files); });
+    round.again = Seconds([&] {
+        platform::StorageContentChanged(library, {});
+        WaitForScans();
+    });
+    round.walk = Seconds([&] { WalkBare(library); });
+    platform::StorageUnmounted(library);
+    media_content_disconnect();
+    platform::ShutdownMediaService();
+    fs::remove_all(name);
+    return round;
+}
+
+double Median(std::vector<Round> rounds, double Round::*member) {
+    std::sort(rounds.begin(), rounds.end(),
+              [&](const Round& a, const Round& b) { return a.*member < b.*member; });
+    return rounds[rounds.size() / 2].*member;
+}
+
+void Print(const char* what, double ours, double other, double aim) {
+    std::printf("%-66s %10.1f ms %10.1f ms  %6.2f  aim %.2f  %s\n", what, ours * 1000, other * 1000,
+                ours / other, aim, ours / other <= aim ? "met" : "NOT MET");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: MediaScan LIBRARY [rounds]\n");
+        return 2;
+    }
+    platform::SetLogPriority(platform::LOG_ERROR);
+    Exiv2::XmpParser::initialize();
+    Exiv2::enableBMFF(true);
+    Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
+    av_log_set_level(AV_LOG_QUIET);
+    const std::string library = fs::canonical(argv[1]);
+    const std::vector<File> files = FilesBelow(library);
+    ReadBare(files);  // everything is in the page cache from here on
+    std::vector<Round> rounds;
+    for (int i = 0; i < (argc > 2 ? atoi(argv[2]) : 3); ++i)
+        rounds.push_back(Measure(library, files));
+    std::printf(
+        "%zu files, %d items, medians of %zu rounds, %.1f s of processor time in all (%zu)\n",
+        files.size(), rounds[0].items, rounds.size(), CpuSeconds(), used % 10);
+    Print("first scan against the libraries run bare", Median(rounds, &Round::first),
+          Median(rounds, &Round::bare), 0.7);
+    Print("unchanged scan against a walk with stat", Median(rounds, &Round::again),
+          Median(rounds, &Round::walk), 2.0);
+    return 0;
+}
