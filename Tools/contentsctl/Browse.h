@@ -1,0 +1,33 @@
+// All of one folder, put together from the service's pages.
+#ifndef TOOLS_CONTENTSCTL_BROWSE_H
+#define TOOLS_CONTENTSCTL_BROWSE_H
+
+#include "Pages.h"
+
+namespace contentsctl {
+
+// Calls `onFolder` for every subfolder, then `onFile` for every media file, once each.
+//
+// A page of the service begins with the subfolders from its start on; where they leave room,
+// files follow, and the number of subfolders on that page is taken off the start to get the
+// first file's number. So files are asked for from a start that is worked out backwards.
+class FolderWalk {
+public:
+    FolderWalk(Query& query, std::function<void(const Json::Value&)> onFolder,
+               std::function<void(const Json::Value&)> onFile)
+        : m_query(query), m_onFolder(std::move(onFolder)), m_onFile(std::move(onFile)) {}
+
+    void Run();
+
+private:
+    int64_t WalkFolders();
+    void WalkFiles(int64_t folders);
+
+    Query& m_query;
+    const std::function<void(const Json::Value&)> m_onFolder;
+    const std::function<void(const Json::Value&)> m_onFile;
+};
+
+}  // namespace contentsctl
+
+#endif

@@ -1,0 +1,29 @@
+// The command line of the tool.
+#ifndef TOOLS_CONTENTSCTL_OPTIONS_H
+#define TOOLS_CONTENTSCTL_OPTIONS_H
+
+#include <string>
+#include <vector>
+
+namespace contentsctl {
+
+struct Options {
+    std::string address;  // D-Bus address; empty with a bus
+    std::string bus;      // "session", "system" or empty
+    bool json = false;
+    bool progress = false;  // a progress line even when standard error is no terminal
+    bool noWait = false;    // take what the database knows now
+    int limit = 0;          // items; 0: all
+    int timeout = 120;      // seconds; 0: for ever
+    std::string waitFor;    // run: an event's name
+    bool help = false;
+    std::vector<std::string> words;  // the verb and its arguments
+};
+
+// Throws Misused.
+Options ParseOptions(int argc, char** argv);
+std::string Help();
+
+}  // namespace contentsctl
+
+#endif

@@ -1,0 +1,44 @@
+// Queries and their pages.
+#ifndef TOOLS_CONTENTSCTL_PAGES_H
+#define TOOLS_CONTENTSCTL_PAGES_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "Json.h"
+#include "Session.h"
+
+namespace contentsctl {
+
+constexpr int kMaxPage = 1000;  // what the service gives at once
+
+// One query of the session; a newer one takes its place in the service.
+class Query {
+public:
+    // Kind: "photo", "video", "music", or "folder" with the folder's path. Waits for the storage's
+    // scan unless the options say not to, with a progress line. Throws Refused with a hint.
+    Query(Session& session, const Options& options, const std::string& storageId,
+          const std::string& kind, const std::string& folder = "");
+
+    int64_t Count() const { return m_count; }
+
+    // The payload of one page.
+    Json::Value Fetch(int64_t start, int count);
+
+    // Calls `handler` with each item of a media query in order, as many as `limit` (0: all).
+    void ForEach(int64_t limit, const std::function<void(const Json::Value&)>& handler,
+                 const std::function<void()>& pageEnd);
+
+    // The member of a media page that holds its items.
+    static const char* ItemsKey(const std::string& kind);
+
+private:
+    Session& m_session;
+    const std::string m_kind;
+    int64_t m_count = 0;
+};
+
+}  // namespace contentsctl
+
+#endif

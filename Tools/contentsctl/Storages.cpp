@@ -1,0 +1,81 @@
+#include "Storages.h"
+
+#include <algorithm>
+
+#include "Failure.h"
+#include "Text.h"
+
+namespace contentsctl {
+namespace {
+
+constexpr char kListHint[] = "\"contentsctl storages\" lists what there is.";
+
+std::string WithoutEndSlash(std::string path) {
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    return path;
+}
+
+// The service calls the root of all USB storages by a token.
+std::string ClientPath(std::string path) {
+    const std::string root = "/opt/storage/usb";
+    const size_t at = path.find(root);
+    if (at != std::string::npos) path.replace(at, root.size(), "$USB_DIR");
+    return WithoutEndSlash(path);
+}
+
+bool IsCalled(const Storage& storage, const std::string& name) {
+    return storage.id == name || (!storage.label.empty() && storage.label == name) ||
+           storage.mountPath == ClientPath(name);
+}
+
+std::vector<Storage> Called(const std::vector<Storage>& storages, const std::string& name) {
+    std::vector<Storage> found;
+    for (const auto& storage : storages)
+        if (!name.empty() && IsCalled(storage, name)) found.push_back(storage);
+    return found;
+}
+
+Storage TheOne(const std::vector<Storage>& found, const std::string& name) {
+    if (found.empty()) throw Refused("no storage is called \"" + Printable(name) + "\"", kListHint);
+    if (found.size() > 1)
+        throw Refused("more than one storage is called \"" + Printable(name) + "\"",
+                      "Give its id or its mount path instead.");
+    if (found.front().id.empty())
+        throw Refused("\"" + Printable(name) + "\" is not in the media database",
+                      "Cameras are listed, but their pictures are not; a storage that has just "
+                      "been plugged in takes a second or two.");
+    return found.front();
+}
+
+}  // namespace
+
+std::vector<Storage> ListStorages(Session& session) {
+    const Json::Value answer = ParseJson(session.Execute("GetStorages"));
+    if (!answer.isObject())
+        throw Refused("the service could not list the storages", "Its log tells why.");
+    std::vector<Storage> storages;
+    for (const auto& item : answer["storages"])
+        storages.push_back(
+            {TextOf(item, "id"), TextOf(item, "partitionLabel"), TextOf(item, "mountPath"), item});
+    return storages;
+}
+
+Storage FindStorage(Session& session, const std::string& name) {
+    return TheOne(Called(ListStorages(session), name), name);
+}
+
+Place FindPlace(Session& session, const std::string& name) {
+    const auto storages = ListStorages(session);
+    const std::string whole = WithoutEndSlash(name);
+    for (size_t length = whole.size(); length != std::string::npos && length > 0;
+         length = whole.rfind('/', length - 1)) {
+        const auto found = Called(storages, whole.substr(0, length));
+        if (!found.empty()) {
+            const Storage storage = TheOne(found, whole.substr(0, length));
+            return {storage, storage.mountPath + whole.substr(length)};
+        }
+    }
+    throw Refused("\"" + Printable(name) + "\" is no storage and lies in none", kListHint);
+}
+
+}  // namespace contentsctl

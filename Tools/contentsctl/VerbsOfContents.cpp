@@ -1,0 +1,136 @@
+// Registration, events and bare commands.
+#include <gio/gio.h>
+#include <stdio.h>
+
+#include "Failure.h"
+#include "Json.h"
+#include "PlivHost/GlibPtr.h"
+#include "Table.h"
+#include "Text.h"
+#include "Verbs.h"
+
+namespace contentsctl {
+namespace {
+
+// The service wants absolute paths, as the system or as clients see them.
+std::string AbsolutePath(const std::string& path) {
+    if (path.compare(0, 8, "$USB_DIR") == 0) return path;
+    const platform::TextPtr whole(g_canonicalize_filename(path.c_str(), nullptr));
+    return whole.get();
+}
+
+// Registers or unregisters and returns the event's payload; throws when the service refuses.
+Json::Value Change(Session& session, const char* command, const std::string& list,
+                   const char* event) {
+    if (session.Execute(command, {"", list}) == "0")
+        throw Refused("the service refused to change its database", "Its log tells why.");
+    return ParseJson(session.Wait(event).payload);
+}
+
+void FailForThose(const Json::Value& failed, const char* what, const char* hint) {
+    for (const auto& text : failed)
+        fprintf(stderr, "%s: %s\n", what, Printable(text.asString()).c_str());
+    if (!failed.empty())
+        throw Refused(
+            std::to_string(failed.size()) + (failed.size() == 1 ? " item" : " items") + " failed",
+            hint);
+}
+
+Json::Value ToJson(const Event& event) {
+    Json::Value json;
+    json["name"] = event.name;
+    json["kind"] = event.kind;
+    json["payload"] = event.payload;
+    return json;
+}
+
+void PrintEvent(const Event& event, bool json) {
+    if (json) {
+        PrintLine(ToJson(event));
+        return;
+    }
+    std::string payload = event.payload;
+    while (!payload.empty() && payload.back() == '\n') payload.pop_back();
+    const platform::TextPtr now([] {
+        GDateTime* time = g_date_time_new_now_local();
+        gchar* text = g_date_time_format(time, "%H:%M:%S");
+        g_date_time_unref(time);
+        return text;
+    }());
+    printf("%s  %s  %s\n", now.get(), Printable(event.name).c_str(), Printable(payload).c_str());
+    fflush(stdout);
+}
+
+constexpr Verb kVerbs[] = {
+    {"storages", "", 0, 0, RunStorages},
+    {"count", "STORAGE KIND", 2, 2, RunCount},
+    {"query", "STORAGE KIND", 2, 2, RunQuery},
+    {"fetch", "STORAGE KIND START COUNT", 4, 4, RunFetch},
+    {"browse", "PATH", 1, 1, RunBrowse},
+    {"register", "FILE...", 1, SIZE_MAX, RunRegister},
+    {"unregister", "ID...", 1, SIZE_MAX, RunUnregister},
+    {"monitor", "", 0, 0, RunMonitor},
+    {"run", "COMMAND [ARGUMENT...] (4 arguments at most)", 1, 5, RunCommand},
+};
+
+}  // namespace
+
+const Verb* FindVerb(const std::string& name) {
+    for (const auto& verb : kVerbs)
+        if (name == verb.name) return &verb;
+    return nullptr;
+}
+
+void RunRegister(Session& session, const Options& options, const Words& arguments) {
+    Words paths;
+    for (const auto& path : arguments) paths.push_back(AbsolutePath(path));
+    const Json::Value payload =
+        Change(session, "RegisterContents", ListArgument("fullpaths", paths),
+               "CONTETNS_REGISTER_COMPLETED");
+    if (options.json) PrintLine(payload);
+    Table table({{"ID", Align::Left, 0}, {"PATH", Align::Left, 0}});
+    for (const auto& item : payload["succeeded"])
+        table.Add({TextOf(item, "id"), TextOf(item, "path")});
+    if (!options.json && !payload["succeeded"].empty()) table.Flush();
+    FailForThose(payload["failed"], "not registered",
+                 "Only regular files inside a mounted storage can be registered.");
+}
+
+void RunUnregister(Session& session, const Options& options, const Words& arguments) {
+    const Json::Value payload =
+        Change(session, "UnregisterContents", ListArgument("ids", arguments),
+               "CONTENTS_UNREGISTER_COMPLETED");
+    if (options.json)
+        PrintLine(payload);
+    else
+        for (const auto& id : payload["succeeded"])
+            printf("removed %s\n", Printable(id.asString()).c_str());
+    FailForThose(payload["failed"], "not removed",
+                 "\"contentsctl --json query\" shows the ids that there are.");
+}
+
+void RunMonitor(Session& session, const Options& options, const Words&) {
+    session.Listen([&](const Event& event) { PrintEvent(event, options.json); });
+}
+
+void RunCommand(Session& session, const Options& options, const Words& arguments) {
+    std::string value;
+    const bool handled =
+        session.TryExecute(arguments[0], {arguments.begin() + 1, arguments.end()}, value);
+    if (options.json) {
+        Json::Value answer;
+        answer["handled"] = handled;
+        answer["returnValue"] = value;
+        PrintLine(answer);
+    } else if (handled) {
+        while (!value.empty() && value.back() == '\n') value.pop_back();
+        puts(Printable(value).c_str());
+    }
+    if (!handled)
+        throw Refused(
+            "the service does not take \"" + Printable(arguments[0]) + "\" with these arguments",
+            "Names and words are case-sensitive.");
+    if (!options.waitFor.empty()) PrintEvent(session.Wait(options.waitFor), options.json);
+}
+
+}  // namespace contentsctl
