@@ -1,6 +1,7 @@
 #include "FakePlatformTest.h"
 
 #include <dirent.h>
+#include <unistd.h>
 
 namespace fake {
 
@@ -16,6 +17,10 @@ int CountThreads() {
     return count;
 }
 
+bool HasThread(pid_t id) {
+    return access(("/proc/self/task/" + std::to_string(id)).c_str(), F_OK) == 0;
+}
+
 }  // namespace
 
 bool WaitUntil(const std::function<bool()>& condition) {
@@ -27,8 +32,20 @@ bool WaitUntil(const std::function<bool()>& condition) {
     return true;
 }
 
+// A sanitizer starts a thread of its own beside the process's first one. The first is over when
+// this returns, also in the system's list.
+static void StartFirstThread() {
+    static const bool started = [] {
+        pid_t id = 0;
+        std::thread([&] { id = gettid(); }).join();
+        return WaitUntil([&] { return !HasThread(id); });
+    }();
+    EXPECT_TRUE(started);
+}
+
 PlatformTest::PlatformTest() {
     platform.Reset();
+    StartFirstThread();
     m_threads = CountThreads();
 }
 
