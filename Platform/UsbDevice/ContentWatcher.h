@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "UsbDevice/Descriptor.h"
+#include "UsbDevice/WakeUp.h"
 
 namespace platform {
 

@@ -11,8 +11,8 @@
 
 #include "UsbDevice/ChangeDispatcher.h"
 #include "UsbDevice/ContentWatcher.h"
-#include "UsbDevice/Descriptor.h"
 #include "UsbDevice/DeviceSource.h"
+#include "UsbDevice/WakeUp.h"
 
 namespace platform {
 

@@ -10,7 +10,7 @@
 #include <memory>
 #include <optional>
 
-#include "UsbDevice/Descriptor.h"
+#include "MediaContent/Extract/UniqueFd.h"
 
 namespace platform {
 namespace {
@@ -33,7 +33,7 @@ struct FreeError {
 
 // The whole file, or no value with errno set. Never blocks, whatever the name stands for.
 std::optional<std::string> ReadSmallFile(const std::string& path) {
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status;
     if (!file || fstat(file.Get(), &status) != 0) return std::nullopt;
     errno = S_ISREG(status.st_mode) ? EFBIG : EINVAL;

@@ -67,7 +67,7 @@ std::vector<Mount> ParseMountTable(const std::string& text) {
 }
 
 bool MountTable::Open() {
-    m_polled = Descriptor(open(m_path.c_str(), O_RDONLY | O_CLOEXEC));
+    m_polled = UniqueFd(open(m_path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!m_polled) return false;
     Reload();
     return true;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "UsbDevice/Descriptor.h"
+#include "MediaContent/Extract/UniqueFd.h"
 
 namespace platform {
 
@@ -43,7 +43,7 @@ public:
 
 private:
     const std::string m_path;
-    Descriptor m_polled;
+    UniqueFd m_polled;
     std::vector<Mount> m_mounts;
 };
 

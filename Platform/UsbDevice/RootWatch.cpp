@@ -32,7 +32,7 @@ bool Exists(const std::string& path) {
 }  // namespace
 
 bool RootWatch::Open() {
-    m_inotify = Descriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    m_inotify = UniqueFd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     if (!m_inotify)
         PLATFORM_LOG("USB_DEVICE", LOG_ERROR, "cannot watch %s: %s", m_root.c_str(),
                      strerror(errno));

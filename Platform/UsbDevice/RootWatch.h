@@ -7,7 +7,7 @@
 #include <map>
 #include <string>
 
-#include "UsbDevice/Descriptor.h"
+#include "MediaContent/Extract/UniqueFd.h"
 
 struct inotify_event;
 
@@ -53,7 +53,7 @@ private:
     void Drop(int& watch);
 
     const std::string m_root;
-    Descriptor m_inotify;
+    UniqueFd m_inotify;
     int m_rootWatch = -1;
     int m_ancestorWatch = -1;
     dev_t m_device = 0;  // of the folder that m_rootWatch watches

@@ -41,7 +41,8 @@ timespec Now(clockid_t clock) {
 // Watches are shared with every other program of the user: one storage takes half of them at most.
 size_t MostFolders() {
     size_t limit = 0;
-    std::ifstream("/proc/sys/fs/inotify/max_user_watches") >> limit;
+    std::ifstream file("/proc/sys/fs/inotify/max_user_watches");
+    if (!(file >> limit)) limit = 8192;  // what every kernel allows
     return limit / 2;
 }
 
@@ -83,7 +84,7 @@ void StorageWatch::Begin() {
     struct stat status;
     if (lstat(m_mountPath.c_str(), &status) != 0) return;
     m_device = status.st_dev;
-    m_inotify = Descriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    m_inotify = UniqueFd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     if (m_inotify)
         WatchTree(m_mountPath);
     else

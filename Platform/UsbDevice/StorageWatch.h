@@ -11,7 +11,7 @@
 #include <set>
 #include <string>
 
-#include "UsbDevice/Descriptor.h"
+#include "MediaContent/Extract/UniqueFd.h"
 
 struct inotify_event;
 
@@ -63,7 +63,7 @@ private:
     bool m_begun = false;
     bool m_incomplete = false;  // some folder has no watch: look at everything from time to time
     dev_t m_device = 0;
-    Descriptor m_inotify;
+    UniqueFd m_inotify;
     std::map<int, std::string> m_folders;  // by watch
 
     std::set<std::string> m_paths;
