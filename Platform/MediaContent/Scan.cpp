@@ -18,7 +18,8 @@ namespace {
 
 constexpr size_t BATCH = 500;                 // changes a transaction
 constexpr int64_t WRITE_EVERY_MS = 500;       // sooner when files are slow to read
-constexpr size_t MAX_READING = 128;           // files with the workers
+constexpr size_t GROUP = 32;                  // files that a worker gets at once
+constexpr size_t MAX_READING = 8 * GROUP;     // files with the workers
 constexpr uint64_t CHECKPOINT_EVERY = 20000;  // changes
 constexpr int MAX_SKIP_LINES = 20;            // log lines a scan
 
@@ -43,23 +44,31 @@ bool StatBelow(int root, const std::string& folder, const std::string& name, str
 
 }  // namespace
 
-ExtractStatus ExtractInto(ExtractorPool& extractor, int root, Change& change,
-                          const std::atomic<bool>& cancel) {
-    change.state = ItemState::READ;
-    if (change.type == MEDIA_CONTENT_TYPE_OTHERS) return ExtractStatus::OK;
-    change.state = ItemState::FAILED;
-    const FileHandle file =
-        OpenBelow(root, JoinPath(change.folder, change.name), O_RDONLY | O_NONBLOCK | O_NOCTTY);
-    struct stat facts {};
-    if (!file || fstat(file.Get(), &facts) != 0 || !S_ISREG(facts.st_mode)) {
+bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& changes,
+                      const std::atomic<bool>& cancel) {
+    std::vector<FileHandle> handles;
+    std::vector<ExtractFile> files;
+    std::vector<Change*> asked;
+    for (Change& change : changes) {
+        change.state = ItemState::READ;
+        if (change.type == MEDIA_CONTENT_TYPE_OTHERS) continue;
+        FileHandle file =
+            OpenBelow(root, JoinPath(change.folder, change.name), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+        struct stat facts {};
         change.state = ItemState::UNREAD;
-        return ExtractStatus::FAILED;
+        if (!file || fstat(file.Get(), &facts) != 0 || !S_ISREG(facts.st_mode)) continue;
+        files.push_back({file.Get(), change.type, change.mime.c_str()});
+        handles.push_back(std::move(file));
+        asked.push_back(&change);
     }
-    ExtractResult result = extractor.Extract(file.Get(), change.type, change.mime.c_str(), cancel);
-    if (result.status == ExtractStatus::OK) change.state = ItemState::READ;
-    if (result.status == ExtractStatus::UNAVAILABLE) change.state = ItemState::UNREAD;
-    change.metadata = std::move(result.metadata);
-    return result.status;
+    std::vector<ExtractResult> results = extractor.Extract(files, cancel);
+    for (size_t i = 0; i < results.size(); ++i) {
+        if (results[i].status == ExtractStatus::CANCELLED) return false;
+        if (results[i].status == ExtractStatus::OK) asked[i]->state = ItemState::READ;
+        if (results[i].status == ExtractStatus::FAILED) asked[i]->state = ItemState::FAILED;
+        asked[i]->metadata = std::move(results[i].metadata);
+    }
+    return !cancel;
 }
 
 Scan::Scan(const ScanTools& tools, Activity& activity, std::vector<ScanTarget> targets)
@@ -262,25 +271,38 @@ bool Scan::FindMoved(const Change& change, KnownPlace& from) {
 // ---- reading and writing ----------------------------------------------------------------------
 
 void Scan::ReadLater(Change change) {
+    ++m_activity.filesRead;
+    m_group.push_back(std::move(change));
+    if (m_group.size() >= GROUP) HandOut();
+}
+
+void Scan::HandOut() {
+    if (m_group.empty()) return;
     {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_resultCame.wait(lock, [this] { return m_reading < MAX_READING; });
-        ++m_reading;
+        m_reading += m_group.size();
     }
-    ++m_activity.filesRead;
-    m_tools.workers.Submit([this, change = std::move(change)]() mutable {
-        const bool given =
-            !m_activity.cancel && ExtractInto(m_tools.extractor, m_root.Get(), change,
-                                              m_activity.cancel) != ExtractStatus::CANCELLED;
-        std::lock_guard<std::mutex> lock(m_mutex);
+    m_tools.workers.Submit(
+        [this, group = std::exchange(m_group, {})]() mutable { ReadGroup(std::move(group)); });
+}
+
+// On a worker's thread.
+void Scan::ReadGroup(std::vector<Change> group) {
+    const size_t files = group.size();
+    const bool given = !m_activity.cancel &&
+                       ReadMetadataInto(m_tools.extractor, m_root.Get(), group, m_activity.cancel);
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (Change& change : group) {
         const bool news = !change.retry || change.state != ItemState::UNREAD;
         if (given && news) m_results.push_back(std::move(change));
-        --m_reading;
-        m_resultCame.notify_all();
-    });
+    }
+    m_reading -= files;
+    m_resultCame.notify_all();
 }
 
 void Scan::TakeResults(bool all) {
+    if (all) HandOut();
     std::unique_lock<std::mutex> lock(m_mutex);
     if (all) m_resultCame.wait(lock, [this] { return m_reading == 0; });
     std::move(m_results.begin(), m_results.end(), std::back_inserter(m_changes));

@@ -31,10 +31,11 @@ struct ScanTools {
     Updates& updates;
 };
 
-// Opens `change`'s file below `root`, reads its metadata and completes the change. CANCELLED
-// leaves it as it was; a file that cannot be opened costs its metadata only.
-ExtractStatus ExtractInto(ExtractorPool& extractor, int root, Change& change,
-                          const std::atomic<bool>& cancel);
+// Opens the changes' files below `root`, reads their metadata and completes the changes; a file
+// that cannot be opened or read costs its metadata only. False when it was cancelled: the changes
+// are then worth nothing.
+bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& changes,
+                      const std::atomic<bool>& cancel);
 
 // The scan's own thread walks and is the only one that writes; the workers only read files.
 // Used once, by one thread.
@@ -69,6 +70,8 @@ private:
     void NewFile(Change change);
     bool FindMoved(const Change& change, KnownPlace& from);
     void ReadLater(Change change);
+    void HandOut();
+    void ReadGroup(std::vector<Change> group);
     void TakeResults(bool all);
     void Write(bool all);
     void Keep(const std::string& path, int error);
@@ -96,6 +99,7 @@ private:
     std::vector<std::string> m_kept;  // could not be read: nothing below is judged
     std::vector<Gone> m_gone;
     std::unordered_set<int64_t> m_moved;
+    std::vector<Change> m_group;    // to be read, not yet with the workers
     std::vector<Change> m_changes;  // to be written
     int64_t m_lastWrite = 0;        // milliseconds
     uint64_t m_written = 0;         // changes since the last checkpoint

@@ -448,10 +448,10 @@ int Service::Insert(const char* path, MediaRecord& record) {
     change.facts = {facts.st_size, facts.st_mtim.tv_sec, facts.st_mtim.tv_nsec,
                     static_cast<int64_t>(facts.st_ino)};
     change.pinned = true;
-    if (ExtractInto(session->extractor, root.Get(), change, activity->cancel) ==
-        ExtractStatus::CANCELLED)
+    std::vector<Change> changes{std::move(change)};
+    if (!ReadMetadataInto(session->extractor, root.Get(), changes, activity->cancel))
         return MEDIA_CONTENT_ERROR_CANCELLED;
-    const std::vector<Done> done = session->store.Write().Apply(storage, {change}, time(nullptr));
+    const std::vector<Done> done = session->store.Write().Apply(storage, changes, time(nullptr));
     if (done.empty()) return MEDIA_CONTENT_ERROR_DB_FAILED;
     Update update;
     update.update = done[0].update;
