@@ -26,7 +26,11 @@ void MakeLargeLibrary(const std::string& root, unsigned count);
 // device node (as root), loops of links, names up to the limit.
 void MakeHostileLibrary(const std::string& root);
 
-// What LARGE and SMALL share: names that are hard on programs, each a copy of `file`, with its
+// `count` copies of the small library's files, each damaged in one of a few ways: bytes changed,
+// cut short, a piece doubled or blanked.
+void MakeDamagedLibrary(const std::string& root, unsigned count);
+
+// What SMALL and HOSTILE share: names that are hard on programs, each a copy of `file`, with its
 // extension. What a file system does not take is left out.
 void MakeOddNames(const std::string& folder, const std::string& file);
 

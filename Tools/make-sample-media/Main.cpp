@@ -15,7 +15,8 @@ const char USAGE[] =
     "usage: make-sample-media --small DIR       every format, odd names, broken files\n"
     "       make-sample-media --photos DIR N    N photos with EXIF, quickly\n"
     "       make-sample-media --large DIR N     N photos, songs and films\n"
-    "       make-sample-media --hostile DIR     files to break a reader or a walk on\n";
+    "       make-sample-media --hostile DIR     files to break a reader or a walk on\n"
+    "       make-sample-media --damaged DIR N   N damaged copies of the small library's files\n";
 
 int Usage() {
     std::fputs(USAGE, stderr);
@@ -41,6 +42,8 @@ int Run(const std::vector<std::string>& words) {
         samples::MakePhotos(words[1], count);
     } else if (words.size() == 3 && words[0] == "--large" && ParseCount(words[2], count)) {
         samples::MakeLargeLibrary(words[1], count);
+    } else if (words.size() == 3 && words[0] == "--damaged" && ParseCount(words[2], count)) {
+        samples::MakeDamagedLibrary(words[1], count);
     } else {
         return Usage();
     }

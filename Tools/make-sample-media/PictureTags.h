@@ -21,7 +21,8 @@ struct PictureTags {
     double longitude = 0.0;
 };
 
-// Writes them into a JPEG, PNG, TIFF or WebP file; does nothing when there is none. Throws Exiv2::Error (a std::exception).
+// Writes them into a JPEG, PNG, TIFF or WebP file; does nothing when there is none. Throws
+// Exiv2::Error (a std::exception).
 void TagPicture(const std::string& path, const PictureTags& tags);
 
 }  // namespace samples
