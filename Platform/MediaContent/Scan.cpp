@@ -227,7 +227,9 @@ void Scan::ScanFile(const FileHandle& folder, const std::string& path, const std
     change.name = name;
     change.mime = mime;
     change.facts = FactsOf(facts);
-    if (item == known.end()) return NewFile(std::move(change));
+    // An item that was found elsewhere has left its place to another file.
+    if (item == known.end() || m_claimed.count(item->second.number))
+        return NewFile(std::move(change));
     const KnownItem was = item->second;
     known.erase(item);
     change.number = was.number;
@@ -237,7 +239,11 @@ void Scan::ScanFile(const FileHandle& folder, const std::string& path, const std
 
 void Scan::CompareFile(Change change, const KnownItem& known) {
     change.retry = SameContent(change.facts, known.facts);
-    if (!change.retry || known.state == ItemState::UNREAD) return ReadLater(std::move(change));
+    if (!change.retry) m_claimed.insert(change.number);
+    if (!change.retry || known.state == ItemState::UNREAD) {
+        change.number = 0;  // whatever is at this place when it is written
+        return ReadLater(std::move(change));
+    }
     if (change.facts.inode == known.facts.inode || !m_stableInodes) return;
     change.kind = Change::INODE;
     m_changes.push_back(std::move(change));
@@ -246,7 +252,7 @@ void Scan::CompareFile(Change change, const KnownItem& known) {
 void Scan::NewFile(Change change) {
     KnownPlace from;
     if (!m_heldItems || !FindMoved(change, from)) return ReadLater(std::move(change));
-    m_moved.insert(from.number);
+    m_claimed.insert(from.number);
     change.number = from.number;
     change.pinned = from.pinned;
     if (from.type != change.type) return ReadLater(std::move(change));
@@ -257,7 +263,7 @@ void Scan::NewFile(Change change) {
 // The same inode with the same content, no longer where it was.
 bool Scan::FindMoved(const Change& change, KnownPlace& from) {
     for (KnownPlace& place : m_reader.KnownPlaces(m_storage, change.facts.inode)) {
-        if (!SameContent(place.facts, change.facts) || m_moved.count(place.number)) continue;
+        if (!SameContent(place.facts, change.facts) || m_claimed.count(place.number)) continue;
         struct stat facts {};
         if (StatBelow(m_root.Get(), place.folder, place.name, facts) &&
             static_cast<int64_t>(facts.st_ino) == place.facts.inode)
@@ -358,7 +364,7 @@ void Scan::FindGoneFolders() {
 
 void Scan::RemoveGone() {
     for (const Gone& gone : m_gone) {
-        if (m_moved.count(gone.number) || (gone.pinned && StillThere(gone))) continue;
+        if (m_claimed.count(gone.number) || (gone.pinned && StillThere(gone))) continue;
         Change change;
         change.kind = Change::REMOVE;
         change.number = gone.number;

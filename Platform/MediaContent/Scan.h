@@ -98,11 +98,11 @@ private:
         m_knownFolders;               // held items before; visited ones are taken out
     std::vector<std::string> m_kept;  // could not be read: nothing below is judged
     std::vector<Gone> m_gone;
-    std::unordered_set<int64_t> m_moved;
-    std::vector<Change> m_group;    // to be read, not yet with the workers
-    std::vector<Change> m_changes;  // to be written
-    int64_t m_lastWrite = 0;        // milliseconds
-    uint64_t m_written = 0;         // changes since the last checkpoint
+    std::unordered_set<int64_t> m_claimed;  // items that moved, or whose content changed in place
+    std::vector<Change> m_group;            // to be read, not yet with the workers
+    std::vector<Change> m_changes;          // to be written
+    int64_t m_lastWrite = 0;                // milliseconds
+    uint64_t m_written = 0;                 // changes since the last checkpoint
     int m_skipLines = 0;
 
     std::mutex m_mutex;

@@ -101,6 +101,31 @@ TEST_F(IdentityTest, FollowsFilesThatMove) {
     ExpectSound(DatabaseFile());
 }
 
+// No file is lost and none bears another's id. The moved one keeps its own when the scan comes by
+// its new place first; otherwise the file that took its name does.
+TEST_F(IdentityTest, TellsAMovedFileFromTheOneInItsPlace) {
+    WriteFile(Stick("a") + "/z/last.jpg", "55555");
+    Connect();
+    const std::string storage = Mount("a", "U1");
+    const auto before = WithoutMount(IdsByPath(), Stick("a"));
+    namespace fs = std::filesystem;
+    fs::rename(Stick("a") + "/one.jpg", Stick("a") + "/z/moved one.jpg");
+    WriteFile(Stick("a") + "/one.jpg", "a new one");
+    fs::rename(Stick("a") + "/z/last.jpg", Stick("a") + "/moved last.jpg");
+    WriteFile(Stick("a") + "/z/last.jpg", "a new last");
+    platform::StorageContentChanged(Stick("a"), {});
+    WaitForScan(storage);
+    const auto after = WithoutMount(IdsByPath(), Stick("a"));
+    ASSERT_EQ(after.size(), 6u);
+    EXPECT_EQ(after.at("/moved last.jpg"), before.at("/z/last.jpg"));
+    std::set<std::string> distinct;
+    for (const auto& [path, id] : after) distinct.insert(id);
+    EXPECT_EQ(distinct.size(), 6u);
+    EXPECT_EQ(Count({storage, "MEDIA_SIZE = 9 OR MEDIA_SIZE = 10"}), 2);
+    Disconnect();
+    ExpectSound(DatabaseFile());
+}
+
 TEST_F(IdentityTest, KeepsWhatAnEmptyMountPointHides) {
     Connect();
     const std::string storage = Mount("a", "U1");
