@@ -26,6 +26,11 @@ struct Mount {
     std::atomic<int64_t> number{0};  // in the database that is open; 0 while none is
     std::atomic<bool> gone{false};   // unmounted: nothing of it may be opened any more
     std::atomic<int> scanStatus{MEDIA_STORAGE_SCAN_STOPPED};
+
+    // Guarded by the service's mutex: whether others know of it, and a scan's end that waits.
+    bool announced = true;
+    bool endIsHeld = false;
+    media_content_error_e heldError = MEDIA_CONTENT_ERROR_NONE;
 };
 
 // One piece of work that may hold files of a storage open.

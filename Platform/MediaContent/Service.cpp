@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "Log/Log.h"
 #include "MediaContent/Extract/MediaTypes.h"
@@ -257,6 +258,7 @@ void Service::Mounted(const MountedStorage& storage) {
     std::lock_guard<std::mutex> lifecycle(m_lifecycle);
     const auto mount = std::make_shared<Mount>();
     mount->path = WithoutSlash(storage.mountPath);
+    mount->announced = storage.announced;
     mount->realPath = WithoutSlash(RealPath(storage.mountPath));
     if (mount->realPath.empty()) mount->realPath = mount->path;
     mount->identity = ChooseIdentity(storage, mount->path);
@@ -335,12 +337,33 @@ void Service::RunFullScan(const SessionPtr& session, const ActivityPtr& activity
         PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "scan of %s ended with error %d",
                      mount.path.c_str(), error);
     if (Current() != session) return;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        mount.endIsHeld = !mount.announced;
+        mount.heldError = error;
+        if (mount.endIsHeld) return;
+    }
+    ReportScanEnd(mount, error);
+}
+
+void Service::ReportScanEnd(Mount& mount, media_content_error_e error) {
     Update update;
     update.error = error;
     update.item = MEDIA_CONTENT_ITEM_DIRECTORY;
     update.id = mount.id;
     update.path = mount.path;
     m_updates.Report(std::move(update));
+}
+
+void Service::Announced(const std::string& mountPath) {
+    const auto mount = MountAt(mountPath);
+    if (!mount) return;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        mount->announced = true;
+        if (!std::exchange(mount->endIsHeld, false)) return;
+    }
+    ReportScanEnd(*mount, mount->heldError);
 }
 
 int Service::ScanFolder(const char* path, bool recursive, media_scan_completed_cb callback,

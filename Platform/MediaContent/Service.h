@@ -42,6 +42,7 @@ public:
 
     void Mounted(const MountedStorage& storage);
     void Unmounted(const std::string& mountPath);
+    void Announced(const std::string& mountPath);
     void Changed(const std::string& mountPath, const std::vector<std::string>& paths);
     std::vector<ScanProgress> Scans();
 
@@ -67,6 +68,7 @@ private:
     void Record(Session& session, Mount& mount);
     void StartFullScan(const SessionPtr& session, const std::shared_ptr<Mount>& mount);
     void RunFullScan(const SessionPtr& session, const ActivityPtr& activity);
+    void ReportScanEnd(Mount& mount, media_content_error_e error);
     void StartPurge(const SessionPtr& session);
     std::string ChooseIdentity(const MountedStorage& storage, const std::string& path);
     std::shared_ptr<Mount> MountAt(const std::string& mountPath);

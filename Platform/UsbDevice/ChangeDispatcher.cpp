@@ -1,9 +1,12 @@
 #include "UsbDevice/ChangeDispatcher.h"
 
 #include <glib.h>
+#include <string.h>
 
 #include <algorithm>
 #include <string>
+
+#include "MediaContent/MediaService.h"
 
 namespace platform {
 
@@ -68,6 +71,7 @@ bool ChangeDispatcher::DispatchOne() {
         const std::vector<Receiver> receivers = m_receivers;
         lock.unlock();
         for (const Receiver& receiver : receivers) Deliver(receiver, change);
+        if (strcmp(change.action, "mounted") == 0) StorageAnnounced(change.device->mountPath);
         lock.lock();
     }
     m_scheduled = !m_queue.empty();

@@ -94,6 +94,8 @@ void StorageMounted(const MountedStorage& storage) {
     Journal::Instance().Add("db+ " + storage.mountPath);
 }
 
+void StorageAnnounced(const std::string&) {}
+
 void StorageUnmounted(const std::string& mountPath) {
     Journal::Instance().Add("db- " + mountPath);
 }
