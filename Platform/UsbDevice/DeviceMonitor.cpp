@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <chrono>
 
 #include "Log/Log.h"
 #include "MediaContent/MediaService.h"
@@ -18,6 +19,13 @@ constexpr int kLongestWaitMs = 300;
 // After a look that failed there may be no event to tell that the next one would not.
 constexpr int kRetryMs = 5000;
 
+using Clock = std::chrono::steady_clock;
+
+int MsUntil(Clock::time_point end) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+    return static_cast<int>(std::max<long>(left, 0));
+}
+
 bool Holds(const DeviceList& devices, const DeviceRecord& device) {
     return std::any_of(devices.begin(), devices.end(),
                        [&](const DevicePtr& other) { return *other == device; });
@@ -31,8 +39,10 @@ const char* DepartureWord(const DeviceRecord& device) {
     return device.IsMounted() ? "blocked" : "removed";
 }
 
-MountedStorage StorageOf(const DeviceRecord& device) {
+// `announced`: nobody is to be told of the device by a change.
+MountedStorage StorageOf(const DeviceRecord& device, bool announced) {
     MountedStorage storage;
+    storage.announced = announced;
     storage.uuid = device.uuid;
     storage.serial = device.serial;
     storage.partition = device.number;
@@ -54,6 +64,7 @@ DeviceMonitor::~DeviceMonitor() {
 bool DeviceMonitor::Start() {
     std::vector<DeviceChange> present;
     if (!m_wakeUp || !m_source->Open() || !Look(present)) return false;
+    m_tellsChanges = true;
     m_thread = std::thread([this] { Run(); });
     return true;
 }
@@ -91,14 +102,17 @@ int DeviceMonitor::Timeout() const {
     return m_lookFailed || m_source->NeedsPolling() ? kRetryMs : -1;
 }
 
-// True when the devices may have changed (or the end is near), false when the time is over.
+// True when the devices may have changed (or the end is near), false when the time is over. Events
+// that mean nothing do not prolong it.
 bool DeviceMonitor::WaitForEvents(int timeoutMs) {
+    const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!m_stopping) {
         std::vector<pollfd> polled{{m_wakeUp.Get(), POLLIN, 0}};
         m_source->AddDescriptors(polled);
-        const int ready = poll(polled.data(), polled.size(), timeoutMs);
-        if (ready == 0) return false;
+        const int left = timeoutMs < 0 ? -1 : MsUntil(end);
+        const int ready = poll(polled.data(), polled.size(), left);
         if (ready > 0 && m_source->Drain()) return true;
+        if (left == 0) return false;
     }
     return true;
 }
@@ -155,7 +169,7 @@ void DeviceMonitor::TellArrived(const DeviceRecord& device) {
     if (!IsRecorded(device)) return;
     // Watched from before the scan on: what changes while it runs is not missed.
     m_contentWatcher->Add(device.mountPath);
-    StorageMounted(StorageOf(device));
+    StorageMounted(StorageOf(device, !m_tellsChanges));
 }
 
 void DeviceMonitor::TellGone(const DeviceRecord& device) {

@@ -57,6 +57,7 @@ private:
     std::unique_ptr<ContentWatcher> m_contentWatcher = std::make_unique<ContentWatcher>();
     const WakeUp m_wakeUp;
     std::atomic<bool> m_stopping{false};
+    bool m_tellsChanges = false;  // set before the thread starts: what arrives now is news
     std::thread m_thread;
 
     mutable std::mutex m_mutex;  // guards the two below; only the monitor thread writes them

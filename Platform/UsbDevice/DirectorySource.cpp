@@ -33,7 +33,6 @@ std::optional<std::set<std::string>> NamesIn(const std::string& path) {
     const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
     if (!directory) {
         if (errno == ENOENT || errno == ENOTDIR) return std::set<std::string>();
-        PLATFORM_LOG("USB_DEVICE", LOG_ERROR, "cannot read %s: %s", path.c_str(), strerror(errno));
         return std::nullopt;
     }
     std::set<std::string> names;
@@ -122,6 +121,10 @@ bool DirectorySource::Drain() {
 bool DirectorySource::List(std::vector<DeviceRecord>& devices) {
     m_watch.Arm();
     const auto names = NamesIn(m_root);
+    if (!names && !m_unreadable)
+        PLATFORM_LOG("USB_DEVICE", LOG_ERROR, "cannot read %s: %s", m_root.c_str(),
+                     strerror(errno));
+    m_unreadable = !names;
     if (!names) return false;
     const auto isAway = [&](const std::string& name) { return names->count(name) == 0; };
     m_watch.Forget(isAway);

@@ -36,6 +36,7 @@ private:
     const std::string m_root;
     MountTable m_mounts;  // a file system mounted over a folder is another stick
     RootWatch m_watch;
+    bool m_unreadable = false;                                     // logged already
     std::map<std::string, std::vector<std::string>> m_complaints;  // already logged, by key file
 };
 

@@ -45,10 +45,11 @@ void RootWatch::Arm() {
     bool settled = false;
     for (int turn = 0; !settled && turn < kTurns; ++turn) settled = WatchRoot() || WatchAncestor();
     if (m_rootWatch >= 0) Drop(m_ancestorWatch);
-    if (!IsArmed())
+    if (!IsArmed() && !m_complained)
         PLATFORM_LOG("USB_DEVICE", LOG_WARNING,
                      "cannot watch %s: %s; looking at it from time to time instead", m_root.c_str(),
                      strerror(errno));
+    m_complained = !IsArmed();
 }
 
 bool RootWatch::Drain() {

@@ -56,7 +56,8 @@ private:
     UniqueFd m_inotify;
     int m_rootWatch = -1;
     int m_ancestorWatch = -1;
-    dev_t m_device = 0;  // of the folder that m_rootWatch watches
+    bool m_complained = false;  // of a root that cannot be watched, which may last
+    dev_t m_device = 0;         // of the folder that m_rootWatch watches
     ino_t m_inode = 0;
     unsigned m_gone = 0;
     std::map<std::string, unsigned> m_timesGone;
