@@ -25,8 +25,13 @@ namespace {
 
 using namespace platform;
 
-// A helper whose memory has once grown so far ends after the answer: heaps do not shrink.
+// A helper whose memory has once grown so far ends after the answer: heaps do not shrink. The
+// sanitizers' own memory is no sign of anything.
+#ifdef CM_SANITIZED
+constexpr long RETIRE_KILOBYTES = 4 * 1024 * 1024;
+#else
 constexpr long RETIRE_KILOBYTES = 160 * 1024;
+#endif
 
 int Fail(const char* what) {
     std::fprintf(stderr, "contents-mgr-extract: %s\n", what);
