@@ -145,6 +145,38 @@ TEST_F(NotificationTest, WhatEachActionDoesToTheListAndTellsTheClient) {
     }
 }
 
+TEST_F(NotificationTest, AStickRecordedForTheThirdPassIsPairedAndSaidToBeLate) {
+    Rig rig;
+    ASSERT_TRUE(rig.task.Connect());
+    ASSERT_TRUE(rig.task.Disconnect());  // which cuts pauses short, but only its own connection's
+    ASSERT_TRUE(rig.task.Connect());
+    const int listings = platform.CallCount("media_storage_foreach_storage_from_db");
+    platform.Add(Storage{"S2", kNewStick, MEDIA_STORAGE_SCAN_COMPLETE, listings + 3});
+    platform.ForgetLog();
+    platform.FireUsb(Stick(kNewStick), "mounted");
+    EXPECT_EQ(Await("USB_CONNECTED")["storage"]["id"].asString(), "S2");
+    EXPECT_EQ(platform.CountLog(" TimeOut Occured \n"), 1);
+    EXPECT_FALSE(platform.HasLog(" UsbScanning is Completed \n"));
+}
+
+TEST_F(NotificationTest, AFailingPlatformNeverKeepsADeviceFromBeingTold) {
+    for (const char* call :
+         {"media_filter_create", "media_storage_foreach_storage_from_db", "media_storage_clone",
+          "media_storage_get_path", "media_storage_get_storage_id", "media_filter_destroy",
+          "usb_device_get_serial", "usb_device_get_mountpath", "usb_device_get_class"}) {
+        SCOPED_TRACE(call);
+        Rig rig;
+        ASSERT_TRUE(rig.task.Connect());
+        platform.Fail(call, 0, MEDIA_CONTENT_ERROR_DB_BUSY);
+        platform.FireUsb(Stick(kNewStick), "mounted");
+        Await("USB_CONNECTED");
+        platform.FireUsb(Stick(kNewStick), "blocked");
+        Await("USB_DISCONNECTED");
+        EXPECT_TRUE(platform.LiveHandles().empty());
+        platform.FailNoMore();
+    }
+}
+
 TEST_F(NotificationTest, AnUnlistedStickIsReportedAsTheDeviceTellsIt) {
     Rig rig;
     ASSERT_TRUE(rig.task.Connect());
@@ -210,19 +242,22 @@ TEST_F(NotificationTest, WhatIsSaidOfADevice) {
     EXPECT_EQ(platform.Log().front().message.find("startTime = "), 0u);
 }
 
-TEST_F(NotificationTest, EventsAreSentWithoutTheStorageLock) {
+TEST_F(NotificationTest, TheStorageLockIsHeldWhileTheListChangesAndNeverWhileAnEventIsSent) {
     Rig rig;
     ASSERT_TRUE(rig.task.Connect());
-    int free = 0;
-    platform.OnEvent([&](const Event&) {
-        if (!g_mutex_trylock(&StorageMutexOf(rig.task))) return;
-        ++free;
+    const auto isFree = [&] {
+        if (!g_mutex_trylock(&StorageMutexOf(rig.task))) return false;
         g_mutex_unlock(&StorageMutexOf(rig.task));
-    });
+        return true;
+    };
+    int free = 0, held = 0;
+    platform.OnEvent([&](const Event&) { free += isFree(); });
+    platform.OnCall("media_storage_foreach_storage_from_db", [&] { held += !isFree(); });
     platform.FireDbUpdate(ScanEnd(kStick));
     platform.FireUsb(Stick(kStick), "blocked");
     platform.FireUsb(Stick(kStick), "mounted");
     EXPECT_EQ(free, 3);
+    EXPECT_EQ(held, 1);
 }
 
 TEST_F(NotificationTest, NotificationsArriveThroughTheWatchers) {
@@ -275,6 +310,8 @@ const std::string kPhoto = std::string(kStick) + "/a.jpg";
 const ChangeCase kChangeCases[] = {
     {"scan done", ScanEnd(kStick), "SYNC_COMPLETED", false},
     {"scan failed", ScanEnd(kStick, MEDIA_CONTENT_ERROR_CANCELLED), "SYNC_FAILED", false},
+    {"scan failed otherwise", ScanEnd(kStick, static_cast<media_content_error_e>(1)), "SYNC_FAILED",
+     false},
     {"another folder", ScanEnd(std::string(kStick) + "/DCIM"), nullptr, false},
     {"no storage", ScanEnd("/opt/storage/usb/sdz1"), nullptr, false},
     {"a camera's path", ScanEnd("n/a"), nullptr, false},
