@@ -1,0 +1,136 @@
+// Every command of the service over D-Bus, with arguments that it takes and that it does not.
+#include "EndToEnd/Support/ServiceTest.h"
+
+namespace test {
+namespace {
+
+constexpr char kFailed[] = "dorn.PlivHost1.Error.CommandFailed";
+
+struct Case {
+    const char* command;
+    const char* arg1;
+    const char* arg2;
+    const char* arg3;
+    bool handled;
+    const char* value;
+};
+
+void Check(DBusClient& client, int handle, const Case& test) {
+    SCOPED_TRACE(std::string(test.command) + " \"" + test.arg1 + "\" \"" + test.arg2 + "\"");
+    const Answer answer = client.Execute(handle, test.command, test.arg1, test.arg2, test.arg3);
+    EXPECT_EQ(answer.error, "");
+    EXPECT_EQ(answer.handled, test.handled);
+    EXPECT_EQ(answer.value, test.value);
+}
+
+constexpr Case kDisconnected[] = {
+    {"Disconnect", "", "", "", true, "0"},
+    {"Query", "some-id", "photo", "", true, "0"},
+    {"Fetch", "0", "10", "", true, "0"},
+    {"GetCount", "2", "", "", true, "0"},
+    {"GetStorages", "", "", "", true, "0"},
+    {"RegisterContents", "some-id", R"({"fullpaths":["/a.jpg"]})", "", true, "0"},
+    {"UnregisterContents", "some-id", R"({"ids":["1"]})", "", true, "0"},
+    {"StartSync", "", "", "", true, "0"},
+    {"StopSync", "x", "", "", true, "0"},
+    {"GetSyncState", "", "", "", true, "0"},
+    {"SubscribeEvent", R"({"ids":["USB_CONNECTED"]})", "", "", true, "0"},
+    {"UnsubscribeEvent", R"({"ids":["a","b"]})", "", "", true, "0"},
+    {"SubscribeEvent", R"({"ids":[]})", "", "", false, ""},
+    {"SubscribeEvent", "{}", "", "", false, ""},
+    {"SubscribeEvent", "", "", "", false, ""},
+    {"UnsubscribeEvent", "no JSON", "", "", false, ""},
+    {"connect", "", "", "", false, ""},
+    {"Connect ", "", "", "", false, ""},
+    {"", "", "", "", false, ""},
+    {"\xe2\x82\xac", "", "", "", false, ""},
+};
+
+constexpr Case kConnected[] = {
+    {"Connect", "", "", "", true, "1"},
+    {"Connect", "again", "", "", true, "1"},
+    {"GetStorages", "", "", "", true, "{\"storages\":[]}\n"},
+    {"Query", "", "photo", "", true, "0"},
+    {"Query", "some-id", "photos", "", false, ""},
+    {"Query", "some-id", "Photo", "", false, ""},
+    {"Query", "some-id", "", "", false, ""},
+    {"Fetch", "0", "10", "", true, "0"},
+    {"Fetch", "x", "y", "", true, "0"},
+    {"GetCount", "no number", "", "", true, "0"},
+    {"GetCount", "99999999999999999999", "", "", true, "0"},
+    {"RegisterContents", "", "no JSON", "", true, "0"},
+    {"RegisterContents", "", R"({"fullpaths":[]})", "", true, "0"},
+    {"RegisterContents", "", "{}", "", true, "0"},
+    {"UnregisterContents", "", "no JSON", "", true, "0"},
+    {"UnregisterContents", "", R"({"ids":[]})", "", true, "0"},
+    {"Query", "some-id", "photo", "", true, "1"},
+    {"Disconnect", "", "", "", true, "1"},
+    {"Disconnect", "", "", "", true, "0"},
+};
+
+TEST_F(ServiceTest, EveryCommandAnswersAsItShould) {
+    StartService();
+    const auto client = Client();
+    const int handle = client->Open();
+    for (const Case& test : kDisconnected) Check(*client, handle, test);
+    for (const Case& test : kConnected) Check(*client, handle, test);
+}
+
+TEST_F(ServiceTest, JsonOfTheWrongShapeIsAnErrorAndTheServiceLives) {
+    StartService();
+    const auto client = Client();
+    const int handle = client->Open();
+    const Case cases[] = {
+        {"SubscribeEvent", R"({"ids":{"a":1}})", "", "", false, ""},
+        {"SubscribeEvent", R"({"ids":[{"a":1}]})", "", "", false, ""},
+        {"SubscribeEvent", R"({"ids":[["a"]]})", "", "", false, ""},
+        {"UnsubscribeEvent", R"([1,2])", "", "", false, ""},
+        {"UnsubscribeEvent", R"("text")", "", "", false, ""},
+        {"RegisterContents", "", R"(["/a.jpg"])", "", false, ""},
+        {"RegisterContents", "", R"({"fullpaths":[{}, []]})", "", false, ""},
+        {"UnregisterContents", "", R"([["1"]])", "", false, ""},
+        {"UnregisterContents", "", R"({"ids":[{"a":"b"}]})", "", false, ""},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(std::string(test.command) + test.arg1 + test.arg2);
+        const Answer answer = client->Execute(handle, test.command, test.arg1, test.arg2);
+        if (answer.error.empty())
+            EXPECT_FALSE(answer.handled && answer.value != "0") << answer.value;
+        else
+            EXPECT_EQ(answer.error, kFailed) << answer.text;
+        EXPECT_EQ(client->Execute(handle, "StartSync").value, "0");
+    }
+}
+
+TEST_F(ServiceTest, HugeAndOddArgumentsHarmNobody) {
+    StartService();
+    MediaClient media(Socket());
+    const std::string huge(4 << 20, 'x');
+    const std::string deep(200000, '[');
+    const std::string commands[] = {"Query",
+                                    "Fetch",
+                                    "GetCount",
+                                    "SubscribeEvent",
+                                    "RegisterContents",
+                                    "UnregisterContents",
+                                    "GetStorages",
+                                    huge};
+    for (const auto& command : commands)
+        for (const auto& text : {huge, deep, std::string("$USB_DIR/../../etc/passwd")})
+            media.Raw().Execute(media.Handle(), command, text, text, text, text);
+    EXPECT_EQ(media.Run("GetStorages"), "{\"storages\":[]}\n");
+}
+
+TEST_F(ServiceTest, ParameterListsRunNothing) {
+    StartService();
+    const auto client = Client();
+    const int handle = client->Open();
+    const Answer named = client->ExecuteWithParamList(handle, "Connect", {"a"});
+    EXPECT_TRUE(named.handled);
+    EXPECT_EQ(named.value, "");
+    EXPECT_FALSE(client->ExecuteWithParamList(handle, "", {}).handled);
+    EXPECT_EQ(client->Execute(handle, "Disconnect").value, "0") << "the list ran a command";
+}
+
+}  // namespace
+}  // namespace test

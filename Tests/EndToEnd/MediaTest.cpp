@@ -1,0 +1,184 @@
+// The main job: real files on a stick, found, counted, paged and kept up to date.
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "EndToEnd/Support/ServiceTest.h"
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The names of regular files below `folder` that end so, without the folder.
+std::set<std::string> FilesOnDisk(const std::string& folder, const std::string& extension) {
+    std::set<std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(folder))
+        if (entry.is_regular_file() && entry.path().extension() == extension)
+            files.insert(fs::relative(entry.path(), folder));
+    return files;
+}
+
+std::string ClientRoot(const std::string& usbRoot) {
+    return usbRoot.substr(0, usbRoot.find("/opt/storage/usb")) + "$USB_DIR";
+}
+
+// What the items' paths hold below the folder; a path that comes twice fails the test.
+std::set<std::string> PathsBelow(const std::string& folder, const Json::Value& items) {
+    std::set<std::string> paths;
+    for (const auto& item : items) {
+        const std::string path = item["fullPathName"].asString();
+        EXPECT_EQ(path.compare(0, folder.size() + 1, folder + "/"), 0) << path;
+        EXPECT_TRUE(paths.insert(path.substr(folder.size() + 1)).second) << path << " came twice";
+    }
+    return paths;
+}
+
+TEST_F(ServiceTest, AllPagesTogetherAreTheFilesOnTheStick) {
+    PlugIn("stick", {"--photos", "DIR", "640"});
+    StartService();
+    MediaClient media(Socket());
+    const Json::Value storage = media.Storage("stick");
+    EXPECT_EQ(storage["type"], "msc");
+    const auto onDisk = FilesOnDisk(UsbRoot() + "/stick", ".jpg");
+    ASSERT_EQ(media.Query(storage["id"].asString(), "photo"), static_cast<int>(onDisk.size()));
+    for (const int pageSize : {1000, 97}) {
+        const Json::Value items = media.FetchAll("photos", pageSize);
+        EXPECT_EQ(PathsBelow(ClientRoot(UsbRoot()) + "/stick", items), onDisk) << pageSize;
+    }
+    EXPECT_EQ(media.Query(storage["id"].asString(), "video"), 0);
+    EXPECT_EQ(media.FetchAll("videos", 10).size(), 0u);
+}
+
+TEST_F(ServiceTest, PhotosCarryWhatTheirFilesSay) {
+    PlugIn("stick", {"--photos", "DIR", "12"});
+    StartService();
+    MediaClient media(Socket());
+    ASSERT_EQ(media.Query(media.Storage("stick")["id"].asString(), "photo"), 13);
+    std::set<std::string> orientations;
+    int placed = 0;
+    int sized = 0;
+    for (const auto& item : media.FetchAll("photos", 1000)) {
+        EXPECT_EQ(item["mime"], "image/jpeg");
+        EXPECT_EQ(item["addedTime"], item["modifiedTime"]);
+        const std::string path = item["fullPathName"].asString();
+        const std::string file = UsbRoot() + path.substr(ClientRoot(UsbRoot()).size());
+        EXPECT_EQ(item["size"].asString(), std::to_string(fs::file_size(file))) << path;
+        orientations.insert(item["orientation"].asString());
+        placed += item["latitude"] != "0" ? 1 : 0;
+        sized += item["width"] != "0" && item["height"] != "0" ? 1 : 0;
+    }
+    EXPECT_GE(sized, 12) << "pictures without their size";
+    EXPECT_GT(placed, 0) << "no picture has its position";
+    EXPECT_GT(orientations.size(), 2u) << "orientations were not read";
+}
+
+TEST_F(ServiceTest, PagesAreCheckedAndNewestComesFirst) {
+    PlugIn("stick", {"--photos", "DIR", "24"});
+    StartService();
+    MediaClient media(Socket());
+    ASSERT_EQ(media.Query(media.Storage("stick")["id"].asString(), "photo"), 25);
+    const struct {
+        const char* start;
+        const char* count;
+    } refused[] = {{"0", "0"}, {"0", "1001"}, {"-1", "5"}, {"26", "5"}, {"0", "-3"}};
+    for (const auto& page : refused)
+        EXPECT_EQ(media.Run("Fetch", page.start, page.count), "0") << page.start;
+    EXPECT_EQ(media.Fetch(25, 10)["photos"].size(), 0u);
+    EXPECT_TRUE(media.Fetch(15, 10)["isLastPage"].asBool());
+    EXPECT_FALSE(media.Fetch(14, 10)["isLastPage"].asBool());
+    const Json::Value whole = media.Fetch(0, 1000)["photos"];
+    const Json::Value part = media.Fetch(5, 3)["photos"];
+    for (Json::ArrayIndex i = 0; i < 3; ++i) EXPECT_EQ(part[i]["id"], whole[5 + i]["id"]);
+}
+
+TEST_F(ServiceTest, AStickThatComesAndGoesIsToldAndKeepsItsIds) {
+    StartService();
+    MediaClient media(Socket());
+    PlugIn("late", {"--photos", "DIR", "20"});
+    const auto connected = media.Raw().Wait("USB_CONNECTED");
+    ASSERT_TRUE(connected);
+    EXPECT_EQ(connected->kind, 0);
+    const Json::Value told = Parse(connected->payload)["storage"];
+    EXPECT_EQ(told["mountPath"], ClientRoot(UsbRoot()) + "/late");
+    const Json::Value storage = media.Storage("late");
+    ASSERT_EQ(media.Query(storage["id"].asString(), "photo"), 21);
+    const Json::Value before = media.FetchAll("photos", 1000);
+    PullOut("late");
+    ASSERT_TRUE(media.Raw().Wait("USB_DISCONNECTED"));
+    EXPECT_EQ(media.Run("GetStorages"), "{\"storages\":[]}\n");
+    EXPECT_EQ(media.Query(storage["id"].asString(), "photo", "", "false"), 0);
+    fs::rename(Folder() + "/pulled-late", UsbRoot() + "/late");
+    ASSERT_TRUE(media.Raw().Wait("USB_CONNECTED"));
+    EXPECT_EQ(media.Storage("late")["id"], storage["id"]);
+    ASSERT_EQ(media.Query(storage["id"].asString(), "photo"), 21);
+    EXPECT_EQ(media.FetchAll("photos", 1000), before) << "a returning stick changed";
+}
+
+TEST_F(ServiceTest, RegisteredFilesAreListedAndRemovedOnesAreNot) {
+    PlugIn("stick", {"--photos", "DIR", "10"});
+    StartService();
+    MediaClient media(Socket());
+    const std::string id = media.Storage("stick")["id"].asString();
+    ASSERT_EQ(media.Query(id, "photo"), 11);
+    const std::string item = media.Fetch(0, 1)["photos"][0]["id"].asString();
+    const std::string path = media.Fetch(0, 1)["photos"][0]["fullPathName"].asString();
+    EXPECT_NE(media.Run("UnregisterContents", id, "{\"ids\":[\"" + item + "\",\"none\"]}"), "0");
+    const auto removed = media.Raw().Wait("CONTENTS_UNREGISTER_COMPLETED");
+    ASSERT_TRUE(removed);
+    const Json::Value removal = Parse(removed->payload);
+    EXPECT_EQ(removal["result"].asInt(), 0);
+    EXPECT_EQ(removal["succeeded"][0], item);
+    EXPECT_EQ(removal["failed"][0], "none");
+    EXPECT_EQ(media.Query(id, "photo"), 10);
+    const std::string paths =
+        "{\"fullpaths\":[\"" + path + "\",\"$USB_DIR/stick\",\"/etc/hostname\",\"/missing\"]}";
+    EXPECT_NE(media.Run("RegisterContents", id, paths), "0");
+    const auto registered = media.Raw().Wait("CONTETNS_REGISTER_COMPLETED");
+    ASSERT_TRUE(registered);
+    const Json::Value outcome = Parse(registered->payload);
+    EXPECT_EQ(outcome["result"].asInt(), 0);
+    ASSERT_EQ(outcome["succeeded"].size(), 1u);
+    EXPECT_EQ(outcome["failed"].size(), 3u);
+    EXPECT_EQ(media.Query(id, "photo"), 11);
+}
+
+// Folder pages show subfolders from disk and files from the database.
+TEST_F(ServiceTest, FoldersAreListedAsTheyAreOnTheStick) {
+    PlugIn("stick", {"--small", "DIR"});
+    StartService();
+    MediaClient media(Socket());
+    const Json::Value storage = media.Storage("stick");
+    ASSERT_GT(media.Query(storage["id"].asString(), "photo"), 0);
+    const std::string folder = storage["mountPath"].asString() + "/Photos";
+    std::set<std::string> onDisk;
+    std::set<std::string> foldersOnDisk;
+    for (const auto& entry : fs::directory_iterator(UsbRoot() + "/stick/Photos"))
+        (entry.is_directory() ? foldersOnDisk : onDisk).insert(entry.path().filename());
+    const int count = media.Query(storage["id"].asString(), "folder", folder);
+    EXPECT_EQ(count, static_cast<int>(onDisk.size() + foldersOnDisk.size()));
+    const Json::Value page = media.Fetch(0, 1000);
+    std::set<std::string> names;
+    for (const auto& file : page["files"])
+        EXPECT_TRUE(names.insert(file["name"].asString()).second);
+    EXPECT_EQ(names, onDisk);
+    names.clear();
+    for (const auto& sub : page["folders"])
+        EXPECT_TRUE(names.insert(sub["name"].asString()).second);
+    EXPECT_EQ(names, foldersOnDisk);
+}
+
+TEST_F(ServiceTest, TheDatabaseSurvivesAKillInTheMiddleOfAScan) {
+    PlugIn("stick", {"--photos", "DIR", "600"});
+    StartService();
+    MediaClient(Socket()).Storage("stick");
+    Service().Signal(SIGKILL);
+    EXPECT_EQ(Service().Wait(), 128 + SIGKILL);
+    StartService();
+    MediaClient media(Socket());
+    EXPECT_EQ(media.Query(media.Storage("stick")["id"].asString(), "photo"), 601);
+}
+
+}  // namespace
+}  // namespace test

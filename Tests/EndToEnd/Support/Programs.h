@@ -1,0 +1,48 @@
+// Child processes.
+#ifndef TESTS_END_TO_END_SUPPORT_PROGRAMS_H
+#define TESTS_END_TO_END_SUPPORT_PROGRAMS_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace test {
+
+struct Outcome {
+    int status;  // exit status; 128 + signal when killed; -1 when it did not end in time
+    std::string output;
+    std::string errors;
+};
+
+using Variables = std::vector<std::pair<std::string, std::string>>;
+
+// Runs a program to its end, or kills it past the deadline.
+Outcome RunProgram(const std::vector<std::string>& arguments, const Variables& environment = {});
+
+// One that runs beside the test. Its output and errors go to the file.
+class Program {
+public:
+    Program(const std::vector<std::string>& arguments, const std::string& logFile,
+            const Variables& environment = {});
+    ~Program();  // kills it when it still runs
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    void Signal(int number) const;
+    bool IsRunning();
+    // Waits for its end; the status as in Outcome.
+    int Wait();
+    pid_t Pid() const { return m_pid; }
+
+private:
+    pid_t m_pid;
+    bool m_ended = false;
+    int m_status = -1;
+};
+
+std::string ReadFile(const std::string& path);
+
+}  // namespace test
+
+#endif
