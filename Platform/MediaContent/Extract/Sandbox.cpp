@@ -71,6 +71,7 @@ bool AllowReading(const Filter& filter) {
     const scmp_arg_cmp socketOnly = SCMP_A0(SCMP_CMP_EQ, HELPER_SOCKET_FD);
     const scmp_arg_cmp errorsOnly = SCMP_A0(SCMP_CMP_EQ, STDERR_FILENO);
     return Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(pread64)) &&
+           Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(fadvise64)) &&
            Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(close)) &&
            Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(recvmsg), socketOnly) &&
            Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(sendto), socketOnly) &&
