@@ -4,10 +4,10 @@ set(CPACK_PACKAGE_NAME contents-mgr)
 set(CPACK_PACKAGE_VENDOR dorn)
 set(CPACK_PACKAGE_CONTACT "dorn <contents-mgr@localhost>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "media contents of USB storages and cameras over D-Bus")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "media contents of USB storages and cameras over D-Bus
- Finds USB sticks and cameras, keeps a database of the photos, videos and music
- on them, and answers queries of its clients page by page. Inserted sticks are
- mounted read-only below /opt/storage/usb.")
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+"Finds USB sticks and cameras, keeps a database of the photos, videos and music
+on them, and answers queries of its clients page by page. Inserted sticks are
+mounted read-only below /opt/storage/usb.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
