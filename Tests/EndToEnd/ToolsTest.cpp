@@ -168,18 +168,30 @@ TEST_F(ServiceTest, TheToolRegistersAndMonitors) {
     const std::string id = items[0]["id"].asString();
     Program monitor({CONTENTSCTL, "--json", "--address", Address(), "monitor"},
                     Folder() + "/monitor");
+    const auto told = [&](const char* text) {
+        return Until(
+            [&] { return ReadFile(Folder() + "/monitor").find(text) != std::string::npos; });
+    };
+    ASSERT_TRUE(told("Listening"));
     EXPECT_EQ(Tool({"unregister", id}).output, "removed " + id + "\n");
     EXPECT_EQ(Tool({"count", "stick", "photo"}).output, "5\n");
     EXPECT_EQ(Tool({"register", items[0]["fullPathName"].asString()}).status, 0);
     EXPECT_EQ(Tool({"count", "stick", "photo"}).output, "6\n");
-    const auto told = [&](const char* name) {
-        return Until(
-            [&] { return ReadFile(Folder() + "/monitor").find(name) != std::string::npos; });
-    };
     PullOut("stick");
     EXPECT_TRUE(told("USB_DISCONNECTED"));
     monitor.Signal(SIGTERM);
     EXPECT_EQ(monitor.Wait(), 0);
+}
+
+// The example in the documents, as a reader would run it.
+TEST_F(ServiceTest, TheExampleClientInTheDocumentsWorks) {
+    PlugIn("stick", {"--photos", "DIR", "12"});
+    StartService();
+    const Outcome outcome = RunProgram({"sh", EXAMPLE_CLIENT, Address(), "stick"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_NE(outcome.output.find("13 photos"), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find("$USB_DIR/stick/"), std::string::npos) << outcome.output;
+    EXPECT_NE(RunProgram({"sh", EXAMPLE_CLIENT, Address(), "no such stick"}).status, 0);
 }
 
 }  // namespace

@@ -110,6 +110,7 @@ void RunUnregister(Session& session, const Options& options, const Words& argume
 }
 
 void RunMonitor(Session& session, const Options& options, const Words&) {
+    fputs("Listening; interrupt to end.\n", stderr);
     session.Listen([&](const Event& event) { PrintEvent(event, options.json); });
 }
 
