@@ -147,14 +147,12 @@ ExtractorOptions Options() {
     return options;
 }
 
-constexpr size_t AT_ONCE = 32;
-
 // Some files from `first` on; returns how many failed.
-size_t ReadSome(ExtractorPool& pool, const std::vector<File>& files, size_t first,
+size_t ReadSome(ExtractorPool& pool, const std::vector<File>& files, size_t first, size_t count,
                 const std::atomic<bool>& cancel) {
     std::vector<UniqueFd> open;
     std::vector<ExtractFile> wanted;
-    for (size_t i = first; i < std::min(first + AT_ONCE, files.size()); ++i) {
+    for (size_t i = first; i < std::min(first + count, files.size()); ++i) {
         open.push_back(Open(files[i]));
         wanted.push_back({open.back().Get(), files[i].kind, files[i].mime});
     }
@@ -165,15 +163,15 @@ size_t ReadSome(ExtractorPool& pool, const std::vector<File>& files, size_t firs
 }
 
 // As many callers as helpers, each with every second handful. The start of the helpers counts.
-void AllThroughHelpers(benchmark::State& state, const std::vector<File>& files) {
+void AllThroughHelpers(benchmark::State& state, const std::vector<File>& files, size_t atOnce) {
     const ProcessorTime time(state);
     const std::atomic<bool> cancel{false};
     std::atomic<size_t> failed{0};
     for (auto _ : state) {
         ExtractorPool pool(Options());
         const auto work = [&](size_t first) {
-            for (size_t i = first * AT_ONCE; i < files.size(); i += CORES * AT_ONCE)
-                failed += ReadSome(pool, files, i, cancel);
+            for (size_t i = first * atOnce; i < files.size(); i += CORES * atOnce)
+                failed += ReadSome(pool, files, i, atOnce, cancel);
         };
         std::thread other(work, 1);
         work(0);
@@ -235,7 +233,11 @@ void Register(const std::vector<File>& small, const std::vector<File>& large) {
         ->Unit(benchmark::kMillisecond)
         ->UseRealTime()
         ->Repetitions(5);
-    benchmark::RegisterBenchmark("all/helpers", AllThroughHelpers, large)
+    benchmark::RegisterBenchmark("all/helpers one by one", AllThroughHelpers, large, 1)
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime()
+        ->Repetitions(5);
+    benchmark::RegisterBenchmark("all/helpers", AllThroughHelpers, large, 32)
         ->Unit(benchmark::kMillisecond)
         ->UseRealTime()
         ->Repetitions(5);
