@@ -94,50 +94,28 @@ struct PairingCase {
 
 TEST_F(ConnectionTest, SticksArePairedWithTheirStoragesInAtMostThreePasses) {
     const std::string other = "/opt/storage/usb/sdb1";
+    // clang-format off
     const PairingCase cases[] = {
         {"nothing attached", {}, {}, {}, 0, nullptr},
         {"recorded already", {Stick(kStick)}, {{"S1", kStick}}, {"S1"}, 1, kCompleted},
-        {"recorded in the second pass",
-         {Stick(kStick)},
-         {{"S1", kStick, 3, 2}},
-         {"S1"},
-         2,
+        {"recorded in the second pass", {Stick(kStick)}, {{"S1", kStick, 3, 2}}, {"S1"}, 2,
          kCompleted},
-        {"recorded in the third pass: paired, and said to be late",
-         {Stick(kStick)},
-         {{"S1", kStick, 3, 3}},
-         {"S1"},
-         3,
-         kTimeOut},
+        {"recorded in the third pass: paired, and said to be late", {Stick(kStick)}, {{"S1", kStick,
+         3, 3}}, {"S1"}, 3, kTimeOut},
         {"recorded too late", {Stick(kStick)}, {{"S1", kStick, 3, 4}}, {""}, 3, kTimeOut},
-        {"two sticks, in discovery order",
-         {Stick(other), Stick(kStick)},
-         {{"S1", kStick}, {"S2", other}},
-         {"S2", "S1"},
-         1,
-         kCompleted},
-        {"one stick mounted elsewhere",
-         {Stick(kStick), Stick("/mnt/disk")},
-         {{"S1", kStick}},
-         {"S1", ""},
-         3,
-         kTimeOut},
-        {"only a stick mounted elsewhere",
-         {Stick("/mnt/disk")},
-         {{"S1", kStick}},
-         {""},
-         0,
+        {"two sticks, in discovery order", {Stick(other), Stick(kStick)}, {{"S1", kStick}, {"S2",
+         other}}, {"S2", "S1"}, 1, kCompleted},
+        {"one stick mounted elsewhere", {Stick(kStick), Stick("/mnt/disk")}, {{"S1", kStick}},
+         {"S1", ""}, 3, kTimeOut},
+        {"only a stick mounted elsewhere", {Stick("/mnt/disk")}, {{"S1", kStick}}, {""}, 0,
          nullptr},
         {"a card reader without a card", {Stick("n/a")}, {}, {""}, 0, nullptr},
         {"only a camera", {Camera(1, 2)}, {{"S1", kStick}}, {""}, 0, nullptr},
         {"the root itself", {Stick(kRoot)}, {{"S0", kRoot}}, {"S0"}, 1, kCompleted},
-        {"the root's text anywhere counts",
-         {Stick("/mnt/opt/storage/usb2/x")},
-         {{"S3", "/mnt/opt/storage/usb2/x"}},
-         {"S3"},
-         1,
-         kCompleted},
+        {"the root's text anywhere counts", {Stick("/mnt/opt/storage/usb2/x")}, {{"S3",
+         "/mnt/opt/storage/usb2/x"}}, {"S3"}, 1, kCompleted},
     };
+    // clang-format on
     for (const PairingCase& c : cases) {
         SCOPED_TRACE(c.what);
         platform.Reset();
@@ -193,36 +171,19 @@ struct ConnectFault {
 
 TEST_F(ConnectionTest, EachFailingCallOfConnect) {
     const int error = USB_DEVICE_ERROR_IO;
+    // clang-format off
     const ConnectFault cases[] = {
         {"media_content_connect", 1, false, 0, 0, {"failed to Media_content_connect"}},
-        {"usb_device_init",
-         1,
-         false,
-         1,
-         0,
-         {"start usb_device_init...\n", "failed to usb_device_init \n"}},
-        {"usb_device_get_device_list",
-         1,
-         false,
-         0,
-         0,
+        {"usb_device_init", 1, false, 1, 0, {"start usb_device_init...\n",
+         "failed to usb_device_init \n"}},
+        {"usb_device_get_device_list", 1, false, 0, 0,
          {"[result of usb_device_get_device_list is [-2003]\n", " Error Type is -2003 \n",
-          " failed to m_GetStorages() \n"},
-         10},
-        {"usb_device_get_device_list",
-         2,
-         false,
-         0,
-         0,
+         " failed to m_GetStorages() \n"}, 10},
+        {"usb_device_get_device_list", 2, false, 0, 0,
          {"[usbListSize of usb_device_get_device_list camera is [-2003]\n",
-          " Error Type is -2003 \n", " failed to m_GetStorages() \n"},
-         10},
-        {"media_filter_create",
-         1,
-         false,
-         0,
-         0,
-         {"[m_GetStorages] - failed to media_filter_create", " failed to m_GetStorages() \n"}},
+         " Error Type is -2003 \n", " failed to m_GetStorages() \n"}, 10},
+        {"media_filter_create", 1, false, 0, 0, {"[m_GetStorages] - failed to media_filter_create",
+         " failed to m_GetStorages() \n"}},
         {"usb_device_list_get_count", 0, true, 1, 1, {}},
         {"usb_device_list_get_first", 1, true, 1, 1, {" FAILED TO usb_device_list_get_first \n"}},
         {"usb_device_list_get_next", 1, true, 1, 1, {" FAILED TO usb_device_list_get_next \n"}},
@@ -237,6 +198,7 @@ TEST_F(ConnectionTest, EachFailingCallOfConnect) {
         {"media_storage_destroy", 0, true, 1, 1, {}},
         {"media_filter_destroy", 0, true, 1, 1, {"FAILED TO media_filter_destroy"}},
     };
+    // clang-format on
     for (const ConnectFault& c : cases) {
         SCOPED_TRACE(c.function + std::to_string(c.nth));
         platform.Reset();

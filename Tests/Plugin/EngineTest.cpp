@@ -1,4 +1,6 @@
 // The process entry, the application object, the commands and the notifications.
+#include <algorithm>
+
 #include "PlivAppContentsMgr.h"
 #include "PluginTest.h"
 
@@ -140,8 +142,13 @@ TEST_F(EngineTest, StoragesAreAnsweredAsText) {
     EXPECT_EQ(Command(engine, "GetStorages").value, "{\"storages\":[]}\n");
     AddStick();
     AddStick("/opt/storage/usb/sdb1", "S2");
-    const Json::Value storages = Parse(Command(engine, "GetStorages").value)["storages"];
-    EXPECT_EQ(Column(storages, "id"), (Strings{"S1", "S2"}));
+    Device odd = Stick("/mnt/disk");
+    odd.partlabel = "\xff label";  // not UTF-8
+    platform.Add(odd);
+    const std::string text = Command(engine, "GetStorages").value;
+    EXPECT_EQ(std::count_if(text.begin(), text.end(), [](char c) { return c < 0; }), 0);
+    const Json::Value storages = Parse(text)["storages"];
+    EXPECT_EQ(Column(storages, "id"), (Strings{"S1", "S2", ""}));
     EXPECT_TRUE(platform.HasLog("[GetStorages] CMD Executed(1)"));
 }
 
@@ -206,80 +213,37 @@ TEST_F(EngineTest, EachNotificationIsOneEvent) {
     const auto fetchLine = [](int result) {
         return "Fetch Finished Result: " + std::to_string(result) + ", Id: 9";
     };
+    // clang-format off
     const NotificationCase cases[] = {
-        {"registered",
-         [&](auto& e) { e.OnContentsRegistered(0, 5, done, ids); },
-         1,
-         "CONTETNS_REGISTER_COMPLETED",
-         registered,
-         {registered + "\n"}},
-        {"nothing registered",
-         [&](auto& e) { e.OnContentsRegistered(1, 5, noneDone, none); },
-         1,
-         "CONTETNS_REGISTER_COMPLETED",
-         R"({"failed":null,"result":1,"succeeded":[]})",
-         {}},
-        {"removed",
-         [&](auto& e) { e.OnContentsUnregistered(1, 5, ids, none); },
-         1,
-         "CONTENTS_UNREGISTER_COMPLETED",
-         R"({"failed":null,"result":1,"succeeded":["7","8"]})",
+        {"registered", [&](auto& e) { e.OnContentsRegistered(0, 5, done, ids); }, 1,
+         "CONTETNS_REGISTER_COMPLETED", registered, {registered + "\n"}},
+        {"nothing registered", [&](auto& e) { e.OnContentsRegistered(1, 5, noneDone, none); }, 1,
+         "CONTETNS_REGISTER_COMPLETED", R"({"failed":null,"result":1,"succeeded":[]})", {}},
+        {"removed", [&](auto& e) { e.OnContentsUnregistered(1, 5, ids, none); }, 1,
+         "CONTENTS_UNREGISTER_COMPLETED", R"({"failed":null,"result":1,"succeeded":["7","8"]})",
          {"{\"failed\":null,\"result\":1,\"succeeded\":[\"7\",\"8\"]}\n"}},
-        {"not removed",
-         [&](auto& e) { e.OnContentsUnregistered(0, 5, none, ids); },
-         1,
-         "CONTENTS_UNREGISTER_COMPLETED",
-         R"({"failed":["7","8"],"result":0,"succeeded":null})",
+        {"not removed", [&](auto& e) { e.OnContentsUnregistered(0, 5, none, ids); }, 1,
+         "CONTENTS_UNREGISTER_COMPLETED", R"({"failed":["7","8"],"result":0,"succeeded":null})",
          {}},
-        {"query",
-         [](auto& e) { e.OnQueryFinished(1, 12); },
-         1,
-         "QUERY_COMPLETED",
-         R"({"count":12,"result":1})",
-         {"Query Finished Result: 1, Count: 12", "{\"count\":12,\"result\":1}\n"}},
-        {"failed query",
-         [](auto& e) { e.OnQueryFinished(0, 3); },
-         1,
-         "QUERY_COMPLETED",
-         R"({"result":0})",
-         {"Query Finished Result: 0, Count: 3"}},
-        {"late query",
-         [](auto& e) { e.OnQueryFinished(-10, 0); },
-         1,
-         "QUERY_COMPLETED",
-         R"({"result":-10})",
-         {}},
-        {"photos",
-         fetch(1, dorn::MEDIA_TYPE_PHOTO),
-         1,
-         "FETCH_COMPLETED",
-         fetched + R"("photos":["p"],"result":1})",
-         {fetchLine(1)}},
-        {"videos",
-         fetch(1, dorn::MEDIA_TYPE_VIDEO),
-         1,
-         "FETCH_COMPLETED",
-         fetched + R"("result":1,"videos":["p"]})",
-         {fetchLine(1)}},
-        {"music",
-         fetch(1, dorn::MEDIA_TYPE_MUSIC),
-         1,
-         "FETCH_COMPLETED",
-         fetched + R"("music":["p"],"result":1})",
-         {fetchLine(1)}},
-        {"folder type on a media page",
-         fetch(1, dorn::MEDIA_TYPE_FOLDER),
-         1,
-         "FETCH_COMPLETED",
-         fetched + R"("result":1})",
-         {fetchLine(1)}},
-        {"failed page",
-         fetch(0, dorn::MEDIA_TYPE_PHOTO),
-         1,
-         "FETCH_COMPLETED",
-         fetched + R"("result":0})",
-         {fetchLine(0)}},
+        {"query", [](auto& e) { e.OnQueryFinished(1, 12); }, 1, "QUERY_COMPLETED",
+         R"({"count":12,"result":1})", {"Query Finished Result: 1, Count: 12",
+         "{\"count\":12,\"result\":1}\n"}},
+        {"failed query", [](auto& e) { e.OnQueryFinished(0, 3); }, 1, "QUERY_COMPLETED",
+         R"({"result":0})", {"Query Finished Result: 0, Count: 3"}},
+        {"late query", [](auto& e) { e.OnQueryFinished(-10, 0); }, 1, "QUERY_COMPLETED",
+         R"({"result":-10})", {}},
+        {"photos", fetch(1, dorn::MEDIA_TYPE_PHOTO), 1, "FETCH_COMPLETED",
+         fetched + R"("photos":["p"],"result":1})", {fetchLine(1)}},
+        {"videos", fetch(1, dorn::MEDIA_TYPE_VIDEO), 1, "FETCH_COMPLETED",
+         fetched + R"("result":1,"videos":["p"]})", {fetchLine(1)}},
+        {"music", fetch(1, dorn::MEDIA_TYPE_MUSIC), 1, "FETCH_COMPLETED",
+         fetched + R"("music":["p"],"result":1})", {fetchLine(1)}},
+        {"folder type on a media page", fetch(1, dorn::MEDIA_TYPE_FOLDER), 1, "FETCH_COMPLETED",
+         fetched + R"("result":1})", {fetchLine(1)}},
+        {"failed page", fetch(0, dorn::MEDIA_TYPE_PHOTO), 1, "FETCH_COMPLETED",
+         fetched + R"("result":0})", {fetchLine(0)}},
     };
+    // clang-format on
     CPlivEngineContentsMgr engine;
     for (const NotificationCase& c : cases) {
         SCOPED_TRACE(c.what);

@@ -123,15 +123,18 @@ TEST_F(QueryTest, AFolderCountsItsKnownItemsAndVisibleSubfolders) {
     ASSERT_TRUE(rig.task.Connect());
     ASSERT_TRUE(rig.task.Query("DISK", dorn::MEDIA_TYPE_FOLDER, folder.Path(), ""));
     EXPECT_EQ(Await("QUERY_COMPLETED")["count"].asInt(), 4);
+    int count = 0;
+    EXPECT_TRUE(rig.task.GetCount(1, count));
+    EXPECT_EQ(count, 4);
     EXPECT_TRUE(platform.HasLog(kTrace, " folderId is  :  F1 \n"));
     EXPECT_TRUE(platform.HasLog(kTrace, "Count is 4"));
     const auto folders = platform.Uses("media_folder_foreach_folder_from_db");
-    ASSERT_EQ(folders.size(), 1u);
+    ASSERT_EQ(folders.size(), 2u) << "the query's count and the one asked for";
     EXPECT_EQ(folders[0].filter.storage, Text("DISK"));
     EXPECT_EQ(folders[0].filter.condition, Text("FOLDER_STORAGE_TYPE = 1"));
     EXPECT_EQ(folders[0].filter.collation, 1);
     const auto items = platform.Uses("media_folder_get_media_count_from_db");
-    ASSERT_EQ(items.size(), 1u);
+    ASSERT_EQ(items.size(), 2u);
     EXPECT_EQ(items[0].folderId, "F1");
     EXPECT_EQ(items[0].filter.condition, Text(kAnyMedia));
     EXPECT_EQ(items[0].filter.collation, 0);
@@ -265,86 +268,69 @@ struct FaultCase {
     Strings messages;  // of priority 16 that must come
 };
 
-TEST_F(QueryTest, EachFailingCallOfAMediaCount) {
+class QueryFaultTest : public QueryTest {
+protected:
+    // Queries with that call failing: result, count, all error lines, and no handle left.
+    void Check(const FaultCase& c, const char* storage, MediaType type, const std::string& folder) {
+        SCOPED_TRACE(c.function + std::to_string(c.nth));
+        Rig rig;
+        ASSERT_TRUE(rig.task.Connect());
+        platform.ForgetLog();
+        platform.Fail(c.function, c.nth, MEDIA_CONTENT_ERROR_DB_BUSY);
+        ASSERT_TRUE(rig.task.Query(storage, type, folder, ""));
+        const Event event = platform.WaitForEvent("QUERY_COMPLETED");
+        platform.FailNoMore();
+        const Json::Value payload = Parse(event.payload);
+        EXPECT_EQ(payload["result"].asInt(), c.result);
+        EXPECT_EQ(payload["count"].asInt(), c.count);
+        Strings errors = c.messages;
+        errors.push_back("Query Finished Result: " + std::to_string(c.result) +
+                         ", Count: " + std::to_string(c.count));
+        errors.push_back(event.payload);
+        EXPECT_EQ(platform.Messages(kProgress), errors);
+        EXPECT_TRUE(platform.LiveHandles().empty());
+    }
+};
+
+TEST_F(QueryFaultTest, EachFailingCallOfAMediaCount) {
     const int n = 3;
+    // clang-format off
     const FaultCase cases[] = {
-        {"media_filter_create",
-         1,
-         0,
-         0,
-         {"FAILED TO media_filter_create", "FAILED TO media_filter_destroy"}},
+        {"media_filter_create", 1, 0, 0, {"FAILED TO media_filter_create",
+         "FAILED TO media_filter_destroy"}},
         {"media_filter_set_storage", 1, 0, 0, {}},
         {"media_filter_set_condition", 1, 0, 0, {}},
         {"media_info_get_media_count_from_db", 1, 0, 0, {}},
         {"media_filter_destroy", 1, 1, n, {"FAILED TO media_filter_destroy"}},
     };
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
-    for (const FaultCase& c : cases) {
-        SCOPED_TRACE(c.function);
-        platform.FailNoMore();
-        platform.ForgetLog();
-        platform.Fail(c.function, c.nth, MEDIA_CONTENT_ERROR_DB_BUSY);
-        ASSERT_TRUE(rig.task.Query("S1", dorn::MEDIA_TYPE_PHOTO, "", ""));
-        const Json::Value event = Await("QUERY_COMPLETED");
-        EXPECT_EQ(event["result"].asInt(), c.result);
-        EXPECT_EQ(event["count"].asInt(), c.count);
-        Strings errors = c.messages;
-        errors.push_back("Query Finished Result: " + std::to_string(c.result) +
-                         ", Count: " + std::to_string(c.count));
-        errors.push_back(platform.Events().back().payload);
-        EXPECT_EQ(platform.Messages(kProgress), errors);
-        EXPECT_EQ(platform.LiveHandles().count("filter"), 0u);
-    }
+    // clang-format on
+    for (const FaultCase& c : cases) Check(c, "S1", dorn::MEDIA_TYPE_PHOTO, "");
 }
 
-TEST_F(QueryTest, EachFailingCallOfAFolderCount) {
+TEST_F(QueryFaultTest, EachFailingCallOfAFolderCount) {
     const int all = 4, onDisk = 1;
+    // clang-format off
     const FaultCase cases[] = {
-        {"media_filter_create",
-         1,
-         1,
-         onDisk,
-         {"FAILED TO media_filter_create ", "FAILED TO media_filter_destroy"}},
+        {"media_filter_create", 1, 1, onDisk, {"FAILED TO media_filter_create ",
+         "FAILED TO media_filter_destroy"}},
         {"media_filter_create", 2, 1, onDisk, {"FAILED TO media_filter_destroy"}},
         {"media_filter_set_storage", 1, 1, onDisk, {"FAILED TO media_filter_set_storage"}},
         {"media_filter_set_condition", 1, 1, all, {}},
-        {"media_folder_foreach_folder_from_db",
-         1,
-         1,
-         onDisk,
+        {"media_folder_foreach_folder_from_db", 1, 1, onDisk,
          {"Error media_folder_foreach_folder_from_db \n"}},
         {"media_folder_clone", 0, 1, onDisk, {}},
         {"media_folder_get_path", 0, 1, onDisk, {}},
         {"media_folder_get_folder_id", 0, 1, onDisk, {}},
         {"media_filter_set_condition", 2, 1, all + 1, {}},  // without it, all items count
-        {"media_folder_get_media_count_from_db",
-         1,
-         1,
-         onDisk,
+        {"media_folder_get_media_count_from_db", 1, 1, onDisk,
          {"Error media_folder_get_media_count_from_db \n"}},
         {"media_filter_destroy", 1, 1, all, {"FAILED TO media_filter_destroy"}},
         {"media_filter_destroy", 2, 1, all, {"FAILED TO media_filter_destroy"}},
     };
+    // clang-format on
     TempFolder folder;
     FillFolder(folder);
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
-    for (const FaultCase& c : cases) {
-        SCOPED_TRACE(c.function + std::to_string(c.nth));
-        platform.FailNoMore();
-        platform.ForgetLog();
-        platform.Fail(c.function, c.nth, MEDIA_CONTENT_ERROR_DB_BUSY);
-        ASSERT_TRUE(rig.task.Query("DISK", dorn::MEDIA_TYPE_FOLDER, folder.Path(), ""));
-        const Json::Value event = Await("QUERY_COMPLETED");
-        EXPECT_EQ(event["result"].asInt(), c.result);
-        EXPECT_EQ(event["count"].asInt(), c.count);
-        Strings errors = c.messages;
-        errors.push_back("Query Finished Result: 1, Count: " + std::to_string(c.count));
-        errors.push_back(platform.Events().back().payload);
-        EXPECT_EQ(platform.Messages(kProgress), errors);
-        EXPECT_TRUE(platform.LiveHandles().empty());
-    }
+    for (const FaultCase& c : cases) Check(c, "DISK", dorn::MEDIA_TYPE_FOLDER, folder.Path());
 }
 
 }  // namespace

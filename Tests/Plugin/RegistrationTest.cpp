@@ -49,25 +49,22 @@ struct RegistrationCase {
 };
 
 TEST_F(RegistrationTest, EachPathIsTriedAndReported) {
+    // clang-format off
     const RegistrationCase cases[] = {
-        {"all there",
-         {"/b", "/a"},
+        {"all there", {"/b", "/a"},
          R"({"failed":null,"result":1,"succeeded":[{"id":"id-a","path":"/a"},{"id":"id-b","path":"/b"}]})",
          {}},
-        {"one missing",
-         {"/a", "/gone", "/b"},
+        {"one missing", {"/a", "/gone", "/b"},
          R"({"failed":["/gone"],"result":0,"succeeded":[{"id":"id-a","path":"/a"},{"id":"id-b","path":"/b"}]})",
          {"FAILED to Insertion  : /gone (error:-1004) \n"}},
-        {"the same twice",
-         {"/a", "/a"},
-         R"({"failed":null,"result":0,"succeeded":[{"id":"id-a","path":"/a"}]})",
-         {}},
-        {"none there",
-         {"/x", "/y", "/x"},
+        {"the same twice", {"/a", "/a"},
+         R"({"failed":null,"result":0,"succeeded":[{"id":"id-a","path":"/a"}]})", {}},
+        {"none there", {"/x", "/y", "/x"},
          R"({"failed":["/x","/y","/x"],"result":0,"succeeded":[]})",
          {"FAILED to Insertion  : /x (error:-1004) \n",
-          "FAILED to Insertion  : /y (error:-1004) \n"}},
+         "FAILED to Insertion  : /y (error:-1004) \n"}},
     };
+    // clang-format on
     Rig rig;
     ASSERT_TRUE(rig.task.Connect());
     for (const RegistrationCase& c : cases) {
@@ -95,17 +92,15 @@ TEST_F(RegistrationTest, APathWhoseIdCannotBeReadIsNeitherDoneNorFailed) {
 }
 
 TEST_F(RegistrationTest, EachIdIsTriedAndReported) {
+    // clang-format off
     const RegistrationCase cases[] = {
-        {"one of two known",
-         {"9", "7"},
-         R"({"failed":["9"],"result":0,"succeeded":["7"]})",
+        {"one of two known", {"9", "7"}, R"({"failed":["9"],"result":0,"succeeded":["7"]})",
          {" FAILED to Delete!! : 9 (error:-1004)\n"}},
-        {"the same twice",
-         {"8", "8"},
-         R"({"failed":["8"],"result":0,"succeeded":["8"]})",
+        {"the same twice", {"8", "8"}, R"({"failed":["8"],"result":0,"succeeded":["8"]})",
          {" FAILED to Delete!! : 8 (error:-1004)\n"}},
         {"none left", {"7", "8"}, R"({"failed":["7","8"],"result":0,"succeeded":null})", {}},
     };
+    // clang-format on
     Rig rig;
     ASSERT_TRUE(rig.task.Connect());
     for (const RegistrationCase& c : cases) {
