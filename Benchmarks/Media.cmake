@@ -1,5 +1,7 @@
 cm_add_executable(MediaDatabase ${CMAKE_CURRENT_LIST_DIR}/MediaDatabase.cpp)
-target_link_libraries(MediaDatabase PRIVATE platform benchmark::benchmark)
+target_link_libraries(MediaDatabase PRIVATE contentsmgr platform benchmark::benchmark)
+# Json::FastWriter is what the plugin writes with.
+target_compile_options(MediaDatabase PRIVATE -Wno-deprecated-declarations)
 
 cm_add_executable(MediaScan ${CMAKE_CURRENT_LIST_DIR}/MediaScan.cpp)
 target_link_libraries(MediaScan PRIVATE

@@ -4,12 +4,16 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "CJsonHelper.h"
 #include "Log/Log.h"
 #include "MediaContent.h"
 #include "MediaContent/MediaService.h"
@@ -144,26 +148,74 @@ void Sequence(benchmark::State& state) {
     media_filter_destroy(filter);
 }
 
-// The same rows with nothing but SQLite between.
+// A page as clients get it.
+void JsonPage(benchmark::State& state) {
+    const media_filter_h filter = Photos(bigStorage);
+    media_filter_set_offset(filter, 0, PAGE);
+    const auto append = [](media_info_h media, void* items) {
+        dorn::CJsonHelper::GenerateMediaJson(media, *static_cast<Json::Value*>(items));
+        return true;
+    };
+    for (auto _ : state) {
+        Json::Value items(Json::arrayValue);
+        media_info_foreach_media_from_db(filter, append, &items);
+        benchmark::DoNotOptimize(Json::FastWriter().write(items));
+    }
+    media_filter_destroy(filter);
+}
+
+std::string NumberText(double value) {
+    std::ostringstream text;
+    text << value;
+    return text.str();
+}
+
+// The same object made of the columns of `PLAIN`.
+Json::Value PlainItem(const Query& row) {
+    Json::Value item;
+    item["id"] = "0123456789abcdef-" + std::to_string(row.Int(0));
+    item["filename"] = row.Text(2);
+    item["fullPathName"] = folder + "/big/" + row.Text(1) + '/' + row.Text(2);
+    item["title"] = row.Text(3);
+    item["mime"] = row.Text(4);
+    item["size"] = std::to_string(row.Int(5));
+    item["addedTime"] = std::to_string(row.Int(6));
+    item["modifiedTime"] = std::to_string(row.Int(6));
+    item["description"] = row.Text(7);
+    item["width"] = std::to_string(row.Int(8));
+    item["height"] = std::to_string(row.Int(9));
+    item["orientation"] = row.Int(10) == 1 ? "normal" : "notAvailable";
+    item["latitude"] = NumberText(row.Real(11));
+    item["longitude"] = NumberText(row.Real(12));
+    return item;
+}
+
+constexpr const char* PLAIN =
+    "SELECT i.number, f.path, i.name, i.title, i.mime, i.size, i.modified, i.description, i.width,"
+    " i.height, i.orientation, i.latitude, i.longitude FROM item AS i CROSS JOIN folder AS f"
+    " ON f.number = i.folder WHERE i.storage = (SELECT number FROM storage WHERE identity ="
+    " 'uuid:big') AND i.type = 0 ORDER BY i.added DESC, i.number DESC LIMIT 1000";
+
+// The same rows and the same JSON with nothing but SQLite between.
+void PlainJsonPage(benchmark::State& state) {
+    Connection connection(folder + "/media.db", SQLITE_OPEN_READONLY);
+    for (auto _ : state) {
+        Json::Value items(Json::arrayValue);
+        Query query(connection, PLAIN);
+        while (query.Next()) items.append(PlainItem(query));
+        benchmark::DoNotOptimize(Json::FastWriter().write(items));
+    }
+}
+
+// And without any JSON.
 void PlainPage(benchmark::State& state) {
     Connection connection(folder + "/media.db", SQLITE_OPEN_READONLY);
-    int64_t storage = 0;
-    {
-        Query query(connection, "SELECT number FROM storage WHERE identity = 'uuid:big'");
-        if (query.Next()) storage = query.Int(0);
-    }
     size_t sum = 0;
     for (auto _ : state) {
-        Query query(connection,
-                    "SELECT i.number, f.path, i.* FROM item AS i CROSS JOIN folder AS f"
-                    " ON f.number = i.folder WHERE i.storage = ? AND i.type = 0"
-                    " ORDER BY i.added DESC, i.number DESC LIMIT 1000");
-        query.Bind(storage);
+        Query query(connection, PLAIN);
         while (query.Next()) {
-            const std::string id = "0123456789abcdef-" + std::to_string(query.Int(0));
-            const std::string path = folder + "/big/" + query.Text(1) + '/' + query.Text(14);
-            const std::string title = query.Text(16);
-            sum += id.size() + path.size() + title.size() + static_cast<size_t>(query.Int(10));
+            const std::string path = folder + "/big/" + query.Text(1) + '/' + query.Text(2);
+            sum += path.size() + query.Text(3).size() + static_cast<size_t>(query.Int(5));
         }
     }
     benchmark::DoNotOptimize(sum);
@@ -199,6 +251,31 @@ double ResidentMiB() {
     return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1048576.0;
 }
 
+// Of all threads of this process.
+long WakeUps() {
+    long sum = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream status(task.path() / "status");
+        for (std::string line; std::getline(status, line);)
+            if (line.rfind("voluntary_ctxt_switches:", 0) == 0) sum += atol(line.c_str() + 24);
+    }
+    return sum;
+}
+
+// How often the threads of the idle service wake up in two seconds, this one left out.
+long IdleWakeUps() {
+    const long before = WakeUps();
+    sleep(2);
+    return WakeUps() - before - 1;
+}
+
+double MillisecondsOf(const std::function<void()>& body) {
+    const auto begin = std::chrono::steady_clock::now();
+    body();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin)
+        .count();
+}
+
 int TakeItems(int& argc, char** argv) {
     int items = 1000000;
     int kept = 1;
@@ -223,6 +300,8 @@ void Run(int items, Times& times) {
     add("page at 0", [](benchmark::State& s) { Page(s, 0); });
     add("page after page", Sequence);
     add("page of plain SQLite", PlainPage);
+    add("page as JSON", JsonPage);
+    add("page of plain SQLite as JSON", PlainJsonPage);
     add("count of a folder", FolderCount);
     benchmark::RunSpecifiedBenchmarks(&times);
 }
@@ -242,12 +321,24 @@ int main(int argc, char** argv) {
         Fill(store, "big", items);
     }
     ConfigureMediaService({folder + "/media.db", "/nonexistent/extractor"});
-    if (media_content_connect() != 0) return 1;
+    const double connecting = MillisecondsOf([] { media_content_connect(); });
     smallStorage = Mount("small");
     bigStorage = Mount("big");
-    std::printf("%d items, database of %.0f MiB, %.1f MiB resident when connected\n", items,
+    std::printf("%d items, database of %.0f MiB, connected in %.1f ms, then %.1f MiB resident\n",
+                items,
                 static_cast<double>(std::filesystem::file_size(folder + "/media.db")) / 1048576.0,
-                ResidentMiB());
+                connecting, ResidentMiB());
+    const auto first = [items](int offset) {
+        size_t sum = 0;
+        const media_filter_h filter = Photos(bigStorage);
+        media_filter_set_offset(filter, std::min(offset, items - PAGE), PAGE);
+        media_info_foreach_media_from_db(filter, Use, &sum);
+        media_filter_destroy(filter);
+    };
+    const double atEnd = MillisecondsOf([&] { first(items); });
+    const double next = MillisecondsOf([&] { first(items - 2 * PAGE); });
+    std::printf("first page of all, at the end: %.1f ms; the one before it: %.1f ms\n", atEnd,
+                next);
     Times times;
     Run(items, times);
     std::printf("\n");
@@ -255,9 +346,10 @@ int main(int argc, char** argv) {
                "count of one kind, 1,000", 2.0);
     PrintRatio(times, "page of 1,000 at the end against offset 0", "page at the end", "page at 0",
                1.2);
-    PrintRatio(times, "page of 1,000 against plain SQLite (no JSON on either side)", "page at 0",
-               "page of plain SQLite", 1.5);
-    std::printf("%.1f MiB resident after all of it (aim: 64)\n", ResidentMiB());
+    PrintRatio(times, "page of 1,000 as JSON against plain SQLite as JSON", "page as JSON",
+               "page of plain SQLite as JSON", 1.5);
+    std::printf("idle: %.1f MiB resident (aim: 64), %ld wake-ups in 2 s (aim: 0)\n", ResidentMiB(),
+                IdleWakeUps());
     media_content_disconnect();
     ShutdownMediaService();
     std::filesystem::remove_all(folder);

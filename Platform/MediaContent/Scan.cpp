@@ -42,6 +42,15 @@ bool StatBelow(int root, const std::string& folder, const std::string& name, str
     return opened && fstatat(opened.Get(), name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+// A file of which not even the ends can be read is no bad file: its stick has gone, or is failing.
+bool IsReadable(int file) {
+    struct stat facts {};
+    char byte = 0;
+    if (fstat(file, &facts) != 0) return false;
+    return facts.st_size == 0 ||
+           (pread(file, &byte, 1, 0) == 1 && pread(file, &byte, 1, facts.st_size - 1) == 1);
+}
+
 }  // namespace
 
 bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& changes,
@@ -65,7 +74,8 @@ bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& c
     for (size_t i = 0; i < results.size(); ++i) {
         if (results[i].status == ExtractStatus::CANCELLED) return false;
         if (results[i].status == ExtractStatus::OK) asked[i]->state = ItemState::READ;
-        if (results[i].status == ExtractStatus::FAILED) asked[i]->state = ItemState::FAILED;
+        if (results[i].status == ExtractStatus::FAILED && IsReadable(files[i].fd))
+            asked[i]->state = ItemState::FAILED;
         asked[i]->metadata = std::move(results[i].metadata);
     }
     return !cancel;

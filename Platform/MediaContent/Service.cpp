@@ -125,7 +125,8 @@ void Service::Configure(const MediaServiceOptions& options) {
 
 int Service::Connect() {
     std::lock_guard<std::mutex> lifecycle(m_lifecycle);
-    if (m_connections == 0) {
+    // None although there are connections: a damaged database that could not be made anew.
+    if (m_connections == 0 || !Current()) {
         const int error = OpenSession();
         if (error != MEDIA_CONTENT_ERROR_NONE) return error;
     }
