@@ -12,6 +12,7 @@
 
 #include "Log/Log.h"
 #include "MediaContent/Extract/MediaTypes.h"
+#include "MediaContent/Paths.h"
 
 namespace platform {
 namespace {
@@ -356,7 +357,8 @@ void Scan::Keep(const std::string& path, int error) {
 
 bool Scan::IsKept(const std::string& path) const {
     return std::any_of(m_kept.begin(), m_kept.end(), [&](const std::string& kept) {
-        return path == kept || path.compare(0, kept.size() + 1, kept + '/') == 0;
+        std::string below;
+        return IsBelow(path, kept, below);
     });
 }
 

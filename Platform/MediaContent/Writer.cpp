@@ -1,7 +1,6 @@
 #include "MediaContent/Writer.h"
 
-#include <glib.h>
-
+#include "MediaContent/Paths.h"
 #include "MediaContent/Schema.h"
 
 namespace platform {
@@ -12,16 +11,6 @@ constexpr size_t MAX_KNOWN_FOLDERS = 4096;
 constexpr const char* ROW =
     "SELECT number, storage, folder, name, title, mime, type, size, modified, modified_ns, inode, "
     "pinned FROM item ";
-
-std::string ParentPath(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? std::string() : path.substr(0, slash);
-}
-
-std::string LastPart(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
 
 // The columns that Insert and Update have in common, in the order in which BindContent binds them.
 constexpr const char* CONTENT_COLUMNS[] = {
@@ -63,19 +52,6 @@ std::string UpdateText() {
 }
 
 }  // namespace
-
-std::string TitleFromName(const std::string& name) {
-    const size_t dot = name.rfind('.');
-    const std::string stem = dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
-    gchar* valid = g_utf8_make_valid(stem.data(), static_cast<gssize>(stem.size()));
-    std::string title = valid;
-    g_free(valid);
-    return title;
-}
-
-std::string JoinPath(const std::string& folder, const std::string& name) {
-    return folder.empty() ? name : folder + '/' + name;
-}
 
 Writer::Writer(std::unique_ptr<Connection> connection)
     : m_connection(std::move(connection)), m_salt(ReadSalt(*m_connection)) {}

@@ -141,12 +141,6 @@ private:
     std::map<std::pair<int64_t, std::string>, int64_t> m_folders;  // guarded; a cache
 };
 
-// The title of a file that has none: its name without the extension, as valid UTF-8.
-std::string TitleFromName(const std::string& name);
-
-// "a/b" + "c" = "a/b/c"; "" + "c" = "c".
-std::string JoinPath(const std::string& folder, const std::string& name);
-
 }  // namespace platform
 
 #endif

@@ -1,0 +1,224 @@
+// The service's work on files: scans, and single items that clients add and remove.
+#include <errno.h>
+#include <fcntl.h>
+#include <malloc.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <set>
+#include <utility>
+
+#include "Log/Log.h"
+#include "MediaContent/Extract/MediaTypes.h"
+#include "MediaContent/Paths.h"
+#include "MediaContent/Service.h"
+
+namespace platform {
+namespace {
+
+constexpr int64_t FORGET_AFTER_S = 180 * 24 * 3600;
+constexpr int PURGE_BATCH = 500;  // items a transaction
+
+}  // namespace
+
+// ---- scans ------------------------------------------------------------------------------------
+
+void Service::StartFullScan(const SessionPtr& session, const std::shared_ptr<Mount>& mount) {
+    // One that has not begun yet will see whatever has changed until now.
+    if (m_activities.IsQueued(
+            [&](const Activity& waiting) { return waiting.full && waiting.mount == mount; }))
+        return;
+    const auto activity = std::make_shared<Activity>();
+    activity->mount = mount;
+    activity->full = true;
+    mount->scanStatus = MEDIA_STORAGE_SCAN_PREPARING;
+    m_activities.Submit(activity, [this, session, activity] { RunFullScan(session, activity); });
+}
+
+// A scan that ends because the database is closed is not reported: it goes on at the next
+// connection.
+void Service::RunFullScan(const SessionPtr& session, const ActivityPtr& activity) {
+    Mount& mount = *activity->mount;
+    mount.scanStatus = MEDIA_STORAGE_SCAN_RUNNING;
+    const media_content_error_e error = Scan(session->tools, *activity, {{"", true}}).Run();
+    session->extractor.EndIdleHelpers();
+    malloc_trim(0);
+    mount.scanStatus = error == MEDIA_CONTENT_ERROR_NONE ? MEDIA_STORAGE_SCAN_COMPLETE
+                                                         : MEDIA_STORAGE_SCAN_STOPPED;
+    if (error != MEDIA_CONTENT_ERROR_NONE)
+        PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "scan of %s ended with error %d",
+                     mount.path.c_str(), error);
+    if (Current() != session) return;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        mount.endIsHeld = !mount.announced;
+        mount.heldError = error;
+        if (mount.endIsHeld) return;
+    }
+    ReportScanEnd(mount, error);
+}
+
+void Service::ReportScanEnd(Mount& mount, media_content_error_e error) {
+    Update update;
+    update.error = error;
+    update.item = MEDIA_CONTENT_ITEM_DIRECTORY;
+    update.id = mount.id;
+    update.path = mount.path;
+    m_updates.Report(std::move(update));
+}
+
+void Service::Announced(const std::string& mountPath) {
+    const auto mount = MountAt(mountPath);
+    if (!mount) return;
+    media_content_error_e error = MEDIA_CONTENT_ERROR_NONE;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        mount->announced = true;
+        if (!std::exchange(mount->endIsHeld, false)) return;
+        error = mount->heldError;
+    }
+    ReportScanEnd(*mount, error);
+}
+
+int Service::ScanFolder(const char* path, bool recursive, media_scan_completed_cb callback,
+                        void* userData) {
+    const SessionPtr session = Open();
+    if (!session) return MEDIA_CONTENT_ERROR_INVALID_OPERATION;
+    const std::string real = RealPath(path);
+    std::string below;
+    const auto mount = real.empty() ? nullptr : Resolve(WithoutSlash(real), below);
+    struct stat facts {};
+    if (!mount || stat(real.c_str(), &facts) != 0 || !S_ISDIR(facts.st_mode))
+        return MEDIA_CONTENT_ERROR_NOT_FOUND;
+    const auto activity = std::make_shared<Activity>();
+    activity->mount = mount;
+    m_activities.Submit(activity, [=] {
+        const media_content_error_e error =
+            activity->cancel ? MEDIA_CONTENT_ERROR_CANCELLED
+                             : Scan(session->tools, *activity, {{below, recursive}}).Run();
+        if (callback) callback(error, userData);
+    });
+    return MEDIA_CONTENT_ERROR_NONE;
+}
+
+void Service::Changed(const std::string& mountPath, const std::vector<std::string>& paths) {
+    const SessionPtr session = Current();
+    const auto mount = MountAt(mountPath);
+    if (!session || !mount || mount->number == 0) return;
+    std::set<std::pair<std::string, bool>> targets;  // a path once, whole or only itself
+    for (const std::string& path : paths) {
+        std::string below;
+        if (!IsBelow(WithoutSlash(path), mount->path, below)) continue;
+        if (below.empty()) return StartFullScan(session, mount);
+        targets.insert({ParentPath(below), false});
+        struct stat facts {};
+        if (lstat(path.c_str(), &facts) != 0 || S_ISDIR(facts.st_mode))
+            targets.insert({below, true});  // a folder, or what may have been one
+    }
+    if (paths.empty()) return StartFullScan(session, mount);
+    std::vector<ScanTarget> list;
+    for (const auto& [path, recursive] : targets) list.push_back({path, recursive});
+    if (list.empty()) return;
+    const auto activity = std::make_shared<Activity>();
+    activity->mount = mount;
+    m_activities.Submit(activity, [session, activity, list] {
+        if (!activity->cancel) Scan(session->tools, *activity, list).Run();
+    });
+}
+
+std::vector<ScanProgress> Service::Scans() {
+    std::vector<ScanProgress> scans;
+    for (const ActivityPtr& activity : m_activities.List()) {
+        if (!activity->mount || !activity->full) continue;
+        scans.push_back({activity->mount->id, activity->mount->path, activity->filesSeen,
+                         activity->filesRead, activity->walking});
+    }
+    return scans;
+}
+
+// Storages that nobody has plugged in for long give their place back, a little at a time.
+void Service::StartPurge(const SessionPtr& session) {
+    const auto activity = std::make_shared<Activity>();
+    m_activities.Submit(activity, [session, activity] {
+        Guarded("purge", [&] {
+            const int64_t before = time(nullptr) - FORGET_AFTER_S;
+            for (const int64_t storage : Reader(session->store).StoragesUnseenSince(before))
+                while (!activity->cancel &&
+                       !session->store.Write().Purge(storage, before, PURGE_BATCH))
+                    continue;
+            return 0;
+        });
+    });
+}
+
+// ---- single items -----------------------------------------------------------------------------
+
+int Service::Insert(const char* path, MediaRecord& record) {
+    const SessionPtr session = Open();
+    if (!session) return MEDIA_CONTENT_ERROR_INVALID_OPERATION;
+    const std::string real = RealPath(path);
+    if (real.empty())
+        return errno == EACCES ? MEDIA_CONTENT_ERROR_PERMISSION_DENIED
+                               : MEDIA_CONTENT_ERROR_NOT_FOUND;
+    std::string below;
+    const auto mount = Resolve(real, below);
+    if (!mount) return MEDIA_CONTENT_ERROR_NOT_FOUND;
+    const auto activity = std::make_shared<Activity>();
+    activity->mount = mount;
+    const EnteredActivity entered(m_activities, activity);
+    const int64_t storage = mount->number;
+    if (activity->cancel || storage == 0) return MEDIA_CONTENT_ERROR_NOT_FOUND;
+    const FileHandle root(open(mount->path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const FileHandle file = OpenBelow(root.Get(), below, O_PATH);
+    struct stat facts {};
+    if (!file || fstat(file.Get(), &facts) != 0) return MEDIA_CONTENT_ERROR_NOT_FOUND;
+    if (!S_ISREG(facts.st_mode)) return MEDIA_CONTENT_ERROR_UNSUPPORTED;
+
+    Change change;
+    change.folder = ParentPath(below);
+    change.name = LastPart(below);
+    const char* mime = "application/octet-stream";
+    LookUpMediaType(change.name, change.type, mime);
+    change.mime = mime;
+    change.facts = {facts.st_size, facts.st_mtim.tv_sec, facts.st_mtim.tv_nsec,
+                    static_cast<int64_t>(facts.st_ino)};
+    change.pinned = true;
+    std::vector<Change> changes{std::move(change)};
+    if (!ReadMetadataInto(session->extractor, root.Get(), changes, activity->cancel))
+        return MEDIA_CONTENT_ERROR_CANCELLED;
+    const std::vector<Done> done = session->store.Write().Apply(storage, changes, time(nullptr));
+    if (done.empty()) return MEDIA_CONTENT_ERROR_DB_FAILED;
+    Update update;
+    update.update = done[0].update;
+    update.type = done[0].type;
+    update.id = session->store.ItemId(done[0].number);
+    update.path = mount->path + '/' + done[0].path;
+    update.mime = done[0].mime;
+    m_updates.Report(std::move(update));
+    record = Reader(session->store).FindItem({{storage, mount->path}}, done[0].number);
+    return record ? MEDIA_CONTENT_ERROR_NONE : MEDIA_CONTENT_ERROR_NOT_FOUND;
+}
+
+int Service::Remove(const char* mediaId) {
+    const SessionPtr session = Open();
+    if (!session) return MEDIA_CONTENT_ERROR_INVALID_OPERATION;
+    const int64_t number = session->store.ItemNumber(mediaId);
+    // What is hidden with its storage is not there to be deleted.
+    const Scope scope = ScopeOf(nullptr);
+    if (number == 0 || !Reader(session->store).FindItem(scope, number))
+        return MEDIA_CONTENT_ERROR_NOT_FOUND;
+    int64_t storage = 0;
+    Done done{};
+    if (!session->store.Write().Remove(number, storage, done)) return MEDIA_CONTENT_ERROR_NOT_FOUND;
+    const auto mounted = scope.find(storage);
+    Update update;
+    update.update = MEDIA_CONTENT_DELETE;
+    update.type = done.type;
+    update.id = mediaId;
+    update.path = (mounted == scope.end() ? "" : mounted->second) + '/' + done.path;
+    update.mime = done.mime;
+    m_updates.Report(std::move(update));
+    return MEDIA_CONTENT_ERROR_NONE;
+}
+
+}  // namespace platform
