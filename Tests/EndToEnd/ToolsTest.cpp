@@ -183,6 +183,20 @@ TEST_F(ServiceTest, TheToolRegistersAndMonitors) {
     EXPECT_EQ(monitor.Wait(), 0);
 }
 
+TEST_F(ServiceTest, TheMonitorSpeaksToPeople) {
+    StartService();
+    Program monitor({CONTENTSCTL, "--address", Address(), "monitor"}, Folder() + "/monitor");
+    const auto told = [&](const char* text) {
+        return Until(
+            [&] { return ReadFile(Folder() + "/monitor").find(text) != std::string::npos; });
+    };
+    ASSERT_TRUE(told("Listening"));
+    PlugIn("stick", {"--photos", "DIR", "5"});
+    EXPECT_TRUE(told("USB_CONNECTED  stick (msc, ")) << ReadFile(Folder() + "/monitor");
+    EXPECT_TRUE(told("$USB_DIR/stick\n")) << ReadFile(Folder() + "/monitor");
+    EXPECT_TRUE(told(" is ready\n")) << ReadFile(Folder() + "/monitor");
+}
+
 // The example in the documents, as a reader would run it.
 TEST_F(ServiceTest, TheExampleClientInTheDocumentsWorks) {
     PlugIn("stick", {"--photos", "DIR", "12"});

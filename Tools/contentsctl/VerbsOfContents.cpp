@@ -2,6 +2,7 @@
 #include <gio/gio.h>
 #include <stdio.h>
 
+#include "EventText.h"
 #include "Failure.h"
 #include "Json.h"
 #include "PlivHost/GlibPtr.h"
@@ -44,20 +45,25 @@ Json::Value ToJson(const Event& event) {
     return json;
 }
 
-void PrintEvent(const Event& event, bool json) {
-    if (json) {
-        PrintLine(ToJson(event));
-        return;
-    }
+std::string ClockTime() {
+    GDateTime* time = g_date_time_new_now_local();
+    const platform::TextPtr text(g_date_time_format(time, "%H:%M:%S"));
+    g_date_time_unref(time);
+    return text.get();
+}
+
+// The payload as it came, on one line.
+std::string RawText(const Event& event) {
     std::string payload = event.payload;
     while (!payload.empty() && payload.back() == '\n') payload.pop_back();
-    const platform::TextPtr now([] {
-        GDateTime* time = g_date_time_new_now_local();
-        gchar* text = g_date_time_format(time, "%H:%M:%S");
-        g_date_time_unref(time);
-        return text;
-    }());
-    printf("%s  %s  %s\n", now.get(), Printable(event.name).c_str(), Printable(payload).c_str());
+    return Printable(payload);
+}
+
+void PrintEvent(const Event& event, bool json, const std::string& text) {
+    if (json)
+        PrintLine(ToJson(event));
+    else
+        printf("%s  %s  %s\n", ClockTime().c_str(), Printable(event.name).c_str(), text.c_str());
     fflush(stdout);
 }
 
@@ -111,7 +117,7 @@ void RunUnregister(Session& session, const Options& options, const Words& argume
 
 void RunMonitor(Session& session, const Options& options, const Words&) {
     fputs("Listening; interrupt to end.\n", stderr);
-    session.Listen([&](const Event& event) { PrintEvent(event, options.json); });
+    session.Listen([&](const Event& event) { PrintEvent(event, options.json, EventText(event)); });
 }
 
 void RunCommand(Session& session, const Options& options, const Words& arguments) {
@@ -131,7 +137,9 @@ void RunCommand(Session& session, const Options& options, const Words& arguments
         throw Refused(
             "the service does not take \"" + Printable(arguments[0]) + "\" with these arguments",
             "Names and words are case-sensitive.");
-    if (!options.waitFor.empty()) PrintEvent(session.Wait(options.waitFor), options.json);
+    if (options.waitFor.empty()) return;
+    const Event event = session.Wait(options.waitFor);
+    PrintEvent(event, options.json, RawText(event));
 }
 
 }  // namespace contentsctl
