@@ -34,13 +34,16 @@ bool SetLimits() {
 using Filter = std::unique_ptr<void, decltype(&seccomp_release)>;
 
 // A call that this architecture does not have needs no rule.
-bool Rule(const Filter& filter, uint32_t action, int call) {
-    const int result = seccomp_rule_add(filter.get(), action, call, 0);
+bool Added(int result) {
     return result == 0 || result == -EDOM;
 }
 
+bool Rule(const Filter& filter, uint32_t action, int call) {
+    return Added(seccomp_rule_add(filter.get(), action, call, 0));
+}
+
 bool Rule(const Filter& filter, uint32_t action, int call, scmp_arg_cmp argument) {
-    return seccomp_rule_add(filter.get(), action, call, 1, argument) == 0;
+    return Added(seccomp_rule_add(filter.get(), action, call, 1, argument));
 }
 
 bool AllowMemory(const Filter& filter) {
@@ -50,6 +53,7 @@ bool AllowMemory(const Filter& filter) {
     // Never memory that can be run.
     const scmp_arg_cmp noExec = SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0);
     return Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(mmap), noExec) &&
+           Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(mmap2), noExec) &&
            Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(mprotect), noExec);
 }
 
@@ -57,9 +61,9 @@ bool AllowProcess(const Filter& filter) {
     for (const int call :
          {SCMP_SYS(exit), SCMP_SYS(exit_group), SCMP_SYS(rt_sigreturn), SCMP_SYS(rt_sigprocmask),
           SCMP_SYS(restart_syscall), SCMP_SYS(futex), SCMP_SYS(getpid), SCMP_SYS(gettid),
-          SCMP_SYS(setitimer), SCMP_SYS(getrusage), SCMP_SYS(clock_gettime), SCMP_SYS(gettimeofday),
-          SCMP_SYS(time), SCMP_SYS(getrandom), SCMP_SYS(sched_yield),
-          SCMP_SYS(sched_getaffinity)}) {
+          SCMP_SYS(setitimer), SCMP_SYS(getrusage), SCMP_SYS(clock_gettime),
+          SCMP_SYS(clock_gettime64), SCMP_SYS(futex_time64), SCMP_SYS(gettimeofday), SCMP_SYS(time),
+          SCMP_SYS(getrandom), SCMP_SYS(sched_yield), SCMP_SYS(sched_getaffinity)}) {
         if (!Rule(filter, SCMP_ACT_ALLOW, call)) return false;
     }
     // abort() signals the process itself.

@@ -102,7 +102,7 @@ TEST_F(PoolTest, AHelperThatAnswersMoreThanItWasAskedForIsNotBelievedTwice) {
 // Seventy files, two of them bad: more than go to a helper at once.
 TEST_F(PoolTest, ABadFileInABatchCostsOnlyItself) {
     ExtractorOptions options = Real();
-    options.deadlineMs = 1000;
+    options.deadlineMs = 2000;
     options.workers = 2;
     std::vector<std::string> paths(70, Photo());
     paths[3] = *s_folder / "broken.jpg";
