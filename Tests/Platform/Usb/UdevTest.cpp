@@ -1,10 +1,6 @@
 // The back end for real hardware, over mocked devices. Where the machine lets it, over real file
 // systems too, in a mount namespace of the test's own.
-#include <sched.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
-#include <umockdev.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -13,6 +9,7 @@
 #include <sstream>
 #include <thread>
 
+#include "MockDevices.h"
 #include "Recorder.h"
 #include "UsbDevice/MountTable.h"
 #include "UsbDevice/UdevSource.h"
@@ -24,38 +21,10 @@ namespace {
 
 bool g_ownNamespace = false;
 
-const char* const kBus = "/devices/pci0000:00/usb1/";
-
-// A USB device at a port with one interface of that class.
-std::string UsbText(const std::string& port, int address, const std::string& interfaceClass,
-                    const std::string& protocol) {
-    const std::string number = std::to_string(address);
-    const std::string path = kBus + port;
-    return "P: " + path + "\nN: bus/usb/001/00" + number +
-           "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DEVNAME=/dev/bus/usb/001/00" + number +
-           "\nA: idVendor=0781\\n\nA: idProduct=5581\\n\nA: busnum=1\\n\nA: devnum=" + number +
-           "\\n\nA: manufacturer=ACME  \\n\nA: product=Thing " + port + "\\n\nA: serial=S" +
-           number + "\\n\n\nP: " + path + "/" + port +
-           ":1.0\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_interface\nA: bInterfaceClass=" +
-           interfaceClass + "\\n\nA: bInterfaceProtocol=" + protocol + "\\n\n\n";
-}
-
-std::string DiskPath(const std::string& port, const std::string& disk) {
-    return kBus + port + "/" + port + ":1.0/host0/target0:0:0/0:0:0:0/block/" + disk;
-}
-
-std::string BlockText(const std::string& path, const std::string& type, int minor,
-                      const std::string& more) {
-    const std::string name = fs::path(path).filename();
-    return "P: " + path + "\nN: " + name + "\nE: SUBSYSTEM=block\nE: DEVTYPE=" + type +
-           "\nE: DEVNAME=/dev/" + name + "\nE: MAJOR=8\nE: MINOR=" + std::to_string(minor) + "\n" +
-           more + "\n";
-}
-
 class UdevTest : public UsbTest {
 protected:
     void SetUp() override {
-        testbed = umockdev_testbed_new();
+        mock = std::make_unique<MockDevices>();
         {  // what the mock opens once is not counted
             platform::UdevSource source("/", "/proc/self/mountinfo");
             ASSERT_TRUE(source.Open());
@@ -64,26 +33,12 @@ protected:
         ASSERT_TRUE(umockdev_in_mock_environment());
         mountTable = (folder / "mounts").string();
         SetMounts("");
-        Add(UsbText("keyboard", 2, "03", "01"));
+        mock->Add(UsbText("keyboard", 2, "03", "01"));
     }
 
     void TearDown() override {
         UsbTest::TearDown();
-        g_object_unref(testbed);
-    }
-
-    void Add(const std::string& devices) {
-        GError* error = nullptr;
-        ASSERT_TRUE(umockdev_testbed_add_from_string(testbed, devices.c_str(), &error))
-            << error->message;
-    }
-
-    void Send(const std::string& path, const char* action) {
-        umockdev_testbed_uevent(testbed, ("/sys" + path).c_str(), action);
-    }
-
-    void Remove(const std::string& path) {
-        umockdev_testbed_remove_device(testbed, ("/sys" + path).c_str());
+        mock.reset();
     }
 
     // Lines of the mount table: number, mount point, source.
@@ -96,20 +51,20 @@ protected:
     // A stick with two partitions, sda1 (an EFI-like FAT) and sda2 (ext4).
     std::string StickText(const std::string& port = "stick", const std::string& name = "sda") {
         const std::string disk = DiskPath(port, name);
-        return UsbText(port, 5, "08", "50") + BlockText(disk, "disk", 0, "A: removable=1\\n\n") +
-               BlockText(disk + "/" + name + "1", "partition", 1,
+        return UsbText(port, 5, "08", "50") + BlockText(disk, "disk", 8, 0, "A: removable=1\\n\n") +
+               BlockText(disk + "/" + name + "1", "partition", 8, 1,
                          "A: partition=1\\n\nE: ID_FS_TYPE=vfat\nE: ID_FS_UUID=1234-ABCD\n"
                          "E: ID_FS_LABEL_ENC=MY\\x20CAF\\xe9\n") +
-               BlockText(disk + "/" + name + "2", "partition", 2,
+               BlockText(disk + "/" + name + "2", "partition", 8, 2,
                          "A: partition=2\\n\nE: ID_FS_TYPE=ext4\nE: ID_FS_UUID=aa-bb\n"
                          "E: ID_PART_ENTRY_NAME=second\\x20one\n");
     }
 
-    UMockdevTestbed* testbed = nullptr;
+    std::unique_ptr<MockDevices> mock;
 };
 
 TEST_F(UdevTest, AStickIsOneDeviceForEachMountedPartition) {
-    Add(StickText());
+    mock->Add(StickText());
     SetMounts(MountLine(40, 1, "/mnt/elsewhere") + MountLine(41, 1, root.string() + "/a\\040b") +
               MountLine(42, 2, "/mnt/second") + "no mount\n");
     Start(platform::UsbBackEnd::Udev);
@@ -134,10 +89,11 @@ TEST_F(UdevTest, AStickIsOneDeviceForEachMountedPartition) {
 
 TEST_F(UdevTest, OtherDevicesAreNotListed) {
     // A card reader without a card, a stick that is not mounted, and a disk that is not USB.
-    Add(UsbText("reader", 6, "08", "50") +
-        BlockText(DiskPath("reader", "sdb"), "disk", 16, "A: removable=1\\n\nA: size=0\\n\n"));
-    Add(StickText());
-    Add(BlockText("/devices/pci0000:00/ata1/block/sdc", "disk", 32, "A: removable=0\\n\n"));
+    mock->Add(UsbText("reader", 6, "08", "50") + BlockText(DiskPath("reader", "sdb"), "disk", 8, 16,
+                                                           "A: removable=1\\n\nA: size=0\\n\n"));
+    mock->Add(StickText());
+    mock->Add(
+        BlockText("/devices/pci0000:00/ata1/block/sdc", "disk", 8, 32, "A: removable=0\\n\n"));
     SetMounts(MountLine(50, 32, PathOf("disk")));
     Start(platform::UsbBackEnd::Udev);
     EXPECT_EQ(0u, ListDevices(USB_CLASS_ALL).size());
@@ -145,7 +101,7 @@ TEST_F(UdevTest, OtherDevicesAreNotListed) {
 }
 
 TEST_F(UdevTest, CamerasComeAndGo) {
-    Add(UsbText("camera1", 3, "06", "01"));
+    mock->Add(UsbText("camera1", 3, "06", "01"));
     Start(platform::UsbBackEnd::Udev);
     const auto cameras = ListDevices(USB_CLASS_STILL_IMAGE);
     ASSERT_EQ(1u, cameras.size());
@@ -153,13 +109,13 @@ TEST_F(UdevTest, CamerasComeAndGo) {
               cameras[0].name + " " + cameras[0].product + " " + cameras[0].mountPath);
     EXPECT_EQ(1, cameras[0].protocol);
 
-    Add(UsbText("camera2", 4, "06", "01"));
-    Send(std::string(kBus) + "camera2", "add");
+    mock->Add(UsbText("camera2", 4, "06", "01"));
+    mock->Send(std::string(kBus) + "camera2", "add");
     ASSERT_TRUE(WaitFor("added Thing camera2"));
     EXPECT_EQ(2u, ListDevices(USB_CLASS_STILL_IMAGE).size());
-    Send(std::string(kBus) + "camera1", "remove");
-    Remove(std::string(kBus) + "camera1");
-    Send(std::string(kBus) + "keyboard", "change");
+    mock->Send(std::string(kBus) + "camera1", "remove");
+    mock->Remove(std::string(kBus) + "camera1");
+    mock->Send(std::string(kBus) + "keyboard", "change");
     ASSERT_TRUE(WaitFor("removed Thing camera1"));
     const auto lines = Lines();
     EXPECT_EQ((Strings{"added Thing camera2", "removed Thing camera1"}),
@@ -168,20 +124,20 @@ TEST_F(UdevTest, CamerasComeAndGo) {
 
 TEST_F(UdevTest, AStickIsMountedPulledAndPutBack) {
     const std::string partition = DiskPath("stick", "sda") + "/sda1";
-    Add(StickText());
+    mock->Add(StickText());
     Start(platform::UsbBackEnd::Udev);
     SetMounts(MountLine(40, 1, PathOf("one")));
-    Send(partition, "change");
+    mock->Send(partition, "change");
     ASSERT_TRUE(WaitFor("mounted one"));
 
     // Put back before anyone looked, and mounted under the same number.
-    Send(partition, "remove");
-    Send(partition, "add");
+    mock->Send(partition, "remove");
+    mock->Send(partition, "add");
     ASSERT_TRUE(Journal::Instance().WaitUntil([](const Strings& lines) {
         return std::count(lines.begin(), lines.end(), "mounted one") == 2;
     }));
-    Send(partition, "remove");
-    Remove(partition);  // its mount stays in the table until somebody cleans up
+    mock->Send(partition, "remove");
+    mock->Remove(partition);  // its mount stays in the table until somebody cleans up
     ASSERT_TRUE(Journal::Instance().WaitUntil([](const Strings& lines) {
         return std::count(lines.begin(), lines.end(), "blocked one") == 2;
     }));
@@ -202,11 +158,11 @@ TEST_F(UdevTest, AStickMayVanishWhileItIsRead) {
     std::thread plugger([&] {
         for (int cycle = 0; cycle < 50; ++cycle) {  // names of their own: the mock keeps links
             const std::string port = "p" + std::to_string(cycle), name = port + "x";
-            Add(StickText(port, name));
+            mock->Add(StickText(port, name));
             const std::string usb = kBus + port, disk = DiskPath(port, name);
             for (const std::string& path : {disk + "/" + name + "1", disk + "/" + name + "2", disk,
                                             usb + "/" + port + ":1.0", usb})
-                Remove(path);
+                mock->Remove(path);
             // The mock has room for a few unread events only.
             const int before = looks;
             while (looks < before + 2) std::this_thread::yield();
@@ -233,7 +189,7 @@ TEST_F(UdevTest, AStickMayVanishWhileItIsRead) {
 
 TEST_F(UdevTest, FiveHundredMountsAndUnmounts) {
     const std::string partition = DiskPath("stick", "sda") + "/sda1";
-    Add(StickText());
+    mock->Add(StickText());
     Start(platform::UsbBackEnd::Udev);
     const auto hasDevices = [](size_t count) {
         return Eventually([=] { return ListDevices(USB_CLASS_ALL).size() == count; });
@@ -241,12 +197,12 @@ TEST_F(UdevTest, FiveHundredMountsAndUnmounts) {
     for (int cycle = 0; cycle < 500; ++cycle) {
         const bool wait = cycle % 3 == 2;  // the mock has room for a few unread events only
         SetMounts(MountLine(40 + cycle, 1, PathOf("one")));
-        Send(partition, "change");
+        mock->Send(partition, "change");
         if (wait) {
             ASSERT_TRUE(hasDevices(1));
         }
         SetMounts("");
-        Send(partition, "change");
+        mock->Send(partition, "change");
         if (wait) {
             ASSERT_TRUE(hasDevices(0));
         }
@@ -262,11 +218,6 @@ TEST_F(UdevTest, FiveHundredMountsAndUnmounts) {
 }
 
 // ---- real file systems -----------------------------------------------------------------------
-
-int Shell(const std::string& command) {
-    const int status = system((command + " 2>&1").c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
 class RealMountTest : public UdevTest {
 protected:
@@ -341,9 +292,8 @@ TEST_F(RealMountTest, TheKernelTellsOfMountsOfAStick) {
     Unmount(root / "stick");
 
     const std::string disk = DiskPath("stick", "loop" + std::to_string(loop));
-    std::string block = BlockText(disk, "disk", static_cast<int>(loop), "A: removable=1\\n\n");
-    block.replace(block.find("MAJOR=8"), 7, "MAJOR=7");
-    Add(UsbText("stick", 5, "08", "50") + block);
+    mock->Add(UsbText("stick", 5, "08", "50") +
+              BlockText(disk, "disk", 7, static_cast<int>(loop), "A: removable=1\\n\n"));
     for (int i = 0; i < 3; ++i) {
         Journal::Instance().Clear();
         ASSERT_TRUE(MountAt(root / "stick"));
@@ -358,8 +308,6 @@ TEST_F(RealMountTest, TheKernelTellsOfMountsOfAStick) {
 
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
-    // Before any thread is there: the mount table of the process is that of its first thread.
-    g_ownNamespace =
-        unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    g_ownNamespace = EnterOwnMountNamespace();
     return RUN_ALL_TESTS();
 }
