@@ -38,7 +38,7 @@ show() { # a command as a person would type it, and what it prints
 }
 
 mkdir -p "$root"
-make-sample-media --photos "$root/HOLIDAY" 24
+make-sample-media --photos "$root/HOLIDAY" 12
 make-sample-media --small "$root/MIXED" 2>/dev/null
 printf '[device]\nclass=6\nvendor=Lumen\nproduct=Pocket 7\nserial=P7-0042\nbus=2\naddress=9\n' >"$root/CAMERA.usb"
 
@@ -54,9 +54,9 @@ done
 
 title "What is plugged in"
 show contentsctl storages
-title "Photos of one stick: how many, and the newest ones"
+title "Photos of one stick: how many, and all of them"
 show contentsctl count HOLIDAY photo
-show contentsctl query HOLIDAY photo --limit 6
+show contentsctl query HOLIDAY photo
 title "Music and videos of the other"
 show contentsctl query MIXED music --limit 6
 show contentsctl query MIXED video --limit 6
