@@ -1,6 +1,7 @@
 #include "Endurance/Support/Sticks.h"
 
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <stdexcept>
@@ -39,15 +40,17 @@ void Sticks::PlugIn(const std::string& entry) {
     fs::rename(m_away / entry, m_root / entry);
 }
 
+// Several processes may come here at once: each makes its own, and the first one's stays.
 void MakeSamples(const std::string& kind, const fs::path& folder, const std::string& count) {
     if (fs::exists(folder)) return;
-    const fs::path part = folder.string() + ".part";
-    fs::remove_all(part);
+    const fs::path part = folder.string() + "." + std::to_string(getpid());
     fs::create_directories(part);
     const std::string command =
         std::string(ENDURANCE_SAMPLES) + " " + kind + " '" + part.string() + "' " + count;
     if (system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
-    fs::rename(part, folder);
+    std::error_code existsNow;
+    fs::rename(part, folder, existsNow);
+    if (existsNow) fs::remove_all(part);
 }
 
 }  // namespace endurance
