@@ -1,11 +1,32 @@
 #include "PlivHost/HostLoop.h"
 
+#include <gio/gunixconnection.h>
+#include <gio/gunixcredentialsmessage.h>
+#include <gio/gunixfdlist.h>
+#include <gio/gunixsocketaddress.h>
+
 #include <utility>
 
 namespace platform {
+namespace {
+
+// GLib deadlocks when two threads initialise classes for the first time that need each other, as
+// the worker threads of a first connection and another user of GIO may. Done here, they are ready.
+void InitialiseClasses() {
+    for (const GType type :
+         {G_TYPE_TASK, G_TYPE_CANCELLABLE, G_TYPE_CREDENTIALS, G_TYPE_SOCKET,
+          G_TYPE_SOCKET_CONNECTION, G_TYPE_SOCKET_SERVICE, G_TYPE_UNIX_CONNECTION,
+          G_TYPE_UNIX_SOCKET_ADDRESS, G_TYPE_UNIX_CREDENTIALS_MESSAGE, G_TYPE_UNIX_FD_LIST,
+          G_TYPE_DATA_INPUT_STREAM, G_TYPE_DATA_OUTPUT_STREAM, G_TYPE_DBUS_AUTH_OBSERVER,
+          G_TYPE_DBUS_CONNECTION, G_TYPE_DBUS_MESSAGE, G_TYPE_DBUS_METHOD_INVOCATION})
+        g_type_class_ref(type);  // kept for the life of the process
+}
+
+}  // namespace
 
 HostLoop::HostLoop()
     : m_context(g_main_context_new()), m_loop(g_main_loop_new(m_context.get(), FALSE)) {
+    InitialiseClasses();
     g_main_context_push_thread_default(m_context.get());
 }
 

@@ -14,6 +14,12 @@
 #include "UsbDevice/UsbService.h"
 
 namespace dorn {
+
+// The plugin's application object, which lives until the process is gone: a debugger finds it
+// here, and a leak checker sees that it is not forgotten.
+extern CPlivAppBase* theApplication;
+CPlivAppBase* theApplication = nullptr;
+
 namespace {
 
 enum ExitStatus { EXIT_OK = 0, EXIT_CANNOT_SERVE = 1, EXIT_USAGE = 2 };
@@ -59,6 +65,7 @@ int Serve(const char* program, const platform::HostOptions& options, CPlivAppBas
 }  // namespace
 
 int PlivMain(int argc, char** argv, CPlivAppBase* app) {
+    theApplication = app;
     const char* program = argc > 0 ? argv[0] : "contents-mgr";
     const auto parsed = platform::ParseHostOptions(argc, argv);
     if (const auto* fault = std::get_if<platform::UsageError>(&parsed))
