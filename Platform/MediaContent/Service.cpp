@@ -118,16 +118,32 @@ void Service::Shutdown() {
     m_activities.Stop();
 }
 
+// With the record of each of `mounts`. Damage that shows only when they are written is answered
+// as damage found at the opening is. Throws DatabaseError.
+SessionPtr Service::NewSession(const std::vector<std::shared_ptr<Mount>>& mounts) {
+    MediaServiceOptions options;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        options = m_options;
+    }
+    for (bool again = false;; again = true) {
+        auto session = std::make_shared<Session>(options, m_updates);
+        const std::string file = session->store.File();
+        try {
+            for (const auto& mount : mounts) Record(*session, *mount);
+            return session;
+        } catch (const DatabaseError& error) {
+            if (again || !error.MeansDamage()) throw;
+        }
+        session.reset();
+        MoveAside(file, "found damaged");
+    }
+}
+
 int Service::OpenSession() {
     return Guarded("media_content_connect", [&] {
-        MediaServiceOptions options;
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            options = m_options;
-        }
-        const auto session = std::make_shared<Session>(options, m_updates);
         const std::vector<std::shared_ptr<Mount>> mounts = Mounts();
-        for (const auto& mount : mounts) Record(*session, *mount);
+        const SessionPtr session = NewSession(mounts);
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_session = session;
@@ -235,10 +251,12 @@ void Service::Mounted(const MountedStorage& storage) {
     mount->identity = ChooseIdentity(storage, mount->path);
     mount->id = StorageIdFor(mount->identity);
     const SessionPtr session = Current();
-    const int error = Guarded("StorageMounted", [&] {
+    int error = 0;
+    try {
         if (session) Record(*session, *mount);
-        return 0;
-    });
+    } catch (...) {
+        error = ReportFailure("StorageMounted", session.get());
+    }
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_mounts.push_back(mount);

@@ -62,6 +62,7 @@ public:
 private:
     Service() = default;
     SessionPtr Current();
+    SessionPtr NewSession(const std::vector<std::shared_ptr<Mount>>& mounts);
     int OpenSession();
     void CloseSession();
     void ReplaceDamaged(const SessionPtr& session);
