@@ -1,7 +1,8 @@
 // A first scan against the metadata libraries run bare over the same files in one process, and a
 // scan that finds nothing changed against a bare walk with stat.
-//   MediaScan LIBRARY [rounds]
+//   MediaScan LIBRARY [rounds] [cold]
 // LIBRARY is a folder of real media files, made for instance with "make-sample-media --large".
+// With "cold" (as root) the system's caches are dropped before each first reading.
 #include <fcntl.h>
 #include <ftw.h>
 #include <stdlib.h>
@@ -16,6 +17,7 @@
 #include <cstdio>
 #include <exiv2/exiv2.hpp>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -102,6 +104,14 @@ void WalkBare(const std::string& folder) {
         64, FTW_PHYS);
 }
 
+bool cold = false;
+
+void DropCaches() {
+    if (!cold) return;
+    sync();
+    std::ofstream("/proc/sys/vm/drop_caches") << 3;
+}
+
 void WaitForScans() {
     while (!platform::CurrentScans().empty()) usleep(200);
 }
@@ -132,6 +142,7 @@ Round Measure(const std::string& library, const std::vector<File>& files) {
     storage.mountPath = library;
     Round round;
     media_content_connect();
+    DropCaches();
     const double cpu = CpuSeconds();
     round.first = Seconds([&] {
         platform::StorageMounted(storage);
@@ -139,6 +150,7 @@ Round Measure(const std::string& library, const std::vector<File>& files) {
     });
     round.firstCpu = CpuSeconds() - cpu;
     media_info_get_media_count_from_db(nullptr, &round.items);
+    DropCaches();
     round.bare = Seconds([&] { ReadBare(files); });
     round.bareCpu = CpuSeconds() - cpu - round.firstCpu;
     round.again = Seconds([&] {
@@ -168,7 +180,7 @@ void Print(const char* what, double ours, double other, double aim) {
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: MediaScan LIBRARY [rounds]\n");
+        std::fprintf(stderr, "usage: MediaScan LIBRARY [rounds] [cold]\n");
         return 2;
     }
     platform::SetLogPriority(platform::LOG_ERROR);
@@ -176,6 +188,7 @@ int main(int argc, char** argv) {
     Exiv2::enableBMFF(true);
     Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
     av_log_set_level(AV_LOG_QUIET);
+    cold = argc > 3 && std::string(argv[3]) == "cold";
     const std::string library = fs::canonical(argv[1]);
     const std::vector<File> files = FilesBelow(library);
     ReadBare(files);  // everything is in the page cache from here on

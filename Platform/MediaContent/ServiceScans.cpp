@@ -110,7 +110,8 @@ void Service::Changed(const std::string& mountPath, const std::vector<std::strin
         std::string below;
         if (!IsBelow(WithoutSlash(path), mount->path, below)) continue;
         if (below.empty()) return StartFullScan(session, mount);
-        targets.insert({ParentPath(below), false});
+        // That file speaks for all that lies below its folder.
+        targets.insert({ParentPath(below), LastPart(below) == ".nomedia"});
         struct stat facts {};
         if (lstat(path.c_str(), &facts) != 0 || S_ISDIR(facts.st_mode))
             targets.insert({below, true});  // a folder, or what may have been one

@@ -245,6 +245,13 @@ TEST_F(MediaTest, LooksAgainAtWhatChanged) {
     EXPECT_TRUE(WaitFor([&] {
         return IdsByPath().size() == 3 && IdsByPath().count(Stick("a") + "/fresh/below/4.jpg");
     }));
+    // What .nomedia hides goes with all that lies below, and comes back with its removal.
+    WriteFile(Stick("a") + "/fresh/.nomedia");
+    platform::StorageContentChanged(Stick("a"), {Stick("a") + "/fresh/.nomedia"});
+    EXPECT_TRUE(WaitFor([&] { return Count({id}) == 1; }));
+    std::filesystem::remove(Stick("a") + "/fresh/.nomedia");
+    platform::StorageContentChanged(Stick("a"), {Stick("a") + "/fresh/.nomedia"});
+    EXPECT_TRUE(WaitFor([&] { return Count({id}) == 3; }));
     // The last files of a stick that is no mount point of its own: told so, it believes it.
     std::filesystem::remove_all(Stick("a") + "/fresh");
     std::filesystem::remove(Stick("a") + "/same.jpg");
@@ -322,6 +329,28 @@ TEST_F(MediaTest, ReportsChangesOnTheMainContext) {
     EXPECT_NE(Find(reports, 0, MEDIA_CONTENT_UPDATE, Stick("a") + "/three.mp3"), nullptr);
     EXPECT_NE(Find(reports, 0, MEDIA_CONTENT_UPDATE, Stick("a") + "/one.jpg"), nullptr);
     EXPECT_NE(Find(reports, 0, MEDIA_CONTENT_DELETE, Stick("a") + "/one.jpg"), nullptr);
+}
+
+TEST_F(MediaTest, HoldsTheEndOfAScanUntilTheStorageIsAnnounced) {
+    ASSERT_EQ(media_content_set_db_updated_cb(Collect, &Reports()), 0);
+    Drain();
+    WriteFile(Stick("a") + "/one.jpg");
+    Connect();
+    platform::MountedStorage storage;
+    storage.uuid = "U1";
+    storage.mountPath = Stick("a");
+    storage.announced = false;
+    platform::StorageMounted(storage);
+    WaitForScan(StorageAt(Stick("a")));
+    auto reports = Drain();
+    EXPECT_EQ(Find(reports, MEDIA_CONTENT_ITEM_DIRECTORY, MEDIA_CONTENT_UPDATE, Stick("a")),
+              nullptr);
+    platform::StorageAnnounced(Stick("a"));
+    platform::StorageAnnounced(Stick("a"));  // once is enough
+    reports = Drain();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_NE(Find(reports, MEDIA_CONTENT_ITEM_DIRECTORY, MEDIA_CONTENT_UPDATE, Stick("a")),
+              nullptr);
 }
 
 TEST_F(MediaTest, BoundsTheReportsThatNobodyFetches) {
