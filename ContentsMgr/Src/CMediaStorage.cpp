@@ -31,6 +31,7 @@ CMediaStorage::~CMediaStorage() {
 }
 
 std::string CMediaStorage::GetDeviceID() const {
+    std::lock_guard<std::mutex> lock(m_deviceIdMutex);
     return m_deviceId;
 }
 std::string CMediaStorage::GetDeviceMountPath() const {
@@ -86,6 +87,7 @@ void CMediaStorage::SetDeviceName(const char* name) {
     m_deviceName = name;
 }
 void CMediaStorage::SetDeviceID(std::string id) {
+    std::lock_guard<std::mutex> lock(m_deviceIdMutex);
     m_deviceId = std::move(id);
 }
 void CMediaStorage::SetVendorID(int id) {

@@ -1,6 +1,7 @@
 #ifndef CONTENTS_MGR_C_MEDIA_STORAGE_H
 #define CONTENTS_MGR_C_MEDIA_STORAGE_H
 
+#include <mutex>
 #include <string>
 
 #include "UsbDevice.h"
@@ -25,8 +26,9 @@ enum DiskType : int {
     DISK_TYPE_OTHER = 2,
 };
 
-// One attached device: a partition of a mass storage, or a camera. Shared by pointer; whoever
-// changes it holds the storage list's mutex.
+// One attached device: a partition of a mass storage, or a camera. Shared by pointer. Filled before
+// others see it; only its id is set later, when the database has come to know it, while a command
+// may be reading: that one is safe on any thread.
 class CMediaStorage {
 public:
     CMediaStorage();
@@ -74,7 +76,8 @@ public:
 private:
     void* m_mediaStorage = nullptr;
     std::string m_deviceName;
-    std::string m_deviceId;
+    mutable std::mutex m_deviceIdMutex;  // held for one copy
+    std::string m_deviceId;              // guarded by m_deviceIdMutex
     int m_vendorId = 0;
     std::string m_manufacturer;
     DiskType m_diskType = DISK_TYPE_OTHER;
