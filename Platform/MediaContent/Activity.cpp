@@ -1,6 +1,7 @@
 #include "MediaContent/Activity.h"
 
 #include <algorithm>
+#include <system_error>
 
 namespace platform {
 namespace {
@@ -18,8 +19,15 @@ void ActivityQueue::Submit(ActivityPtr activity, std::function<void()> run) {
     std::lock_guard<std::mutex> lock(m_mutex);
     CancelIfGone(*activity);
     m_queue.push_back({std::move(activity), std::move(run)});
-    if (m_idle < m_queue.size() && m_threads.size() < MAX_THREADS)
-        m_threads.emplace_back([this] { Main(); });
+    try {
+        if (m_idle < m_queue.size() && m_threads.size() < MAX_THREADS)
+            m_threads.emplace_back([this] { Main(); });
+    } catch (const std::system_error&) {
+        if (m_threads.empty()) {
+            m_queue.pop_back();
+            throw;
+        }
+    }
     m_changed.notify_all();
 }
 
@@ -134,11 +142,21 @@ WorkerPool::~WorkerPool() {
 }
 
 void WorkerPool::Submit(std::function<void()> task) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_tasks.push_back(std::move(task));
-    if (m_idle < m_tasks.size() && m_threads.size() < m_limit)
-        m_threads.emplace_back([this] { Main(); });
-    m_changed.notify_one();
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        try {
+            if (m_idle <= m_tasks.size() && m_threads.size() < m_limit)
+                m_threads.emplace_back([this] { Main(); });
+        } catch (const std::system_error&) {
+            // Fewer threads than hoped for; without any the caller does the work.
+        }
+        if (!m_threads.empty()) {
+            m_tasks.push_back(std::move(task));
+            m_changed.notify_one();
+            return;
+        }
+    }
+    task();
 }
 
 void WorkerPool::Main() {

@@ -53,8 +53,9 @@ public:
 
     ~ActivityQueue() { Stop(); }
 
-    // `run` is called exactly once, also after the activity was cancelled. What is submitted or
-    // entered for a storage that is gone is cancelled from the start.
+    // Throws std::system_error, and takes nothing on, when there is no thread and none can be made.
+    // Otherwise `run` is called exactly once, also after the activity was cancelled. What is
+    // submitted or entered for a storage that is gone is cancelled from the start.
     void Submit(ActivityPtr activity, std::function<void()> run);
     // True when such an activity waits for its turn.
     bool IsQueued(const Test& test);
@@ -113,7 +114,7 @@ public:
     ~WorkerPool();
     WorkerPool(const WorkerPool&) = delete;
     WorkerPool& operator=(const WorkerPool&) = delete;
-    size_t Threads() const { return m_limit; }
+    // On the calling thread when no other one can be had.
     void Submit(std::function<void()> task);
 
 private:

@@ -118,6 +118,10 @@ media_content_error_e Scan::Run() {
                      error.what());
         if (error.MeansDamage()) m_tools.store.ReportDamage();
         return MEDIA_CONTENT_ERROR_DB_FAILED;
+    } catch (const std::exception& error) {
+        PLATFORM_LOG("MEDIA_CONTENT", LOG_ERROR, "scan of %s: %s", m_mount.path.c_str(),
+                     error.what());
+        return MEDIA_CONTENT_ERROR_OUT_OF_MEMORY;
     }
 }
 
@@ -307,8 +311,13 @@ void Scan::HandOut() {
 // On a worker's thread.
 void Scan::ReadGroup(std::vector<Change> group) {
     const size_t files = group.size();
-    const bool given = !m_activity.cancel &&
-                       ReadMetadataInto(m_tools.extractor, m_root.Get(), group, m_activity.cancel);
+    bool given = false;
+    try {
+        given = !m_activity.cancel &&
+                ReadMetadataInto(m_tools.extractor, m_root.Get(), group, m_activity.cancel);
+    } catch (const std::exception& error) {
+        PLATFORM_LOG("MEDIA_CONTENT", LOG_ERROR, "metadata of %zu files: %s", files, error.what());
+    }
     std::lock_guard<std::mutex> lock(m_mutex);
     for (Change& change : group) {
         const bool news = !change.retry || change.state != ItemState::UNREAD;

@@ -67,6 +67,7 @@ private:
     void CloseSession();
     void ReplaceDamaged(const SessionPtr& session);
     void Record(Session& session, Mount& mount);
+    int Submit(const ActivityPtr& activity, std::function<void()> run);
     void StartFullScan(const SessionPtr& session, const std::shared_ptr<Mount>& mount);
     void RunFullScan(const SessionPtr& session, const ActivityPtr& activity);
     void ReportScanEnd(Mount& mount, media_content_error_e error);

@@ -32,7 +32,17 @@ void Service::StartFullScan(const SessionPtr& session, const std::shared_ptr<Mou
     activity->mount = mount;
     activity->full = true;
     mount->scanStatus = MEDIA_STORAGE_SCAN_PREPARING;
-    m_activities.Submit(activity, [this, session, activity] { RunFullScan(session, activity); });
+    const int error = Submit(activity, [=] { RunFullScan(session, activity); });
+    if (error != MEDIA_CONTENT_ERROR_NONE) mount->scanStatus = MEDIA_STORAGE_SCAN_STOPPED;
+}
+
+// Nothing is thrown when there is no thread to be had: the log tells, the next occasion tries
+// again.
+int Service::Submit(const ActivityPtr& activity, std::function<void()> run) {
+    return Guarded("scan", [&] {
+        m_activities.Submit(activity, std::move(run));
+        return MEDIA_CONTENT_ERROR_NONE;
+    });
 }
 
 // A scan that ends because the database is closed is not reported: it goes on at the next
@@ -92,13 +102,12 @@ int Service::ScanFolder(const char* path, bool recursive, media_scan_completed_c
         return MEDIA_CONTENT_ERROR_NOT_FOUND;
     const auto activity = std::make_shared<Activity>();
     activity->mount = mount;
-    m_activities.Submit(activity, [=] {
+    return Submit(activity, [=] {
         const media_content_error_e error =
             activity->cancel ? MEDIA_CONTENT_ERROR_CANCELLED
                              : Scan(session->tools, *activity, {{below, recursive}}).Run();
-        if (callback) callback(error, userData);
+        callback(error, userData);
     });
-    return MEDIA_CONTENT_ERROR_NONE;
 }
 
 void Service::Changed(const std::string& mountPath, const std::vector<std::string>& paths) {
@@ -122,7 +131,7 @@ void Service::Changed(const std::string& mountPath, const std::vector<std::strin
     if (list.empty()) return;
     const auto activity = std::make_shared<Activity>();
     activity->mount = mount;
-    m_activities.Submit(activity, [session, activity, list] {
+    Submit(activity, [session, activity, list] {
         if (!activity->cancel) Scan(session->tools, *activity, list).Run();
     });
 }
@@ -140,7 +149,7 @@ std::vector<ScanProgress> Service::Scans() {
 // Storages that nobody has plugged in for long give their place back, a little at a time.
 void Service::StartPurge(const SessionPtr& session) {
     const auto activity = std::make_shared<Activity>();
-    m_activities.Submit(activity, [session, activity] {
+    Submit(activity, [session, activity] {
         Guarded("purge", [&] {
             const int64_t before = time(nullptr) - FORGET_AFTER_S;
             for (const int64_t storage : Reader(session->store).StoragesUnseenSince(before))
