@@ -43,6 +43,26 @@ void CPlivTaskContentsMgr::t_Main() {
     }
 }
 
+namespace {
+
+using JobQueue = CSafeQ<CCMTaskJob>;
+
+// Takes a job off the queue when it has run, also when it ended in an exception: it would stand
+// before all later jobs otherwise.
+class FinishedJob {
+public:
+    FinishedJob(JobQueue& queue, JobQueue::Cursor& cursor) : m_queue(queue), m_cursor(cursor) {}
+    ~FinishedJob() { m_cursor = m_queue.Remove(m_cursor); }
+    FinishedJob(const FinishedJob&) = delete;
+    FinishedJob& operator=(const FinishedJob&) = delete;
+
+private:
+    JobQueue& m_queue;
+    JobQueue::Cursor& m_cursor;
+};
+
+}  // namespace
+
 // Several posts may be answered by one drain; the later wake-ups then find nothing to do.
 void CPlivTaskContentsMgr::m_Process() {
     CCMTaskJob job;
@@ -54,8 +74,8 @@ void CPlivTaskContentsMgr::m_Process() {
             cursor = m_jobs.Skip(cursor);
             continue;
         }
+        const FinishedJob finished(m_jobs, cursor);
         m_RunJob(job);
-        cursor = m_jobs.Remove(cursor);
     }
 }
 

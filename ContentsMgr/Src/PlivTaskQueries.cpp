@@ -238,7 +238,7 @@ CPlivTaskContentsMgr::WaitEnd CPlivTaskContentsMgr::m_WaitForScan(const QueryInf
 }
 
 // Once a second: a scan's end is no notification of this worker's. Ends as timed out, too, when
-// the connection is given up meanwhile: no main loop may be left to bring the time-out.
+// the watchers are gone meanwhile: no main loop may be left to bring the time-out.
 CPlivTaskContentsMgr::WaitEnd CPlivTaskContentsMgr::m_PollScan(const QueryInfo& query,
                                                                const LateFlag& timedOut,
                                                                const LateFlag& scanned) {
@@ -246,7 +246,7 @@ CPlivTaskContentsMgr::WaitEnd CPlivTaskContentsMgr::m_PollScan(const QueryInfo& 
     for (;;) {
         int status = MEDIA_STORAGE_SCAN_STOPPED;
         if (!isFolder) status = ScanStatus(query.storageId);
-        const bool expired = timedOut.IsSet() || !m_connected;
+        const bool expired = timedOut.IsSet() || !m_listening;
         if (scanned.IsSet() && !expired) return WaitEnd::Complete;
         if (expired) {
             CM_PROGRESS(" TimeOut Occured \n");
