@@ -133,6 +133,14 @@ TEST_F(LifetimeTest, AScanWaitEndsWhenNothingCanEndItAnyMore) {
     EXPECT_EQ(platform.CompleteFolderScans(), 1);
 }
 
+TEST_F(LifetimeTest, AScanWaitEndsWithoutWatchersToo) {
+    auto engine = EngineInScanWait("photo");
+    platform.Fail("media_content_disconnect", 1, MEDIA_CONTENT_ERROR_DB_BUSY);
+    EXPECT_EQ(Command(*engine, "Disconnect").value, "0")
+        << "connected still, but no main loop runs";
+    EXPECT_EQ(Await("QUERY_COMPLETED")["result"].asInt(), -10);
+}
+
 TEST_F(LifetimeTest, APausedDiscoveryHoldsUpNoOtherEngine) {
     std::atomic<bool> firstCall{true};
     Gate gate;
@@ -178,6 +186,20 @@ TEST_F(LifetimeTest, ADisconnectDuringAPairingPauseDoesNotWaitItOut) {
     ASSERT_TRUE(platform.WaitForLog("m_AddStorage storageListSize = 1 "));
     EXPECT_TRUE(rig.task.Disconnect());
     EXPECT_FALSE(platform.HasLog(" TimeOut Occured \n")) << "all passes ran";
+}
+
+TEST_F(LifetimeTest, ARecordIsReadWhileItsStickIsPairedAgain) {
+    Rig rig;
+    ASSERT_TRUE(rig.task.Connect());
+    CPlivTaskContentsMgr::StorageList list;
+    ASSERT_TRUE(rig.task.GetStorages(list));
+    std::atomic<bool> going{true};
+    std::thread reader([&] {
+        while (going) EXPECT_EQ(list[0]->GetDeviceID(), "S1");
+    });
+    for (int i = 0; i < 50; ++i) platform.FireUsb(Stick(kStick), "mounted");
+    going = false;
+    reader.join();
 }
 
 TEST_F(LifetimeTest, ManyClientsAtWorkAtOnce) {
