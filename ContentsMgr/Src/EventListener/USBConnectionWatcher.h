@@ -1,18 +1,14 @@
 #ifndef CONTENTS_MGR_USB_CONNECTION_WATCHER_H
 #define CONTENTS_MGR_USB_CONNECTION_WATCHER_H
 
-#include "DefaultContextLoop.h"
-#include "ThreadCM.h"
+#include "PlatformWatcher.h"
 #include "UsbDevice.h"
 
 namespace dorn {
 
-// Receives USB notifications for one engine while it lives: a thread that runs a main loop on the
-// default main context.
-class USBConnectionWatcher : public ThreadCM {
+// Receives USB notifications for one engine while it lives.
+class USBConnectionWatcher : public PlatformWatcher<void (*)(usb_device_s*, char*, void*)> {
 public:
-    using Callback = void (*)(usb_device_s* device, char* action, void* userData);
-
     // What the watchers made from now on register. May be called before there is one.
     static void SetUsbConnectedCallback(Callback callback, void* userData);
 
@@ -21,19 +17,8 @@ public:
     // When it returns, its callback does not run and will not be called again.
     ~USBConnectionWatcher() override;
 
-    void t_Main() override;
-
-private:
-    // Shared by all watchers; guarded by a mutex of the class.
-    static Callback s_pfunc;
-    static void* s_pUser_data;
-    static gint32 s_registerCount;
-
-    // This watcher's copy of the two, so that another engine's registration does not change it.
-    Callback m_callback;
-    void* m_userData;
-    DefaultContextLoop m_loop;
-    SemphoreCM m_registered;
+protected:
+    void Register(Callback callback, void* userData) override;
 };
 
 }  // namespace dorn
