@@ -58,8 +58,10 @@ private:
 BusTransport::BusTransport(const TransportParts& parts, GBusType bus)
     : m_parts(parts), m_connection(ConnectToBus(bus)) {
     g_signal_connect(m_connection.get(), "closed", G_CALLBACK(s_Closed), this);
+    m_parts.outbox.endsAtLimit = false;
     m_outbox = Outbox::Create(m_connection.get(), m_parts.outbox, "", [] {
-        PLATFORM_LOG(kLogTag, LOG_ERROR, "the message bus does not take our messages");
+        PLATFORM_LOG(kLogTag, LOG_ERROR,
+                     "the message bus takes our messages too slowly: some are dropped");
     });
     // Lasting handles' events have no destination: the bus hands them to whoever listens.
     m_parts.handles.Join(m_listeners = std::make_shared<Peer>(m_outbox, ""));

@@ -102,18 +102,28 @@ void Outbox::PostEvent(const std::string& destination, int handle, int kind, std
 }
 
 void Outbox::Post(Item item) {
+    bool report = false;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_dead) return;
-        if (m_waitingBytes + item.size <= m_limits.waitingBytes) {
+        if (Takes(item.size, report)) {
             m_waitingBytes += item.size;
             m_waiting.push_back(std::move(item));
             Pump();
-            return;
         }
-        Drop();
     }
-    m_onOverflow();
+    if (report) m_onOverflow();
+}
+
+bool Outbox::Takes(size_t size, bool& isFirstRefusal) {
+    if (m_dead) return false;
+    if (m_waitingBytes + size <= m_limits.waitingBytes) {
+        m_overflowing = false;
+        return true;
+    }
+    isFirstRefusal = !m_overflowing;
+    m_overflowing = true;
+    if (m_limits.endsAtLimit) Drop();
+    return false;
 }
 
 bool Outbox::WindowIsFull() const {

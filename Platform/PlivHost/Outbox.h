@@ -22,10 +22,13 @@ struct OutboxLimits {
     // no message back, so it gets few at a time.
     size_t windowMessages = 64;
     size_t windowBytes = size_t{1} << 20;
+    // Past the limit: give the other end up, or else drop single messages until there is room.
+    bool endsAtLimit = true;
 };
 
 // Events and replies in the order in which they were posted. Posting never waits for the reader:
-// past the limit the outbox drops everything, now and later, and reports it once.
+// past the limit the outbox drops everything, now and later, or what does not fit, and reports it
+// once, or once each time that there had been room.
 //
 // GDBus says through a filter, on its own thread, when it takes a message off its queue to write
 // it; that moves the window on. Waiting for a flush instead would hold a pool thread for every
@@ -71,6 +74,7 @@ private:
     static GDBusMessage* s_Filter(GDBusConnection* connection, GDBusMessage* message,
                                   gboolean incoming, gpointer number);
     void Post(Item item);
+    bool Takes(size_t size, bool& isFirstRefusal);  // under m_mutex
     void Written(guint32 serial);
     void Pump();                // under m_mutex
     bool WindowIsFull() const;  // under m_mutex
@@ -86,6 +90,7 @@ private:
 
     mutable std::mutex m_mutex;  // held over g_dbus_connection_send_message, to keep the order
     bool m_dead = false;         // these are guarded by m_mutex
+    bool m_overflowing = false;  // messages are being dropped
     std::deque<Item> m_waiting;
     std::deque<InFlight> m_inFlight;
     size_t m_waitingBytes = 0;

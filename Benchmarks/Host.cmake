@@ -1,0 +1,2 @@
+cm_add_executable(CommandRoundTrip ${CMAKE_CURRENT_LIST_DIR}/CommandRoundTrip.cpp)
+target_link_libraries(CommandRoundTrip PRIVATE contentsmgr platform)

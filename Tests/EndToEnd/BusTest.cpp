@@ -1,0 +1,120 @@
+// The service on a message bus: its name, its clients, and their loss.
+#include <signal.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "EndToEnd/Support/ServiceTest.h"
+
+namespace test {
+namespace {
+
+constexpr char kConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
+ "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig><type>session</type><listen>unix:path=%</listen><auth>EXTERNAL</auth>
+<policy context="default"><allow send_destination="*"/><allow eavesdrop="true"/>
+<allow own="*"/></policy></busconfig>)";
+
+size_t ThreadsOf(pid_t process) {
+    size_t count = 0;
+    std::error_code gone;
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task", gone)) {
+        static_cast<void>(entry);
+        ++count;
+    }
+    return count;
+}
+
+class BusTest : public ServiceTest {
+protected:
+    void SetUp() override {
+        std::string configuration = kConfiguration;
+        configuration.replace(configuration.find('%'), 1, BusSocket());
+        std::ofstream(Folder() + "/bus.conf") << configuration;
+        m_bus = std::make_unique<Program>(
+            std::vector<std::string>{"dbus-daemon", "--nofork", "--config-file",
+                                     Folder() + "/bus.conf"},
+            Folder() + "/bus.log");
+        ASSERT_TRUE(Until([&] { return access(BusSocket().c_str(), F_OK) == 0; }));
+        m_onBus = std::make_unique<Program>(
+            std::vector<std::string>{CONTENTS_MGR, "--bus", "session", "--usb", "directory",
+                                     "--usb-root", UsbRoot(), "--database", Folder() + "/media.db"},
+            Folder() + "/log", Environment());
+        ASSERT_TRUE(Until([&] { return OnBus({"run", "StartSync"}).status == 0; }));
+    }
+
+    void TearDown() override {
+        m_onBus->Signal(SIGTERM);
+        EXPECT_EQ(m_onBus->Wait(), m_busDied ? 1 : 0);
+    }
+
+    Outcome OnBus(std::vector<std::string> words) const {
+        words.insert(words.begin(), {CONTENTSCTL, "--bus", "session"});
+        return RunProgram(words, Environment());
+    }
+
+    std::string BusSocket() const { return Folder() + "/bus"; }
+    Variables Environment() const {
+        return {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + BusSocket()}};
+    }
+    // How often the log tells so.
+    size_t Told(const std::string& text) const {
+        const std::string log = LogText();
+        size_t count = 0;
+        for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
+            ++count;
+        return count;
+    }
+
+    std::unique_ptr<Program> m_bus;
+    std::unique_ptr<Program> m_onBus;
+    bool m_busDied = false;
+};
+
+TEST_F(BusTest, ServesClientsUnderItsName) {
+    PlugIn("stick", {"--photos", "DIR", "30"});
+    EXPECT_EQ(OnBus({"count", "stick", "photo"}).output, "31\n");
+    const Outcome second =
+        RunProgram({CONTENTS_MGR, "--bus", "session", "--usb", "directory", "--usb-root", UsbRoot(),
+                    "--database", Folder() + "/other.db"},
+                   Environment());
+    EXPECT_EQ(second.status, 1);
+    EXPECT_NE(second.errors.find("has the name"), std::string::npos) << second.errors;
+}
+
+// A client that is killed says no good-bye; its engine disconnects when the bus tells of it.
+TEST_F(BusTest, AClientThatVanishesTakesItsEngineAlong) {
+    PlugIn("stick", {"--photos", "DIR", "30"});
+    Program monitor({CONTENTSCTL, "--bus", "session", "monitor"}, Folder() + "/monitor",
+                    Environment());
+    ASSERT_TRUE(Until(
+        [&] { return ReadFile(Folder() + "/monitor").find("Listening") != std::string::npos; }));
+    const auto threads = [&] { return ThreadsOf(m_onBus->Pid()); };
+    const size_t before = threads();
+    monitor.Signal(SIGKILL);
+    monitor.Wait();
+    EXPECT_TRUE(Until([&] { return threads() < before; })) << "its engine lives on";
+    EXPECT_EQ(OnBus({"count", "stick", "photo"}).output, "31\n");
+}
+
+TEST_F(BusTest, TheEndOfTheBusEndsTheService) {
+    m_busDied = true;
+    m_bus->Signal(SIGTERM);
+    m_bus->Wait();
+    EXPECT_EQ(m_onBus->Wait(), 1);
+    EXPECT_EQ(Told("the connection to the message bus is lost"), 1u);
+}
+
+TEST_F(ServiceTest, ToolAndServiceTellThatThereIsNoBus) {
+    const Variables nowhere{{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + Folder() + "/none"}};
+    const Outcome service = RunProgram({CONTENTS_MGR, "--bus", "session"}, nowhere);
+    EXPECT_EQ(service.status, 1);
+    EXPECT_NE(service.errors.find("message bus"), std::string::npos) << service.errors;
+    EXPECT_EQ(RunProgram({CONTENTSCTL, "--bus", "session", "storages"}, nowhere).status, 2);
+}
+
+}  // namespace
+}  // namespace test
