@@ -155,7 +155,7 @@ TEST_F(DatabaseFaults, FlippedBytesCostNoCrash) {
     const fs::path file = m_scratch.Path() / "media.db";
     const std::string sound = ReadAll(file);
     std::minstd_rand random(2);
-    for (int round = 0; round < 25; ++round) {
+    for (int round = 0; round < 12; ++round) {
         std::string damaged = sound;
         for (int i = 0; i < 20; ++i)
             damaged[random() % damaged.size()] ^= static_cast<char>(1 + random() % 255);
