@@ -28,6 +28,9 @@ export UBSAN_OPTIONS=print_stacktrace=1
 export TSAN_OPTIONS=ignore_noninstrumented_modules=1:halt_on_error=0
 export GIO_USE_VFS=local
 
+# A clone in another folder may use what was compiled in this one.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+
 check_format() {
     git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
 }
