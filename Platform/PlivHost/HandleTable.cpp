@@ -1,5 +1,7 @@
 #include "PlivHost/HandleTable.h"
 
+#include <malloc.h>
+
 #include <system_error>
 #include <utility>
 
@@ -48,7 +50,8 @@ void HandleTable::Start(MethodCall call, const std::shared_ptr<Owner>& owner, st
     ++owner->openHandles;
     const auto release = [this, owner] {
         --owner->openHandles;
-        --m_open;
+        // Nobody is left: what their pages have taken goes back to the system.
+        if (--m_open == 0) malloc_trim(0);
     };
     const auto reap = [this, number] { m_loop.Post([this, number] { m_entries.erase(number); }); };
     try {

@@ -128,10 +128,11 @@ bool Soak::LearnWorld() {
         const std::string path = ClientPath(m_sticks.Root(), entry.path().string());
         if (!g_utf8_validate(path.c_str(), -1, nullptr)) continue;
         if (entry.is_directory()) m_world.folders.push_back(path);
-        // By their endings, what a scan lists by itself: the counts are compared at the end.
+        // What a scan lists by itself: the counts are compared at the end. The other stick has
+        // folders and names that it leaves out.
         const std::string ending = entry.path().extension().string();
         if (entry.is_regular_file() && (ending == ".jpg" || ending == ".mp3") &&
-            path.find("/.") == std::string::npos)
+            path.find("/ALL/") == std::string::npos)
             m_world.files.push_back(path);
     }
     return m_world.storages.size() == m_names.size() && !m_world.files.empty();

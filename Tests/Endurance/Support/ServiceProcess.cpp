@@ -31,6 +31,8 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
 
 std::vector<std::string> Environment(const std::vector<std::string>& extra) {
     std::vector<std::string> all = extra;
+    all.push_back("G_SLICE=always-malloc");  // as the service's unit sets it
+    all.push_back("LSAN_OPTIONS=suppressions=" ENDURANCE_LEAKS);
     for (char** at = environ; *at; ++at) all.push_back(*at);
     return all;
 }

@@ -1,5 +1,6 @@
 #include "Endurance/Support/Vitals.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -46,9 +47,15 @@ Vitals ReadVitals(pid_t process) {
     vitals.threads = NumberIn(folder / "status", "Threads:");
     vitals.descriptors = static_cast<long>(EntriesOf(folder / "fd").size());
     vitals.children = static_cast<long>(ChildrenOf(process).size());
-    for (const auto& task : EntriesOf(folder / "task"))
-        vitals.wakeUps += NumberIn(task / "status", "voluntary_ctxt_switches:");
     return vitals;
+}
+
+std::map<pid_t, long> WakeUpsOf(pid_t process) {
+    std::map<pid_t, long> wakeUps;
+    for (const auto& task : EntriesOf(FolderOf(process) / "task"))
+        wakeUps[atoi(task.filename().c_str())] =
+            NumberIn(task / "status", "voluntary_ctxt_switches:");
+    return wakeUps;
 }
 
 std::vector<pid_t> ChildrenOf(pid_t process) {

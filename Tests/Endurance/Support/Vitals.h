@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -15,11 +16,12 @@ struct Vitals {
     long threads = 0;
     long descriptors = 0;
     long children = 0;  // zombies included
-    long wakeUps = 0;   // of all its threads, since they were made
 };
 
 // All zero for a process that is gone. Any thread.
 Vitals ReadVitals(pid_t process);
+// How often each of its threads has gone to sleep by itself since it was made, by thread id.
+std::map<pid_t, long> WakeUpsOf(pid_t process);
 std::vector<pid_t> ChildrenOf(pid_t process);
 // What its descriptors stand for, one a line, sorted.
 std::string DescriptorsOf(pid_t process);
