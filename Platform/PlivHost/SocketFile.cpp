@@ -28,7 +28,7 @@ constexpr int kWaitingConnections = 32;
 }
 
 std::string CheckedPath(std::string path) {
-    constexpr size_t longest = sizeof(sockaddr_un::sun_path) - 1;
+    constexpr size_t longest = sizeof(sockaddr_un::sun_path) - 2;  // room for the name before
     if (path.size() > longest)
         Refuse("cannot listen at", path,
                "a socket's path has at most " + std::to_string(longest) + " bytes");
@@ -67,14 +67,19 @@ void RemoveStale(const std::string& path) {
     unlink(path.c_str());
 }
 
+// Listens under another name first: whoever sees the file can connect to it.
 ObjectPtr<GSocket> Listen(const std::string& path) {
+    const std::string before = path + '~';
+    unlink(before.c_str());
     ObjectPtr<GSocket> socket = NewSocket(path);
     g_socket_set_listen_backlog(socket.get(), kWaitingConnections);
     ErrorSlot error;
-    if (!g_socket_bind(socket.get(), AddressOf(path).get(), FALSE, error.Out()) ||
+    if (!g_socket_bind(socket.get(), AddressOf(before).get(), FALSE, error.Out()) ||
         !g_socket_listen(socket.get(), error.Out()))
         Refuse("cannot listen at", path, error.Text());
-    chmod(path.c_str(), 0600);
+    chmod(before.c_str(), 0600);
+    if (rename(before.c_str(), path.c_str()) != 0)
+        Refuse("cannot listen at", path, strerror(errno));
     return socket;
 }
 
