@@ -176,44 +176,5 @@ TEST_F(DatabaseFaults, FlippedBytesCostNoCrash) {
     m_service.reset();
 }
 
-// Of another kind or a later version: put aside, not written over.
-TEST_F(DatabaseFaults, ForeignFilesAreMovedAside) {
-    const auto stick = AddPhotos("STICK", kPhotos);
-    const fs::path file = m_scratch.Path() / "media.db";
-    for (const std::string& content :
-         {std::string("this is a letter to my aunt"), std::string(8192, '\0'),
-          std::string("SQLite format 3") + std::string(5000, '\1')}) {
-        fs::remove(file.string() + ".aside");
-        WriteAll(file, content);
-        Start();
-        EXPECT_EQ(CountOn(stick), kPhotos) << m_service->Log();
-        EXPECT_EQ(ReadAll(file.string() + ".aside"), content);
-        ASSERT_EQ(m_service->Stop(), 0);
-        for (const char* part : {"", "-wal", "-shm"}) fs::remove(file.string() + part);
-    }
-    m_service.reset();
-}
-
-// Killed while it scans, at one moment after the other: the file is sound each time, and the last
-// start has everything.
-TEST_F(DatabaseFaults, KilledAtRandomMomentsTheDatabaseStaysSound) {
-    const auto stick = AddPhotos("STICK", 1500);
-    std::minstd_rand random(std::random_device{}());
-    for (int round = 0; round < 15; ++round) {
-        Start();
-        {
-            Visitor visitor(*m_service);
-            EXPECT_TRUE(visitor.IsConnected()) << m_service->Log();
-            // Any moment will do: this only spreads them.
-            usleep(static_cast<useconds_t>(random() % 150000));
-            m_service->Kill();
-        }
-        EXPECT_EQ(IntegrityOf(m_scratch.Path() / "media.db"), "ok");
-    }
-    Start();
-    EXPECT_EQ(CountOn(stick), 1500) << m_service->Log();
-    EXPECT_FALSE(fs::exists(m_scratch.Path() / "media.db.aside"));
-}
-
 }  // namespace
 }  // namespace endurance
