@@ -1,4 +1,5 @@
-// The whole process: how long it takes to its first answer, and what it takes when it does nothing.
+// The whole process: how long it takes to its first answer, what clients on its socket wait for,
+// and what it takes when it does nothing.
 //   ServiceRows [--quick]
 #include <stdlib.h>
 
@@ -148,6 +149,42 @@ void UseAll(test::DBusClient& client, int handle, int items) {
     Require(counted == items - items / 10, "the service does not know the library");
 }
 
+double MillisecondsForPage(test::DBusClient& client, int handle, int start) {
+    const auto begin = Clock::now();
+    client.Execute(handle, "Fetch", std::to_string(start), "1000");
+    Require(client.Wait("FETCH_COMPLETED").has_value(), "no page");
+    return Milliseconds(Clock::now() - begin).count();
+}
+
+// What a client on the socket waits for: pages of the first stick from both ends, turn by turn,
+// and its count.
+void MeasurePages(test::DBusClient& client, int handle, int rounds) {
+    const std::string id = WordAfter(client.Execute(handle, "GetStorages").value, "\"id\":\"");
+    client.Execute(handle, "Query", id, "photo", "", "false");
+    const auto event = client.Wait("QUERY_COMPLETED");
+    Require(event.has_value(), "query failed");
+    const int count = atoi(event->payload.c_str() + strlen("{\"count\":"));
+    std::vector<double> first, last;
+    for (int i = 0; i < rounds; ++i) {
+        first.push_back(MillisecondsForPage(client, handle, 0));
+        last.push_back(MillisecondsForPage(client, handle, std::max(0, count - 1000)));
+    }
+    const double atStart = Median(first), atEnd = Median(last);
+    std::printf(
+        "ROW\tpage of 1,000 over D-Bus at the end against offset 0\t%.2f ms\t%.2f ms\t"
+        "%.2f\tat most 1.2\t%s\n",
+        atEnd, atStart, atEnd / atStart, atEnd / atStart <= 1.2 ? "met" : "NOT MET");
+    std::vector<double> counts;
+    for (int i = 0; i < rounds; ++i) {
+        const auto begin = Clock::now();
+        client.Execute(handle, "Query", id, "photo", "", "false");
+        Require(client.Wait("QUERY_COMPLETED").has_value(), "query failed");
+        counts.push_back(Milliseconds(Clock::now() - begin).count());
+    }
+    PrintRow("query and its count over D-Bus, " + std::to_string(count) + " items", Median(counts),
+             "ms", 1);
+}
+
 // Wake-ups between two looks; the end of a thread counts as one.
 long Stirred(const std::map<pid_t, long>& before, const std::map<pid_t, long>& after) {
     long sum = 0;
@@ -165,6 +202,7 @@ void MeasureIdle(int items, int quiet, std::chrono::seconds length) {
     const int handle = client->Open();
     Require(client->Execute(handle, "Connect").value == "1", "Connect failed");
     UseAll(*client, handle, items);
+    MeasurePages(*client, handle, quiet);
     auto last = WakeUpsOf(service->Pid());
     auto since = Clock::now();
     WaitUntil(  // until nothing has stirred for longer than GLib keeps idle threads
