@@ -11,7 +11,7 @@ packages=(
 )
 if [ "${1:-test}" = test ]; then
     packages+=(libgtest-dev libgmock-dev libbenchmark-dev libumockdev-dev umockdev clang-format
-        clang python3 dbus dbus-daemon systemd e2fsprogs mount)
+        clang libclang-rt-14-dev python3 dbus dbus-daemon systemd e2fsprogs mount)
 fi
 
 missing=()

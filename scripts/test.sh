@@ -35,6 +35,16 @@ check_format() {
     git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
 }
 
+fuzz_briefly() {
+    local log
+    log=$(mktemp)
+    scripts/fuzz.sh 3 >"$log" 2>&1
+    local status=$?
+    [ $status -eq 0 ] || tail -60 "$log"
+    rm -f "$log"
+    return $status
+}
+
 run_preset() {
     local preset=$1 log counts
     log=$(mktemp)
@@ -67,6 +77,7 @@ count "the check of the layers" scripts/check-layers-test.sh
 presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(dev asan tsan)
 for preset in "${presets[@]}"; do run_preset "$preset"; done
+[ $# -gt 0 ] || count "fuzzing, a few seconds a target" fuzz_briefly
 
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]
