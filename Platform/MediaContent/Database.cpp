@@ -1,5 +1,7 @@
 #include "MediaContent/Database.h"
 
+#include <string.h>
+
 namespace platform {
 namespace {
 
@@ -18,8 +20,13 @@ Connection::Connection(const std::string& file, int flags) {
 }
 
 void Connection::Fail(int code) const {
-    const char* text = m_handle ? sqlite3_errmsg(m_handle.get()) : sqlite3_errstr(code);
-    throw DatabaseError(code, text ? text : "out of memory");
+    if (!m_handle) throw DatabaseError(code, sqlite3_errstr(code));
+    std::string text = sqlite3_errmsg(m_handle.get());
+    if (const int cause = sqlite3_system_errno(m_handle.get()))
+        text += std::string(": ") + strerror(cause);
+    if (const char* file = sqlite3_db_filename(m_handle.get(), "main"))
+        text += std::string(" (") + file + ")";
+    throw DatabaseError(code, text);
 }
 
 void Connection::Execute(const char* sql) {
