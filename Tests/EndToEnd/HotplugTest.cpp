@@ -8,17 +8,13 @@
 #include <set>
 #include <thread>
 
+#include "EndToEnd/Support/Crew.h"
 #include "EndToEnd/Support/ServiceTest.h"
 
 namespace test {
 namespace {
 
 namespace fs = std::filesystem;
-
-int FromEnvironment(const char* name, int otherwise) {
-    const char* text = getenv(name);
-    return text ? atoi(text) : otherwise;
-}
 
 size_t EntriesOf(pid_t process, const char* folder) {
     const fs::path path = "/proc/" + std::to_string(process) + "/" + folder;
@@ -32,54 +28,6 @@ std::set<std::string> MountPaths(MediaClient& client) {
         paths.insert(fs::path(storage["mountPath"].asString()).filename());
     return paths;
 }
-
-// One client's life: connects, asks, fetches and leaves in random order until told to stop. What a
-// stick that has just gone makes of its answers is no matter; that each comes is.
-void LiveRandomly(const std::string& socket, unsigned seed, const std::atomic<bool>& stop) {
-    std::mt19937 random(seed);
-    MediaClient client(socket);
-    std::string storageId;
-    while (!stop) {
-        switch (random() % 6) {
-            case 0: {
-                const Json::Value storages = Parse(client.Run("GetStorages"))["storages"];
-                if (!storages.empty()) storageId = storages[0]["id"].asString();
-                break;
-            }
-            case 1:
-                EXPECT_EQ(client.Run("Disconnect"), "1");
-                EXPECT_EQ(client.Run("Connect"), "1");
-                break;
-            default:
-                if (storageId.empty()) break;
-                EXPECT_GE(client.Query(storageId, "photo", "", "false"), 0);
-                client.Fetch(0, 10);
-        }
-        client.Raw().TakeAll();
-    }
-}
-
-class Crew {
-public:
-    template <typename Body>
-    void Add(Body body) {
-        m_threads.emplace_back([this, body] {
-            try {
-                body(m_stop);
-            } catch (const std::exception& error) {
-                ADD_FAILURE() << error.what();
-            }
-        });
-    }
-    ~Crew() {
-        m_stop = true;
-        for (auto& thread : m_threads) thread.join();
-    }
-
-private:
-    std::atomic<bool> m_stop{false};
-    std::vector<std::thread> m_threads;
-};
 
 }  // namespace
 

@@ -9,8 +9,10 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <random>
 #include <thread>
 
+#include "EndToEnd/Support/Crew.h"
 #include "EndToEnd/Support/ServiceTest.h"
 #include "MockDevices.h"
 
@@ -147,6 +149,29 @@ TEST_F(ChainTest, AStickAndACameraComeAndGo) {
     mock.Send(disk, "remove");  // pulled out and put back while it is mounted
     EXPECT_EQ("$USB_DIR/two", Storage(client, "USB_DISCONNECTED")["mountPath"].asString());
     EXPECT_EQ(id, Storage(client, "USB_CONNECTED")["id"].asString());
+}
+
+// CM_CYCLES in the environment makes it longer than a test run has time for.
+TEST_F(ChainTest, AStickIsMountedAndUnmountedAtAnyMomentUnderThreeClients) {
+    test::MediaClient watcher(Socket());
+    std::mt19937 random(11);
+    {
+        test::Crew crew;
+        for (unsigned seed = 1; seed <= 3; ++seed)
+            crew.Add([this, seed](auto& stop) { test::LiveRandomly(Socket(), seed, stop); });
+        fs::create_directory(kRoot / "one");
+        for (int cycle = 0; cycle < test::FromEnvironment("CM_CYCLES", 30); ++cycle) {
+            ASSERT_EQ(0, mount(loop.c_str(), (kRoot / "one").c_str(), "ext4", MS_RDONLY, nullptr));
+            std::this_thread::sleep_for(std::chrono::milliseconds(random() % 60));
+            Unmount("one");
+            std::this_thread::sleep_for(std::chrono::milliseconds(random() % 60));
+        }
+    }
+    MountAt("two");
+    const Json::Value storage = watcher.Storage("two");
+    EXPECT_EQ(kPhotos, watcher.Query(storage["id"].asString(), "photo"));
+    const Json::Value storages = test::Parse(watcher.Run("GetStorages"))["storages"];
+    EXPECT_EQ(1u, storages.size()) << storages;
 }
 
 }  // namespace
