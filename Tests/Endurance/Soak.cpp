@@ -265,6 +265,9 @@ void Soak::Chaos(seconds length) {
         m_ledger.Wrong("the service ended by itself");
     m_stop = true;
     for (auto& thread : threads) thread.join();
+    // What was left where a stick was pulled out between two steps.
+    for (const char* name : {"copy.jpg", "renamed.jpg"})
+        fs::remove(m_sticks.PathOf("OTHER") / name);
 }
 
 // ---- judgement --------------------------------------------------------------------------------
