@@ -1,12 +1,11 @@
 #include "PlivHost/HandleTable.h"
 
-#include <malloc.h>
-
 #include <system_error>
 #include <utility>
 
 #include "Log/Log.h"
 #include "PlivHost/EventRouter.h"
+#include "PlivHost/Heap.h"
 #include "PlivHost/Names.h"
 
 namespace platform {
@@ -51,7 +50,7 @@ void HandleTable::Start(MethodCall call, const std::shared_ptr<Owner>& owner, st
     const auto release = [this, owner] {
         --owner->openHandles;
         // Nobody is left: what their pages have taken goes back to the system.
-        if (--m_open == 0) malloc_trim(0);
+        if (--m_open == 0) TrimHeap();
     };
     const auto reap = [this, number] { m_loop.Post([this, number] { m_entries.erase(number); }); };
     try {

@@ -18,21 +18,21 @@ bool MethodCall::WantsReply() const {
     return !(g_dbus_message_get_flags(m_call.get()) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
 }
 
-void MethodCall::Return(GVariant* result) {
-    const VariantPtr body(result ? g_variant_ref_sink(result) : nullptr);
+void MethodCall::Answer(const char* error, VariantPtr body) {
     if (WantsReply()) {
-        ObjectPtr<GDBusMessage> reply(g_dbus_message_new_method_reply(m_call.get()));
-        if (body) g_dbus_message_set_body(reply.get(), body.get());
-        m_outbox->PostReply(std::move(reply));
+        const char* caller = g_dbus_message_get_sender(m_call.get());
+        m_outbox->PostReply({g_dbus_message_get_serial(m_call.get()), caller ? caller : "", error,
+                             std::move(body)});
     }
     m_call.reset();
 }
 
+void MethodCall::Return(GVariant* result) {
+    Answer(nullptr, VariantPtr(result ? g_variant_ref_sink(result) : nullptr));
+}
+
 void MethodCall::Fail(const char* name, const std::string& text) {
-    if (WantsReply())
-        m_outbox->PostReply(ObjectPtr<GDBusMessage>(
-            g_dbus_message_new_method_error_literal(m_call.get(), name, ToUtf8(text).c_str())));
-    m_call.reset();
+    Answer(name, VariantPtr(g_variant_ref_sink(g_variant_new("(s)", ToUtf8(text).c_str()))));
 }
 
 }  // namespace platform

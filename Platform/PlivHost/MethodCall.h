@@ -20,10 +20,12 @@ public:
 
     // `result` is a tuple, taken when floating; null stands for the empty one.
     void Return(GVariant* result);
+    // `name` is a constant, which outlives the call.
     void Fail(const char* name, const std::string& text);
 
 private:
     bool WantsReply() const;
+    void Answer(const char* error, VariantPtr body);
 
     ObjectPtr<GDBusMessage> m_call;  // null once answered
     std::shared_ptr<Outbox> m_outbox;

@@ -13,9 +13,23 @@ namespace {
 
 constexpr size_t kOverhead = 256;  // of one waiting message: its record, headers and heap blocks
 
-size_t BodySize(GDBusMessage* message) {
-    GVariant* body = g_dbus_message_get_body(message);
-    return body ? g_variant_get_size(body) : 0;
+// Of a reply's body, which is brought into one piece by it.
+size_t BodySize(GVariant* body) {
+    if (!body) return 0;
+    g_variant_get_data(body);
+    return g_variant_get_size(body);
+}
+
+ObjectPtr<GDBusMessage> NewReply(const Reply& reply) {
+    ObjectPtr<GDBusMessage> message(g_dbus_message_new());
+    g_dbus_message_set_message_type(
+        message.get(), reply.error ? G_DBUS_MESSAGE_TYPE_ERROR : G_DBUS_MESSAGE_TYPE_METHOD_RETURN);
+    g_dbus_message_set_flags(message.get(), G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
+    g_dbus_message_set_reply_serial(message.get(), reply.serial);
+    if (!reply.caller.empty()) g_dbus_message_set_destination(message.get(), reply.caller.c_str());
+    if (reply.error) g_dbus_message_set_error_name(message.get(), reply.error);
+    if (reply.body) g_dbus_message_set_body(message.get(), reply.body.get());
+    return message;
 }
 
 // A filter may still be running on GDBus's thread when it has been removed, so it finds its outbox
@@ -82,23 +96,16 @@ GDBusMessage* Outbox::s_Filter(GDBusConnection*, GDBusMessage* message, gboolean
     return message;
 }
 
-void Outbox::PostReply(ObjectPtr<GDBusMessage> reply) {
-    Item item;
-    item.size = kOverhead + BodySize(reply.get());
-    item.reply = std::move(reply);
-    Post(std::move(item));
+void Outbox::PostReply(Reply reply) {
+    const size_t size = kOverhead + BodySize(reply.body.get());
+    Post({std::move(reply), size});
 }
 
 void Outbox::PostEvent(const std::string& destination, int handle, int kind, std::string name,
                        std::string payload) {
-    Item item;
-    item.destination = destination;
-    item.handle = handle;
-    item.kind = kind;
-    item.name = ToUtf8(std::move(name));
-    item.payload = ToUtf8(std::move(payload));
-    item.size = kOverhead + item.name.size() + item.payload.size();
-    Post(std::move(item));
+    Event event{destination, handle, kind, ToUtf8(std::move(name)), ToUtf8(std::move(payload))};
+    const size_t size = kOverhead + event.name.size() + event.payload.size();
+    Post({std::move(event), size});
 }
 
 void Outbox::Post(Item item) {
@@ -160,17 +167,23 @@ void Outbox::Written(guint32 serial) {
     if (!m_dead) Pump();
 }
 
-ObjectPtr<GDBusMessage> Outbox::MessageOf(Item& item) const {
-    ObjectPtr<GDBusMessage> message = std::move(item.reply);
-    if (!message) {
-        message.reset(g_dbus_message_new_signal(kObjectPath, kInterface, "Event"));
-        g_dbus_message_set_body(message.get(),
-                                g_variant_new("(iiss)", item.handle, item.kind, item.name.c_str(),
-                                              item.payload.c_str()));
-        if (!item.destination.empty())
-            g_dbus_message_set_destination(message.get(), item.destination.c_str());
-    }
+ObjectPtr<GDBusMessage> Outbox::MessageOf(const Item& item) const {
+    ObjectPtr<GDBusMessage> message;
+    if (const auto* reply = std::get_if<Reply>(&item.content))
+        message = NewReply(*reply);
+    else
+        message = NewSignal(std::get<Event>(item.content));
     if (!m_sender.empty()) g_dbus_message_set_sender(message.get(), m_sender.c_str());
+    return message;
+}
+
+ObjectPtr<GDBusMessage> Outbox::NewSignal(const Event& event) {
+    ObjectPtr<GDBusMessage> message(g_dbus_message_new_signal(kObjectPath, kInterface, "Event"));
+    g_dbus_message_set_body(message.get(),
+                            g_variant_new("(iiss)", event.handle, event.kind, event.name.c_str(),
+                                          event.payload.c_str()));
+    if (!event.destination.empty())
+        g_dbus_message_set_destination(message.get(), event.destination.c_str());
     return message;
 }
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <variant>
 
 #include "PlivHost/GlibPtr.h"
 
@@ -24,6 +25,14 @@ struct OutboxLimits {
     size_t windowBytes = size_t{1} << 20;
     // Past the limit: give the other end up, or else drop single messages until there is room.
     bool endsAtLimit = true;
+};
+
+// The answer to one method call, as it waits: a whole message takes ten times as much.
+struct Reply {
+    guint32 serial = 0;           // of the call
+    std::string caller;           // empty on a private connection
+    const char* error = nullptr;  // a constant with the error's name; null: no error
+    VariantPtr body;              // a tuple, or null for the empty one
 };
 
 // Events and replies in the order in which they were posted. Posting never waits for the reader:
@@ -45,7 +54,7 @@ public:
     Outbox& operator=(const Outbox&) = delete;
 
     // Any thread.
-    void PostReply(ObjectPtr<GDBusMessage> reply);
+    void PostReply(Reply reply);
     void PostEvent(const std::string& destination, int handle, int kind, std::string name,
                    std::string payload);
 
@@ -55,14 +64,16 @@ public:
     size_t WaitingBytes() const;
 
 private:
-    struct Item {
-        ObjectPtr<GDBusMessage> reply;  // or else an event:
+    struct Event {
         std::string destination;
-        int handle = 0;
-        int kind = 0;
+        int handle;
+        int kind;
         std::string name;
         std::string payload;
-        size_t size = 0;
+    };
+    struct Item {
+        std::variant<Reply, Event> content;
+        size_t size;
     };
     struct InFlight {
         guint32 serial;
@@ -79,7 +90,8 @@ private:
     void Pump();                // under m_mutex
     bool WindowIsFull() const;  // under m_mutex
     void Drop();                // under m_mutex
-    ObjectPtr<GDBusMessage> MessageOf(Item& item) const;
+    ObjectPtr<GDBusMessage> MessageOf(const Item& item) const;
+    static ObjectPtr<GDBusMessage> NewSignal(const Event& event);
 
     const ObjectPtr<GDBusConnection> m_connection;
     const OutboxLimits m_limits;

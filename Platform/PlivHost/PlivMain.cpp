@@ -8,6 +8,7 @@
 #include "Log/Log.h"
 #include "MediaContent/MediaService.h"
 #include "PlivHost.h"
+#include "PlivHost/Heap.h"
 #include "PlivHost/Names.h"
 #include "PlivHost/Options.h"
 #include "PlivHost/Server.h"
@@ -66,6 +67,7 @@ int Serve(const char* program, const platform::HostOptions& options, CPlivAppBas
 
 int PlivMain(int argc, char** argv, CPlivAppBase* app) {
     theApplication = app;
+    platform::KeepHeapSmall();
     const char* program = argc > 0 ? argv[0] : "contents-mgr";
     const auto parsed = platform::ParseHostOptions(argc, argv);
     if (const auto* fault = std::get_if<platform::UsageError>(&parsed))
