@@ -5,6 +5,8 @@ extern "C" {
 #include <libavutil/mem.h>
 }
 
+#include <array>
+#include <cstring>
 #include <memory>
 
 #include "MediaContent/Extract/CleanText.h"
@@ -74,7 +76,21 @@ int RefuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary
     return AVERROR(EACCES);
 }
 
-Input Open(AVIOContext* io) {
+// The format of the files that people have most, by its mark at the start of the file. Null: to be
+// found by trying all formats, which takes longer than reading one of these.
+const AVInputFormat* FormatOf(FileSource& source) {
+    std::array<char, 12> start{};
+    if (source.ReadAt(0, start.data(), start.size()) < start.size()) return nullptr;
+    const auto has = [&](size_t at, const char* mark) {
+        return std::memcmp(start.data() + at, mark, std::strlen(mark)) == 0;
+    };
+    if (has(4, "ftyp")) return av_find_input_format("mov");
+    if (has(0, "\x1a\x45\xdf\xa3")) return av_find_input_format("matroska");
+    if (has(0, "RIFF") && has(8, "AVI ")) return av_find_input_format("avi");
+    return nullptr;
+}
+
+Input Open(AVIOContext* io, const AVInputFormat* format) {
     AVFormatContext* context = avformat_alloc_context();
     if (!context) return nullptr;
     context->pb = io;
@@ -85,7 +101,7 @@ Input Open(AVIOContext* io) {
     av_dict_set(&options, "probesize", PROBE_BYTES, 0);
     av_dict_set(&options, "analyzeduration", PROBE_MICROSECONDS, 0);
     // Frees the context itself when it fails.
-    const int result = avformat_open_input(&context, nullptr, nullptr, &options);
+    const int result = avformat_open_input(&context, nullptr, format, &options);
     const std::unique_ptr<AVDictionary, FreeOptions> left(options);
     return Input(result < 0 ? nullptr : context);
 }
@@ -176,7 +192,7 @@ bool ReadContainer(FileSource& source, const char*, Metadata& metadata) {
     Stream stream{source, SourceCursor(source)};
     const Io io = MakeIo(stream);
     if (!io) return false;
-    const Input input = Open(io.get());
+    const Input input = Open(io.get(), FormatOf(source));
     if (!input) return false;
     if (!HeaderSaysAll(*input)) avformat_find_stream_info(input.get(), nullptr);
     if (input->nb_streams == 0) return false;

@@ -15,7 +15,10 @@ constexpr size_t WINDOW = 16 * 1024;
 }  // namespace
 
 FileSource::FileSource(int fd, uint64_t size)
-    : m_fd(fd), m_size(std::min<uint64_t>(size, INT64_MAX)), m_window(WINDOW) {
+    : m_fd(fd),
+      m_size(std::min<uint64_t>(size, INT64_MAX)),
+      m_window(static_cast<size_t>(std::min<uint64_t>(m_size, WINDOW))) {
+    if (m_size <= WINDOW) return;
     // Without it the kernel reads ahead far more than is looked at: from a slow stick, that is most
     // of the time a file takes.
     posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
