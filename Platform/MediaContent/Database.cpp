@@ -87,9 +87,17 @@ Query& Query::Bind(double value) {
 }
 
 Query& Query::Bind(std::string_view value) {
+    return BindText(value, SQLITE_TRANSIENT);
+}
+
+Query& Query::BindInPlace(std::string_view value) {
+    return BindText(value, SQLITE_STATIC);
+}
+
+Query& Query::BindText(std::string_view value, sqlite3_destructor_type ownership) {
     const char* data = value.data() ? value.data() : "";
-    const int result = sqlite3_bind_text64(m_statement, ++m_bound, data, value.size(),
-                                           SQLITE_TRANSIENT, SQLITE_UTF8);
+    const int result =
+        sqlite3_bind_text64(m_statement, ++m_bound, data, value.size(), ownership, SQLITE_UTF8);
     if (result != SQLITE_OK) m_connection.Fail(result);
     return *this;
 }

@@ -75,6 +75,8 @@ public:
     Query& Bind(int64_t value);
     Query& Bind(double value);
     Query& Bind(std::string_view value);  // copied
+    // Not copied: stays as it is until the query has run.
+    Query& BindInPlace(std::string_view value);
 
     bool Next();                  // false at the end; throws DatabaseError
     void Run() { (void)Next(); }  // for statements without rows
@@ -87,6 +89,8 @@ public:
     int Type(int column) const { return sqlite3_column_type(m_statement, column); }
 
 private:
+    Query& BindText(std::string_view value, sqlite3_destructor_type ownership);
+
     Connection& m_connection;
     StatementPtr m_own;
     Connection::Kept* m_borrowed = nullptr;

@@ -20,7 +20,7 @@ namespace {
 constexpr size_t BATCH = 500;                 // changes a transaction
 constexpr int64_t WRITE_EVERY_MS = 500;       // sooner when files are slow to read
 constexpr size_t GROUP = 32;                  // files that a worker gets at once
-constexpr size_t MAX_READING = 8 * GROUP;     // files with the workers
+constexpr size_t MAX_READING = 32 * GROUP;    // files with the workers
 constexpr uint64_t CHECKPOINT_EVERY = 20000;  // changes
 constexpr int MAX_SKIP_LINES = 20;            // log lines a scan
 
@@ -38,16 +38,41 @@ FileFacts FactsOf(const struct stat& facts) {
             static_cast<int64_t>(facts.st_ino)};
 }
 
+void LearnFacts(Change& change, int file) {
+    struct stat facts {};
+    if (fstat(file, &facts) == 0 && S_ISREG(facts.st_mode)) change.facts = FactsOf(facts);
+}
+
 bool StatBelow(int root, const std::string& folder, const std::string& name, struct stat& facts) {
     const FileHandle opened = OpenBelow(root, folder, O_PATH | O_DIRECTORY);
     return opened && fstatat(opened.Get(), name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+// Opens files that mostly lie in the same folder as the one before: the way to the folder is then
+// gone once.
+class FolderOpener {
+public:
+    explicit FolderOpener(int root) : m_root(root) {}
+
+    FileHandle OpenFile(const std::string& folder, const std::string& name, int flags) {
+        if (!m_folder || folder != m_path) {
+            m_folder = OpenBelow(m_root, folder, O_PATH | O_DIRECTORY);
+            m_path = folder;
+        }
+        return m_folder ? OpenBelow(m_folder.Get(), name, flags) : FileHandle();
+    }
+
+private:
+    const int m_root;
+    std::string m_path;
+    FileHandle m_folder;
+};
+
 // A file of which not even the ends can be read is no bad file: its stick has gone, or is failing.
 bool IsReadable(int file) {
     struct stat facts {};
     char byte = 0;
-    if (fstat(file, &facts) != 0) return false;
+    if (fstat(file, &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
     return facts.st_size == 0 ||
            (pread(file, &byte, 1, 0) == 1 && pread(file, &byte, 1, facts.st_size - 1) == 1);
 }
@@ -59,14 +84,18 @@ bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& c
     std::vector<FileHandle> handles;
     std::vector<ExtractFile> files;
     std::vector<Change*> asked;
+    FolderOpener folder(root);
     for (Change& change : changes) {
         change.state = ItemState::READ;
         if (change.type == MEDIA_CONTENT_TYPE_OTHERS) continue;
         FileHandle file =
-            OpenBelow(root, JoinPath(change.folder, change.name), O_RDONLY | O_NONBLOCK | O_NOCTTY);
-        struct stat facts {};
+            folder.OpenFile(change.folder, change.name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
         change.state = ItemState::UNREAD;
-        if (!file || fstat(file.Get(), &facts) != 0 || !S_ISREG(facts.st_mode)) continue;
+        // One that may not be read is still there.
+        if (change.facts.size < 0)
+            LearnFacts(change, file ? file.Get()
+                                    : folder.OpenFile(change.folder, change.name, O_PATH).Get());
+        if (!file || change.facts.size < 0) continue;
         files.push_back({file.Get(), change.type, change.mime.c_str()});
         handles.push_back(std::move(file));
         asked.push_back(&change);
@@ -228,19 +257,21 @@ void Scan::ScanFile(const FileHandle& folder, const std::string& path, const std
     const char* mime = "application/octet-stream";
     const bool isMedia = LookUpMediaType(name, change.type, mime) && !IsHidden(name);
     const auto item = known.find(name);
+    change.folder = path;
+    change.name = name;
+    change.mime = mime;
     if (!isMedia && (item == known.end() || !item->second.pinned)) return;
     if (m_mount.path.size() + path.size() + name.size() + 3 > PATH_MAX)
         return Skip(JoinPath(path, name), "the path is too long");
+    ++m_activity.filesSeen;
+    // Nothing to compare it with: who opens it learns the rest on the way.
+    if (!m_heldItems && item == known.end()) return ReadLater(std::move(change));
     struct stat facts {};
     if (fstatat(folder.Get(), name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) != 0) {
         if (!MeansGone(errno)) known.erase(name);  // there, but not to be judged now
         return;
     }
     if (!S_ISREG(facts.st_mode)) return;
-    ++m_activity.filesSeen;
-    change.folder = path;
-    change.name = name;
-    change.mime = mime;
     change.facts = FactsOf(facts);
     // An item that was found elsewhere has left its place to another file.
     if (item == known.end() || m_claimed.count(item->second.number))
@@ -321,15 +352,19 @@ void Scan::ReadGroup(std::vector<Change> group) {
     std::lock_guard<std::mutex> lock(m_mutex);
     for (Change& change : group) {
         const bool news = !change.retry || change.state != ItemState::UNREAD;
-        if (given && news) m_results.push_back(std::move(change));
+        const bool isThere = change.facts.size >= 0;
+        if (given && isThere && news) m_results.push_back(std::move(change));
     }
     m_reading -= files;
+    m_hasResults = true;
     m_resultCame.notify_all();
 }
 
 void Scan::TakeResults(bool all) {
     if (all) HandOut();
+    if (!all && !m_hasResults) return;
     std::unique_lock<std::mutex> lock(m_mutex);
+    m_hasResults = false;
     if (all) m_resultCame.wait(lock, [this] { return m_reading == 0; });
     std::move(m_results.begin(), m_results.end(), std::back_inserter(m_changes));
     m_results.clear();

@@ -2,6 +2,7 @@
 #ifndef PLATFORM_MEDIA_CONTENT_SCAN_H
 #define PLATFORM_MEDIA_CONTENT_SCAN_H
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -107,8 +108,9 @@ private:
 
     std::mutex m_mutex;
     std::condition_variable m_resultCame;
-    std::vector<Change> m_results;  // guarded by m_mutex: completed by the workers
-    size_t m_reading = 0;           // guarded by m_mutex: still with the workers
+    std::vector<Change> m_results;          // guarded by m_mutex: completed by the workers
+    size_t m_reading = 0;                   // guarded by m_mutex: still with the workers
+    std::atomic<bool> m_hasResults{false};  // a look at it costs no lock
 };
 
 }  // namespace platform

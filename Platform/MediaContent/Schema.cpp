@@ -173,7 +173,7 @@ std::unique_ptr<Connection> OpenOnce(const std::string& file) {
         std::make_unique<Connection>(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     connection->Execute(
         "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA cache_size = -8192;"
-        "PRAGMA journal_size_limit = 16777216; PRAGMA wal_autocheckpoint = 1000;"
+        "PRAGMA journal_size_limit = 16777216; PRAGMA wal_autocheckpoint = 4000;"
         "PRAGMA temp_store = MEMORY");
     if (Pragma(*connection, "SELECT count(*) FROM sqlite_schema") == 0)
         CreateSchema(*connection);

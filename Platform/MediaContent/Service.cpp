@@ -89,6 +89,9 @@ int ReportFailure(const char* call, Session* session) {
 // ---- connection -------------------------------------------------------------------------------
 
 void Service::Configure(const MediaServiceOptions& options) {
+    // SQLite's own account of its memory takes a lock of the whole process for every block; nobody
+    // asks for it. Refused, and no matter, when a database has been open before.
+    sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
     std::lock_guard<std::mutex> lock(m_mutex);
     m_options = options;
 }

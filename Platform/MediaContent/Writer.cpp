@@ -19,13 +19,13 @@ constexpr const char* CONTENT_COLUMNS[] = {
     "orientation", "bit_rate", "duration",    "latitude", "longitude", "description",
     "album",       "artist",   "genre",       "composer", "copyright", "track"};
 
-void BindContent(Query& query, const Change& change, bool pinned) {
+// The change, and `title` when its file has none, stay as they are until the query has run.
+void BindContent(Query& query, const Change& change, const std::string& title, bool pinned) {
     const Metadata& meta = change.metadata;
     query.Bind(static_cast<int64_t>(change.type)).Bind(change.facts.modified);
     query.Bind(change.facts.modifiedNs).Bind(change.facts.size).Bind(change.facts.inode);
     query.Bind(static_cast<int64_t>(change.state)).Bind(static_cast<int64_t>(pinned));
-    query.Bind(change.name).Bind(change.mime);
-    query.Bind(meta.title.empty() ? TitleFromName(change.name) : meta.title);
+    query.BindInPlace(change.name).BindInPlace(change.mime).BindInPlace(title);
     for (const int32_t value :
          {meta.width, meta.height, meta.orientation, meta.bitRate, meta.durationMs})
         query.Bind(static_cast<int64_t>(value));
@@ -33,7 +33,11 @@ void BindContent(Query& query, const Change& change, bool pinned) {
     query.Bind(meta.hasPosition ? meta.longitude : 0.0);
     for (const std::string* text : {&meta.description, &meta.album, &meta.artist, &meta.genre,
                                     &meta.composer, &meta.copyright, &meta.trackNumber})
-        query.Bind(*text);
+        query.BindInPlace(*text);
+}
+
+std::string TitleOf(const Change& change) {
+    return change.metadata.title.empty() ? TitleFromName(change.name) : change.metadata.title;
 }
 
 std::string InsertText() {
@@ -42,7 +46,8 @@ std::string InsertText() {
         columns += std::string(", ") + column;
         marks += ", ?";
     }
-    return "INSERT INTO item(storage, folder, added" + columns + ") VALUES(?, ?, ?" + marks + ")";
+    return "INSERT INTO item(storage, folder, added" + columns + ") VALUES(?, ?, ?" + marks +
+           ") ON CONFLICT(folder, name) DO NOTHING";
 }
 
 std::string UpdateText() {
@@ -134,15 +139,15 @@ void Writer::Put(Batch& batch, const Change& change) {
     const int64_t folder = FolderNumber(batch.storage, change.folder);
     const std::string path = JoinPath(change.folder, change.name);
     Row row;
-    const bool known =
-        FindByPlace(folder, change.name, row) ||
-        (change.number != 0 && FindByNumber(change.number, row) && row.storage == batch.storage);
-    if (!known) {
-        const int64_t number = Insert(batch, folder, change);
+    const bool moved = change.number != 0 && !FindByPlace(folder, change.name, row) &&
+                       FindByNumber(change.number, row) && row.storage == batch.storage;
+    int64_t number = 0;
+    if (!moved && Insert(batch, folder, change, number)) {
         Count(batch, change.folder, change.type, 1);
         batch.done.push_back({MEDIA_CONTENT_INSERT, change.type, number, path, change.mime});
         return;
     }
+    if (!moved && !FindByPlace(folder, change.name, row)) return;
     Update(row, folder, change);
     Count(batch, FolderPath(row.folder), row.type, -1);
     Count(batch, change.folder, change.type, 1);
@@ -194,34 +199,46 @@ bool Writer::Remove(int64_t number, int64_t& storage, Done& done) {
     return found;
 }
 
-int64_t Writer::Insert(const Batch& batch, int64_t folder, const Change& change) {
+// False when there is an item at this place.
+bool Writer::Insert(const Batch& batch, int64_t folder, const Change& change, int64_t& number) {
     static const std::string text = InsertText();
     Query query(*m_connection, text);
     query.Bind(batch.storage).Bind(folder).Bind(batch.now);
-    BindContent(query, change, change.pinned);
+    const std::string title = TitleOf(change);
+    BindContent(query, change, title, change.pinned);
     query.Run();
-    return m_connection->LastInsertedRow();
+    number = m_connection->LastInsertedRow();
+    return m_connection->ChangedRows() > 0;
 }
 
 void Writer::Update(const Row& row, int64_t folder, const Change& change) {
     static const std::string text = UpdateText();
     Query query(*m_connection, text);
     query.Bind(folder);
-    BindContent(query, change, change.pinned || row.pinned);
+    const std::string title = TitleOf(change);
+    BindContent(query, change, title, change.pinned || row.pinned);
     query.Bind(row.number).Run();
 }
 
 void Writer::Count(Batch& batch, const std::string& folder, media_content_type_e type, int by) {
     batch.items[static_cast<size_t>(type)] += by;
-    batch.folders[folder].direct[static_cast<size_t>(type)] += by;
-    for (std::string at = folder;; at = ParentPath(at)) {
-        batch.folders[at].below += by;
-        if (at.empty()) break;
-    }
+    Counts& counts = batch.folders[folder];
+    counts.direct[static_cast<size_t>(type)] += by;
+    counts.here += by;
 }
 
-void Writer::StoreCounts(const Batch& batch) {
+// What lies in a folder lies below each folder above it, too.
+void Writer::SumUp(Batch& batch) {
+    for (const auto& [path, counts] : std::map<std::string, Counts>(batch.folders))
+        for (std::string at = path;; at = ParentPath(at)) {
+            batch.folders[at].below += counts.here;
+            if (at.empty()) break;
+        }
+}
+
+void Writer::StoreCounts(Batch& batch) {
     if (batch.done.empty()) return;
+    SumUp(batch);
     for (const auto& [path, counts] : batch.folders) {
         Query query(*m_connection,
                     "UPDATE folder SET below = below + ?, count0 = count0 + ?, count1 = count1 + ?,"
@@ -275,8 +292,8 @@ std::string Writer::FolderPath(int64_t number) {
 
 // Makes the folder's record, and those of the folders above it, when they are missing.
 int64_t Writer::FolderNumber(int64_t storage, const std::string& path) {
-    const auto key = std::make_pair(storage, path);
-    if (const auto known = m_folders.find(key); known != m_folders.end()) return known->second;
+    std::unordered_map<std::string, int64_t>& folders = m_folders[storage];
+    if (const auto known = folders.find(path); known != folders.end()) return known->second;
     int64_t number = 0;
     {
         Query query(*m_connection, "SELECT number FROM folder WHERE storage = ? AND path = ?");
@@ -292,8 +309,8 @@ int64_t Writer::FolderNumber(int64_t storage, const std::string& path) {
             .Run();
         number = m_connection->LastInsertedRow();
     }
-    if (m_folders.size() >= MAX_KNOWN_FOLDERS) m_folders.clear();
-    m_folders[key] = number;
+    if (folders.size() >= MAX_KNOWN_FOLDERS) folders.clear();
+    folders[path] = number;
     return number;
 }
 

@@ -28,7 +28,7 @@ enum class ItemState {
 
 // What stat tells of a file, and by which a change is recognised.
 struct FileFacts {
-    int64_t size = 0;        // bytes
+    int64_t size = -1;       // bytes; below 0: nothing is known of the file yet
     int64_t modified = 0;    // seconds, UTC
     int64_t modifiedNs = 0;  // nanoseconds on top
     int64_t inode = 0;
@@ -97,7 +97,8 @@ public:
 private:
     struct Counts {
         std::array<int64_t, MEDIA_TYPES> direct{};
-        int64_t below = 0;
+        int64_t here = 0;   // the sum of these
+        int64_t below = 0;  // and of the folders below
     };
     struct Row {
         int64_t number = 0;
@@ -123,10 +124,11 @@ private:
     void Put(Batch& batch, const Change& change);
     void Move(Batch& batch, const Change& change);
     void RemoveRow(Batch& batch, const Row& row);
-    int64_t Insert(const Batch& batch, int64_t folder, const Change& change);
+    bool Insert(const Batch& batch, int64_t folder, const Change& change, int64_t& number);
     void Update(const Row& row, int64_t folder, const Change& change);
     void Count(Batch& batch, const std::string& folder, media_content_type_e type, int by);
-    void StoreCounts(const Batch& batch);
+    static void SumUp(Batch& batch);
+    void StoreCounts(Batch& batch);
     bool FindByPlace(int64_t folder, const std::string& name, Row& row);
     bool FindByNumber(int64_t number, Row& row);
     bool ReadRow(Query& query, Row& row);
@@ -136,9 +138,10 @@ private:
     void InTransaction(Body body);
 
     std::mutex m_mutex;
-    std::unique_ptr<Connection> m_connection;                      // guarded by m_mutex
-    std::string m_salt;                                            // constant
-    std::map<std::pair<int64_t, std::string>, int64_t> m_folders;  // guarded; a cache
+    std::unique_ptr<Connection> m_connection;  // guarded by m_mutex
+    std::string m_salt;                        // constant
+    // Guarded; a cache, by storage and path.
+    std::unordered_map<int64_t, std::unordered_map<std::string, int64_t>> m_folders;
 };
 
 }  // namespace platform
