@@ -17,22 +17,29 @@ cmake --build "$build" --target "${programs[@]}" make-sample-media contents-mgr-
 
 files=20000 items=1000000 rounds=5 database=()
 [ -z "$quick" ] || files=400 items=20000 rounds=3 database=(--benchmark_min_time=0.02)
-library=$build/bench-library-$files
-if [ ! -d "$library" ]; then
-    rm -rf "$library.part"
-    "$build/bin/make-sample-media" --large "$library.part" "$files"
-    mv "$library.part" "$library"
-fi
+library() { # library KIND: the folder of $files such files, made when it is missing
+    local folder=$build/bench-$1-$files
+    if [ ! -d "$folder" ]; then
+        rm -rf "$folder.part"
+        "$build/bin/make-sample-media" "--$1" "$folder.part" "$files"
+        mv "$folder.part" "$folder"
+    fi
+    echo "$folder"
+}
 
 out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
-failed=
+failed= runs=0
 run() { # run PROGRAM ARG...: its output is shown and kept
-    echo "== $*" | tee "$out/$1"
-    "$build/Benchmarks/$1" "${@:2}" 2>&1 | tee -a "$out/$1" || failed=1
+    local kept
+    runs=$((runs + 1))
+    kept=$out/$runs
+    echo "== $*"
+    "$build/Benchmarks/$1" "${@:2}" 2>&1 | tee "$kept" || failed=1
 }
 run MediaDatabase --items="$items" "${database[@]}"
-run MediaScan "$library" "$rounds"
+run MediaScan "$(library camera)" "$rounds"
+run MediaScan "$(library large)" "$rounds"
 run CommandRoundTrip ${quick:+--quick}
 run ServiceRows ${quick:+--quick}
 

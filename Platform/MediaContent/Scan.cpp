@@ -20,7 +20,8 @@ namespace {
 constexpr size_t BATCH = 500;                 // changes a transaction
 constexpr int64_t WRITE_EVERY_MS = 500;       // sooner when files are slow to read
 constexpr size_t GROUP = 32;                  // files that a worker gets at once
-constexpr size_t MAX_READING = 32 * GROUP;    // files with the workers
+// Files with the workers, some megabytes: the walk goes on while the first helpers get ready.
+constexpr size_t MAX_READING = 128 * GROUP;
 constexpr uint64_t CHECKPOINT_EVERY = 20000;  // changes
 constexpr int MAX_SKIP_LINES = 20;            // log lines a scan
 
@@ -140,7 +141,7 @@ media_content_error_e Scan::Run() {
         Write(true);
         if (m_activity.cancel) return MEDIA_CONTENT_ERROR_CANCELLED;
         if (m_activity.full) m_tools.store.Write().DropEmptyFolders(m_storage);
-        if (m_written > 0) m_tools.store.Write().Checkpoint();
+        if (m_written > 0) Checkpoint();
         return MEDIA_CONTENT_ERROR_NONE;
     } catch (const DatabaseError& error) {
         PLATFORM_LOG("MEDIA_CONTENT", LOG_ERROR, "scan of %s: %s", m_mount.path.c_str(),
@@ -388,8 +389,13 @@ void Scan::Write(bool all) {
     }
     m_changes.clear();
     if (m_written < CHECKPOINT_EVERY) return;
-    m_tools.store.Write().Checkpoint();
+    Checkpoint();
     m_written = 0;
+}
+
+// Nobody waits for it: readers find everything in the log as well.
+void Scan::Checkpoint() {
+    m_tools.workers.Submit([&store = m_tools.store] { store.Write().Checkpoint(); });
 }
 
 // ---- what is gone -----------------------------------------------------------------------------

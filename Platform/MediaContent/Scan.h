@@ -75,6 +75,7 @@ private:
     void ReadGroup(std::vector<Change> group);
     void TakeResults(bool all);
     void Write(bool all);
+    void Checkpoint();
     void Keep(const std::string& path, int error);
     bool IsKept(const std::string& path) const;
     void FindGoneFolders();

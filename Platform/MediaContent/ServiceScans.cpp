@@ -51,8 +51,11 @@ void Service::RunFullScan(const SessionPtr& session, const ActivityPtr& activity
     Mount& mount = *activity->mount;
     mount.scanStatus = MEDIA_STORAGE_SCAN_RUNNING;
     const media_content_error_e error = Scan(session->tools, *activity, {{"", true}}).Run();
-    session->extractor.EndIdleHelpers();
-    malloc_trim(0);
+    // The session outlives its workers.
+    session->workers.Submit([tools = &session->extractor] {
+        tools->EndIdleHelpers();
+        malloc_trim(0);
+    });
     mount.scanStatus = error == MEDIA_CONTENT_ERROR_NONE ? MEDIA_STORAGE_SCAN_COMPLETE
                                                          : MEDIA_STORAGE_SCAN_STOPPED;
     if (error != MEDIA_CONTENT_ERROR_NONE)

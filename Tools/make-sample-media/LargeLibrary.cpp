@@ -69,12 +69,23 @@ private:
     std::string m_path;
 };
 
-// Eight photos, one for each orientation, four of them with a position.
-std::vector<Template> PhotoTemplates(const Workshop& shop) {
-    const std::string base = shop.File("base.jpg");
-    if (Encode({Ffmpeg(base, "testsrc2=size=160x120", "", {"-frames:v", "1", "-q:v", "20"}, {})}))
+enum class Scale { SMALL, CAMERA };
+
+std::string MakePicture(const Workshop& shop, const char* name, const char* size, const char* q) {
+    const std::string path = shop.File(name);
+    const std::string source = std::string("testsrc2=size=") + size;
+    if (Encode({Ffmpeg(path, source, "", {"-frames:v", "1", "-q:v", q}, {})}))
         throw std::runtime_error("no JPEG encoder");
-    const std::string plain = ReadFile(base);
+    return path;
+}
+
+// Eight photos, one for each orientation, four of them with a position.
+std::vector<Template> PhotoTemplates(const Workshop& shop, Scale scale) {
+    const bool camera = scale == Scale::CAMERA;
+    const std::string small = MakePicture(shop, "small.jpg", "160x120", "20");
+    const std::string base =
+        camera ? MakePicture(shop, "base.jpg", "1024x768", "6") : shop.File("base.jpg");
+    const std::string plain = ReadFile(camera ? base : small);
     std::vector<Template> templates;
     for (int i = 1; i <= 8; ++i) {
         PictureTags tags;
@@ -83,6 +94,7 @@ std::vector<Template> PhotoTemplates(const Workshop& shop) {
         tags.hasPosition = i % 2 == 0;
         tags.latitude = 10.5 * i - 45.0;
         tags.longitude = 120.25 - 30.0 * i;
+        if (camera) tags.thumbnail = small;
         WriteFile(base, plain);
         TagPicture(base, tags);
         templates.emplace_back(".jpg", ReadFile(base));
@@ -90,12 +102,18 @@ std::vector<Template> PhotoTemplates(const Workshop& shop) {
     return templates;
 }
 
-std::vector<Template> OtherTemplates(const Workshop& shop) {
+std::vector<Template> OtherTemplates(const Workshop& shop, Scale scale) {
     const std::string mp3 = shop.File("a.mp3"), flac = shop.File("a.flac"),
                       m4a = shop.File("a.m4a"), mp4 = shop.File("a.mp4");
-    const std::string tone = "sine=duration=0.3", clip = "testsrc2=size=128x96:duration=0.2";
+    const bool camera = scale == Scale::CAMERA;
+    const std::string tone = camera ? "sine=duration=10" : "sine=duration=0.3";
+    const std::string clip =
+        camera ? "testsrc2=size=640x480:duration=1" : "testsrc2=size=128x96:duration=0.2";
+    Words song = {"-c:a", "libmp3lame", "-b:a", "32k", "-id3v2_version", "4"};
+    const Words cover = {"-map", "1:a", "-map", "0:v", "-frames:v", "1", "-c:v", "mjpeg"};
+    if (camera) song.insert(song.end(), cover.begin(), cover.end());
     const int leftOut = Encode({
-        Ffmpeg(mp3, "", tone, {"-c:a", "libmp3lame", "-b:a", "32k", "-id3v2_version", "4"}, SONG),
+        Ffmpeg(mp3, camera ? "testsrc2=size=500x500:duration=0.04" : "", tone, song, SONG),
         Ffmpeg(flac, "", tone, {"-c:a", "flac", "-ar", "8000"}, SONG),
         Ffmpeg(m4a, "", tone, {"-c:a", "aac", "-b:a", "32k"}, SONG),
         Ffmpeg(mp4, clip, "", {"-c:v", "libx264", "-preset", "ultrafast", "-crf", "40"}, SONG),
@@ -137,28 +155,14 @@ void WriteFolder(const std::string& root, unsigned folder, unsigned count,
     }
 }
 
-}  // namespace
-
-void MakePhotos(const std::string& root, unsigned count) {
-    static constexpr std::array<const char*, 4> folders = {"", "/DCIM", "/DCIM/100TEST", "/Trip"};
-    for (const char* folder : folders) MakeFolders(root + folder);
-    const std::vector<Template> photos = PhotoTemplates(Workshop(root));
-    for (unsigned i = 0; i < count; ++i) {
-        const std::string name = "/IMG_" + Padded(i + 1, 4) + ".jpg";
-        WriteCopy(root + folders[i % folders.size()] + name, photos[i % photos.size()], i);
-    }
-    WriteFile(root + "/broken.jpg", photos[0].Copy(0).substr(0, 20));
-    SetTime(root + "/broken.jpg", count);
-}
-
-void MakeLargeLibrary(const std::string& root, unsigned count) {
+void MakeLibrary(const std::string& root, unsigned count, Scale scale) {
     MakeFolders(root);
     std::vector<Template> photos;
     std::vector<Template> others;
     {
         const Workshop shop(root);
-        photos = PhotoTemplates(shop);
-        others = OtherTemplates(shop);
+        photos = PhotoTemplates(shop, scale);
+        others = OtherTemplates(shop, scale);
     }
     const unsigned folders = (count + 99) / 100;
     const auto work = [&](unsigned first) {
@@ -168,6 +172,28 @@ void MakeLargeLibrary(const std::string& root, unsigned count) {
     std::future<void> other = std::async(std::launch::async, work, 1);
     work(0);
     other.get();
+}
+
+}  // namespace
+
+void MakePhotos(const std::string& root, unsigned count) {
+    static constexpr std::array<const char*, 4> folders = {"", "/DCIM", "/DCIM/100TEST", "/Trip"};
+    for (const char* folder : folders) MakeFolders(root + folder);
+    const std::vector<Template> photos = PhotoTemplates(Workshop(root), Scale::SMALL);
+    for (unsigned i = 0; i < count; ++i) {
+        const std::string name = "/IMG_" + Padded(i + 1, 4) + ".jpg";
+        WriteCopy(root + folders[i % folders.size()] + name, photos[i % photos.size()], i);
+    }
+    WriteFile(root + "/broken.jpg", photos[0].Copy(0).substr(0, 20));
+    SetTime(root + "/broken.jpg", count);
+}
+
+void MakeLargeLibrary(const std::string& root, unsigned count) {
+    MakeLibrary(root, count, Scale::SMALL);
+}
+
+void MakeCameraLibrary(const std::string& root, unsigned count) {
+    MakeLibrary(root, count, Scale::CAMERA);
 }
 
 }  // namespace samples

@@ -21,6 +21,10 @@ void MakePhotos(const std::string& root, unsigned count);
 // 100,000 in half a minute or less, 1 to 20 KB each.
 void MakeLargeLibrary(const std::string& root, unsigned count);
 
+// The same with what cameras and players put into their files: forty tags, a note of the maker's
+// and a thumbnail in a photo, a cover in a song; 35 to 65 KB each.
+void MakeCameraLibrary(const std::string& root, unsigned count);
+
 // Files to break a reader or a walk on, with a few good ones ("good-*") between: cut at every
 // length of their headers, random bytes under every extension, a sparse file of 10 GB, a FIFO, a
 // device node (as root), loops of links, names up to the limit.

@@ -15,6 +15,7 @@ const char USAGE[] =
     "usage: make-sample-media --small DIR       every format, odd names, broken files\n"
     "       make-sample-media --photos DIR N    N photos with EXIF, quickly\n"
     "       make-sample-media --large DIR N     N photos, songs and films\n"
+    "       make-sample-media --camera DIR N    the same, with all that cameras put into them\n"
     "       make-sample-media --hostile DIR     files to break a reader or a walk on\n"
     "       make-sample-media --damaged DIR N   N damaged copies of the small library's files\n";
 
@@ -42,6 +43,8 @@ int Run(const std::vector<std::string>& words) {
         samples::MakePhotos(words[1], count);
     } else if (words.size() == 3 && words[0] == "--large" && ParseCount(words[2], count)) {
         samples::MakeLargeLibrary(words[1], count);
+    } else if (words.size() == 3 && words[0] == "--camera" && ParseCount(words[2], count)) {
+        samples::MakeCameraLibrary(words[1], count);
     } else if (words.size() == 3 && words[0] == "--damaged" && ParseCount(words[2], count)) {
         samples::MakeDamagedLibrary(words[1], count);
     } else {

@@ -19,6 +19,7 @@ struct PictureTags {
     bool hasPosition = false;
     double latitude = 0.0;
     double longitude = 0.0;
+    std::string thumbnail;  // a JPEG to put in; with it all else that a camera tells of a shot
 };
 
 // Writes them into a JPEG, PNG, TIFF or WebP file; does nothing when there is none. Throws
