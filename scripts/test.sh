@@ -35,10 +35,11 @@ check_format() {
     git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
 }
 
-fuzz_briefly() {
+# quietly COMMAND...: its output is shown when it fails.
+quietly() {
     local log
     log=$(mktemp)
-    scripts/fuzz.sh 3 >"$log" 2>&1
+    "$@" >"$log" 2>&1
     local status=$?
     [ $status -eq 0 ] || tail -60 "$log"
     rm -f "$log"
@@ -77,7 +78,11 @@ count "the check of the layers" scripts/check-layers-test.sh
 presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(dev asan tsan)
 for preset in "${presets[@]}"; do run_preset "$preset"; done
-[ $# -gt 0 ] || count "fuzzing, a few seconds a target" fuzz_briefly
+if [ $# -eq 0 ]; then
+    count "fuzzing, a few seconds a target" quietly scripts/fuzz.sh 3
+    # Whether they run and have every row: what they measure beside other work says little.
+    count "the benchmarks" quietly scripts/bench.sh --quick
+fi
 
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -28,6 +29,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr int kClients = 5;
+constexpr long kLooks = 6;  // at the quiet service, after the warm-up's
 // GLib keeps up to two idle threads of its pools, and makes them when it likes.
 constexpr long kThreadSlack = 2;
 constexpr long kDescriptorSlack = 0;
@@ -58,6 +60,7 @@ private:
     std::vector<std::string> CountStorage(test::DBusClient& client, int handle,
                                           const std::string& id, const std::string& path);
     void Chaos(seconds length);
+    Vitals Chain(const Vitals& start, long length);
     Vitals QuietVitals();
     void Report(const Vitals& start, const Vitals& end);
     void Judge(const char* what, long start, long end, long slack);
@@ -76,6 +79,7 @@ private:
     std::vector<std::string> m_names = {"ALL", "PHOTOS", "MIXED", "OTHER"};
     Ledger m_ledger;
     std::atomic<bool> m_stop{false};
+    unsigned long m_stretch = 0;
     SoakWorld m_world;
     ServiceProcess m_service;
 };
@@ -253,7 +257,7 @@ void Soak::KillClients(unsigned long seed) {
 
 void Soak::Chaos(seconds length) {
     m_stop = false;
-    std::mt19937_64 seeds(m_words.seed + static_cast<unsigned long>(length.count()));
+    std::mt19937_64 seeds(m_words.seed + ++m_stretch);
     std::vector<std::thread> threads;
     for (int i = 0; i < kClients; ++i)
         threads.emplace_back([this, seed = seeds()] { SoakClient(m_world, seed).Run(); });
@@ -268,6 +272,22 @@ void Soak::Chaos(seconds length) {
     // What was left where a stick was pulled out between two steps.
     for (const char* name : {"copy.jpg", "renamed.jpg"})
         fs::remove(m_sticks.PathOf("OTHER") / name);
+}
+
+// Some stretches with a look at the quiet service after each, so that a slow growth and a level
+// that swings can be told apart.
+Vitals Soak::Chain(const Vitals& start, long length) {
+    const long looks = std::clamp(length / 60, 1L, kLooks);
+    std::printf("memory of its own, KiB, after each stretch: %ld", start.privateKiB);
+    Vitals last = start;
+    for (long i = 0; i < looks; ++i) {
+        Chaos(seconds(length / looks));
+        last = QuietVitals();
+        std::printf(" %ld", last.privateKiB);
+        std::fflush(stdout);
+    }
+    std::printf("\n");
+    return last;
 }
 
 // ---- judgement --------------------------------------------------------------------------------
@@ -326,8 +346,7 @@ int Soak::Run() {
     const long warmUp = std::min(m_words.seconds / 4, 120L);
     Chaos(seconds(warmUp));
     const Vitals start = QuietVitals();
-    Chaos(seconds(m_words.seconds - warmUp));
-    const Vitals end = QuietVitals();
+    const Vitals end = Chain(start, m_words.seconds - warmUp);
     const std::vector<std::string> knownNow = CountAll();
     for (size_t i = 0; i < known.size() || i < knownNow.size(); ++i) {
         const std::string was = i < known.size() ? known[i] : "nothing";
