@@ -7,6 +7,7 @@
 
 #include "Log/Log.h"
 #include "MediaContent/MediaService.h"
+#include "Process/Descriptors.h"
 #include "UsbDevice/Paths.h"
 
 namespace platform {
@@ -18,6 +19,9 @@ constexpr int kQuietMs = 30;
 constexpr int kLongestWaitMs = 300;
 // After a look that failed there may be no event to tell that the next one would not.
 constexpr int kRetryMs = 5000;
+// What a look has open at once. Short of descriptors it would read a device in parts, or not at
+// all, and take it for another one or for gone.
+constexpr int kLookDescriptors = 4;
 
 using Clock = std::chrono::steady_clock;
 
@@ -63,7 +67,7 @@ DeviceMonitor::~DeviceMonitor() {
 
 bool DeviceMonitor::Start() {
     std::vector<DeviceChange> present;
-    if (!m_wakeUp || !m_source->Open() || !Look(present)) return false;
+    if (!m_wakeUp || !*m_contentWatcher || !m_source->Open() || !Look(present)) return false;
     m_tellsChanges = true;
     m_thread = std::thread([this] { Run(); });
     return true;
@@ -120,12 +124,18 @@ bool DeviceMonitor::WaitForEvents(int timeoutMs) {
 // Looks at the devices and takes over what has changed.
 bool DeviceMonitor::Look(std::vector<DeviceChange>& changes) {
     std::vector<DeviceRecord> records;
-    const bool listed = m_source->List(records);
+    const bool roomBefore = HasSpareDescriptors(kLookDescriptors);
+    const bool listed = roomBefore && m_source->List(records);
+    const bool room = roomBefore && HasSpareDescriptors(kLookDescriptors);
+    if (!room && !m_wasShort)
+        PLATFORM_LOG("USB_DEVICE", LOG_WARNING,
+                     "descriptors are short: the devices are looked at again in a while");
+    m_wasShort = !room;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_lookFailed = !listed;
+        m_lookFailed = !listed || !room;
     }
-    if (!listed) return false;
+    if (!listed || !room) return false;
     DeviceList seen;
     for (DeviceRecord& record : records)
         seen.push_back(std::make_shared<const DeviceRecord>(std::move(record)));
