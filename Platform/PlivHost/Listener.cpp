@@ -65,40 +65,34 @@ ObjectPtr<GSocket> Listener::Accept(ErrorSlot& error) const {
 }
 
 Listener::Outcome Listener::TakeOne() {
-    if (!m_spare) m_spare = NewSpare();
-    if (!HasSpareDescriptors(kReserve + 1)) return RefuseOne();
-    ErrorSlot error;
-    const ObjectPtr<GSocket> socket = Accept(error);
-    if (!socket) return NobodyIsThere(error) ? Outcome::Done : RefuseOne();
-    const ObjectPtr<GSocketConnection> stream(
-        g_socket_connection_factory_create_connection(socket.get()));
-    m_take(stream.get());
-    return Outcome::Done;
-}
-
-Listener::Outcome Listener::RefuseOne() {
     ErrorSlot error;
     ObjectPtr<GSocket> socket = Accept(error);
-    if (!socket && !NobodyIsThere(error)) {
+    if (!socket && NobodyIsThere(error)) return Outcome::Done;
+    if (!socket) {
         m_spare.Close();
         socket = Accept(error);
     }
-    const bool refused = socket != nullptr;
-    socket.reset();  // before the spare one is opened again
+    const bool accepted = socket != nullptr;
+    if (accepted && HasSpareDescriptors(kReserve))
+        Take(socket.get());
+    else
+        Note(accepted ? "clients are turned away" : "clients wait in line");
+    socket.reset();  // one that was refused makes room for the spare one
     if (!m_spare) m_spare = NewSpare();
-    if (refused) NoteRefusal();
-    return refused || NobodyIsThere(error) ? Outcome::Done : Outcome::Stuck;
+    return accepted || NobodyIsThere(error) ? Outcome::Done : Outcome::Stuck;
 }
 
-void Listener::NoteRefusal() {
-    ++m_refused;
+void Listener::Take(GSocket* socket) const {
+    const ObjectPtr<GSocketConnection> stream(
+        g_socket_connection_factory_create_connection(socket));
+    m_take(stream.get());
+}
+
+void Listener::Note(const char* what) {
     const gint64 now = g_get_monotonic_time();
     if (m_lastLine != 0 && now - m_lastLine < kLineEveryUs) return;
-    PLATFORM_LOG(kLogTag, LOG_WARNING,
-                 "clients are turned away, descriptors are short: %u since the last such line",
-                 m_refused);
+    PLATFORM_LOG(kLogTag, LOG_WARNING, "descriptors are short: %s", what);
     m_lastLine = now;
-    m_refused = 0;
 }
 
 }  // namespace platform

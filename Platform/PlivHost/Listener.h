@@ -33,8 +33,8 @@ private:
     void Listen();
     void Pause();
     Outcome TakeOne();
-    Outcome RefuseOne();
-    void NoteRefusal();
+    void Take(GSocket* socket) const;
+    void Note(const char* what);  // one line a minute at most
     ObjectPtr<GSocket> Accept(ErrorSlot& error) const;
 
     HostLoop& m_loop;
@@ -43,8 +43,7 @@ private:
     UniqueFd m_spare;  // given up for a moment to accept, and so end, a connection
     SourcePtr m_ready;
     SourcePtr m_again;
-    gint64 m_lastLine = 0;   // the clock of g_get_monotonic_time
-    unsigned m_refused = 0;  // since then
+    gint64 m_lastLine = 0;  // the clock of g_get_monotonic_time
 };
 
 }  // namespace platform

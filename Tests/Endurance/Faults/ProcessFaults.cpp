@@ -250,11 +250,11 @@ TEST_F(DescriptorFaults, FirstClientsMayComeWhenThereIsNoneLeft) {
 
 TEST_F(DescriptorFaults, WhoWaitsInLineIsServedWhenThereIsRoom) {
     StartAndNoteLimit();
-    const rlim_t lowest = LowestFree(m_service->Pid());
-    SetLimit(lowest / 2);  // so that giving one up makes no room either
+    SetLimit(LowestFree(m_service->Pid()) / 2);  // so that giving one up makes no room either
     std::vector<std::unique_ptr<test::RawClient>> line;
     for (int i = 0; i < 5; ++i)
         line.push_back(std::make_unique<test::RawClient>(m_service->Socket()));
+    ASSERT_TRUE(m_service->WaitForLog("wait in line")) << m_service->Log();
     SetLimit(m_before.rlim_cur);
     for (auto& client : line) EXPECT_TRUE(client->Authenticate()) << m_service->Log();
     line.clear();
