@@ -439,7 +439,8 @@ void Scan::RemoveGone() {
 
 bool Scan::StillThere(const Gone& gone) const {
     struct stat facts {};
-    return StatBelow(m_root.Get(), gone.folder, gone.name, facts) && S_ISREG(facts.st_mode);
+    if (!StatBelow(m_root.Get(), gone.folder, gone.name, facts)) return !MeansGone(errno);
+    return S_ISREG(facts.st_mode);
 }
 
 // False when the storage was pulled out or its folder replaced during the scan: then the walk has

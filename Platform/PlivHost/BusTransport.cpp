@@ -78,7 +78,18 @@ BusTransport::~BusTransport() {
     m_clients.clear();
     m_parts.handles.CloseAllOf(*m_listeners);
     m_outbox->Shut();
-    g_dbus_connection_close_sync(m_connection.get(), nullptr, nullptr);
+    Close();
+}
+
+// Not by the call that waits: it makes a main context, and GLib ends the process where no
+// descriptor is left for one.
+void BusTransport::Close() {
+    bool closed = false;
+    const auto onClosed = [](GObject*, GAsyncResult*, gpointer flag) {
+        *static_cast<bool*>(flag) = true;
+    };
+    g_dbus_connection_close(m_connection.get(), nullptr, onClosed, &closed);
+    while (!closed) g_main_context_iteration(m_parts.loop.Context(), TRUE);
 }
 
 const char* BusTransport::Failure() const {

@@ -25,6 +25,7 @@ private:
     std::shared_ptr<Peer> PeerOf(const char* sender);
     void RequestName();
     void Drop(const std::string& name);
+    void Close();
 
     TransportParts m_parts;
     ObjectPtr<GDBusConnection> m_connection;

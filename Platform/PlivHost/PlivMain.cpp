@@ -12,6 +12,7 @@
 #include "PlivHost/Names.h"
 #include "PlivHost/Options.h"
 #include "PlivHost/Server.h"
+#include "Process/Descriptors.h"
 #include "UsbDevice/UsbService.h"
 
 namespace dorn {
@@ -82,6 +83,7 @@ int PlivMain(int argc, char** argv, CPlivAppBase* app) {
         return EXIT_OK;
     }
     if (options.hasLogPriority) platform::SetLogPriority(options.logPriority);
+    platform::RaiseDescriptorLimit();
     signal(SIGPIPE, SIG_IGN);  // a standard error that nobody reads must not end the service
     return Serve(program, options, *app);
 }

@@ -1,5 +1,10 @@
 #include "PlivHost/SocketTransport.h"
 
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -28,6 +33,33 @@ ObjectPtr<GDBusAuthObserver> NewObserver() {
     return observer;
 }
 
+ObjectPtr<GSocket> SocketOf(UniqueFd file) {
+    ObjectPtr<GSocket> socket(g_socket_new_from_fd(file.Get(), nullptr));
+    if (socket) file.Release();
+    return socket;
+}
+
+// GDBus makes its thread and that thread's main context for the first connection of the process,
+// and ends the process when there is no descriptor left for the context. So there is a first
+// connection now, to nobody; the thread stays.
+void StartGDBusThread() {
+    std::array<int, 2> ends;
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
+        throw std::runtime_error(std::string("cannot make a pair of sockets: ") + strerror(errno));
+    UniqueFd ours(ends[0]);
+    const UniqueFd nobodys(ends[1]);
+    ErrorSlot error;
+    const ObjectPtr<GSocket> socket = SocketOf(std::move(ours));
+    const ObjectPtr<GSocketConnection> stream(
+        socket ? g_socket_connection_factory_create_connection(socket.get()) : nullptr);
+    const ObjectPtr<GDBusConnection> connection(
+        stream ? g_dbus_connection_new_sync(G_IO_STREAM(stream.get()), nullptr,
+                                            G_DBUS_CONNECTION_FLAGS_NONE, nullptr, nullptr,
+                                            error.Out())
+               : nullptr);
+    if (!connection) throw std::runtime_error("cannot start GDBus: " + error.Text());
+}
+
 }  // namespace
 
 // One connection, from the moment it is accepted. Owned by the transport; while it is being
@@ -35,10 +67,7 @@ ObjectPtr<GDBusAuthObserver> NewObserver() {
 class SocketTransport::Client {
 public:
     Client(SocketTransport& transport, GSocketConnection* stream, unsigned long long number)
-        : m_transport(transport),
-          m_stream(Share(stream)),
-          m_number(number),
-          m_cancel(g_cancellable_new()) {}
+        : m_transport(transport), m_stream(Share(stream)), m_number(number) {}
     ~Client();
 
     void Authenticate();
@@ -56,7 +85,6 @@ private:
     SocketTransport& m_transport;
     const ObjectPtr<GSocketConnection> m_stream;
     const unsigned long long m_number;
-    const ObjectPtr<GCancellable> m_cancel;
     bool m_authenticating = false;
     SourcePtr m_deadline;
     ObjectPtr<GDBusConnection> m_connection;
@@ -66,13 +94,15 @@ private:
     std::unique_ptr<ExportedObject> m_object;
 };
 
+// Without a cancellable, as a thread that waits with one opens a descriptor for it, and where there
+// is none left GLib ends the process. Cut ends the wait by the socket itself.
 void SocketTransport::Client::Authenticate() {
     m_authenticating = true;
     m_deadline.reset(g_timeout_source_new_seconds(kAuthenticationSeconds));
     g_source_set_callback(m_deadline.get(), s_TooLate, this, nullptr);
     g_source_attach(m_deadline.get(), m_transport.m_parts.loop.Context());
     g_dbus_connection_new(G_IO_STREAM(m_stream.get()), m_transport.m_guid.get(), kConnectionFlags,
-                          NewObserver().get(), m_cancel.get(), s_Authenticated, this);
+                          NewObserver().get(), nullptr, s_Authenticated, this);
 }
 
 gboolean SocketTransport::Client::s_TooLate(gpointer self) {
@@ -81,7 +111,6 @@ gboolean SocketTransport::Client::s_TooLate(gpointer self) {
 }
 
 void SocketTransport::Client::Cut() {
-    g_cancellable_cancel(m_cancel.get());
     g_socket_shutdown(g_socket_connection_get_socket(m_stream.get()), TRUE, TRUE, nullptr);
 }
 
@@ -132,21 +161,15 @@ SocketTransport::Client::~Client() {
 }
 
 SocketTransport::SocketTransport(const TransportParts& parts, const std::string& path)
-    : m_parts(parts),
-      m_file(path),
-      m_service(g_socket_service_new()),
-      m_guid(g_dbus_generate_guid()) {
-    ErrorSlot error;
-    if (!g_socket_listener_add_socket(G_SOCKET_LISTENER(m_service.get()), m_file.Socket(), nullptr,
-                                      error.Out()))
-        throw std::runtime_error("cannot listen at " + path + ": " + error.Text());
-    g_signal_connect(m_service.get(), "incoming", G_CALLBACK(s_Incoming), this);
+    : m_parts(parts), m_file(path), m_guid(g_dbus_generate_guid()) {
+    StartGDBusThread();
+    m_listener = std::make_unique<Listener>(m_parts.loop, m_file.Socket(),
+                                            [this](GSocketConnection* stream) { Accept(stream); });
 }
 
 SocketTransport::~SocketTransport() {
-    g_signal_handlers_disconnect_by_data(m_service.get(), this);
-    g_socket_service_stop(m_service.get());
-    g_socket_listener_close(G_SOCKET_LISTENER(m_service.get()));
+    m_listener.reset();
+    g_socket_close(m_file.Socket(), nullptr);
     for (const auto& entry : m_clients) entry.second->Cut();
     const auto authenticating = [this] {
         for (const auto& entry : m_clients)
@@ -154,12 +177,6 @@ SocketTransport::~SocketTransport() {
         return false;
     };
     while (authenticating()) g_main_context_iteration(m_parts.loop.Context(), TRUE);
-}
-
-gboolean SocketTransport::s_Incoming(GSocketService*, GSocketConnection* stream, GObject*,
-                                     gpointer self) {
-    static_cast<SocketTransport*>(self)->Accept(stream);
-    return TRUE;
 }
 
 void SocketTransport::Accept(GSocketConnection* stream) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "PlivHost/Listener.h"
 #include "PlivHost/SocketFile.h"
 #include "PlivHost/Transport.h"
 
@@ -19,18 +20,16 @@ public:
 private:
     class Client;
 
-    static gboolean s_Incoming(GSocketService* service, GSocketConnection* stream, GObject* source,
-                               gpointer self);
     void Accept(GSocketConnection* stream);
     void Drop(unsigned long long number);
     std::shared_ptr<Outbox> NewOutbox(GDBusConnection* connection, unsigned long long number);
 
     TransportParts m_parts;
     SocketFile m_file;
-    const ObjectPtr<GSocketService> m_service;
     const TextPtr m_guid;
     unsigned long long m_lastNumber = 0;
     std::map<unsigned long long, std::unique_ptr<Client>> m_clients;
+    std::unique_ptr<Listener> m_listener;
 };
 
 }  // namespace platform

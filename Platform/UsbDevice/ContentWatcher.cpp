@@ -9,7 +9,10 @@
 
 namespace platform {
 
-ContentWatcher::ContentWatcher() : m_thread([this] { Run(); }) {}
+// Without a wake-up the thread could not be ended.
+ContentWatcher::ContentWatcher() {
+    if (m_wakeUp) m_thread = std::thread([this] { Run(); });
+}
 
 ContentWatcher::~ContentWatcher() {
     m_stopping = true;
@@ -18,7 +21,7 @@ ContentWatcher::~ContentWatcher() {
         for (const WatchPtr& watch : m_watches) watch->Cancel();
     }
     m_wakeUp.Wake();
-    m_thread.join();
+    if (m_thread.joinable()) m_thread.join();
 }
 
 void ContentWatcher::Add(const std::string& mountPath) {

@@ -22,7 +22,8 @@ class StorageWatch;
 class ContentWatcher {
 public:
     ContentWatcher();
-    ~ContentWatcher();  // ends the thread and joins it
+    ~ContentWatcher();                                         // ends the thread and joins it
+    explicit operator bool() const { return bool(m_wakeUp); }  // false: it watches nothing
 
     // Both return at once; the folders are walked by the watcher's thread. Any thread.
     void Add(const std::string& mountPath);

@@ -7,6 +7,7 @@
 
 #include "Log/Log.h"
 #include "MediaContent/MediaService.h"
+#include "Process/Descriptors.h"
 #include "UsbDevice/Paths.h"
 
 namespace platform {
@@ -18,6 +19,11 @@ constexpr int kQuietMs = 30;
 constexpr int kLongestWaitMs = 300;
 // After a look that failed there may be no event to tell that the next one would not.
 constexpr int kRetryMs = 5000;
+// When descriptors were short, and no event tells that there are some.
+constexpr int kRoomMs = 500;
+// What a look has open at once. Short of descriptors it would read a device in parts, or not at
+// all, and take it for another one or for gone.
+constexpr int kLookDescriptors = 4;
 
 using Clock = std::chrono::steady_clock;
 
@@ -63,7 +69,7 @@ DeviceMonitor::~DeviceMonitor() {
 
 bool DeviceMonitor::Start() {
     std::vector<DeviceChange> present;
-    if (!m_wakeUp || !m_source->Open() || !Look(present)) return false;
+    if (!m_wakeUp || !*m_contentWatcher || !m_source->Open() || !Look(present)) return false;
     m_tellsChanges = true;
     m_thread = std::thread([this] { Run(); });
     return true;
@@ -98,6 +104,7 @@ void DeviceMonitor::Run() {
 }
 
 int DeviceMonitor::Timeout() const {
+    if (m_isShort) return kRoomMs;
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_lookFailed || m_source->NeedsPolling() ? kRetryMs : -1;
 }
@@ -117,10 +124,14 @@ bool DeviceMonitor::WaitForEvents(int timeoutMs) {
     return true;
 }
 
-// Looks at the devices and takes over what has changed.
+// Looks at the devices and takes over what has changed. Short of descriptors, that is put off.
 bool DeviceMonitor::Look(std::vector<DeviceChange>& changes) {
     std::vector<DeviceRecord> records;
-    const bool listed = m_source->List(records);
+    const bool roomBefore = HasSpareDescriptors(kLookDescriptors);
+    const bool listed = roomBefore && m_source->List(records);
+    const bool room = roomBefore && HasSpareDescriptors(kLookDescriptors);
+    NoteRoom(room);
+    if (!room) return false;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_lookFailed = !listed;
@@ -131,6 +142,13 @@ bool DeviceMonitor::Look(std::vector<DeviceChange>& changes) {
         seen.push_back(std::make_shared<const DeviceRecord>(std::move(record)));
     Apply(seen, changes);
     return true;
+}
+
+void DeviceMonitor::NoteRoom(bool room) {
+    if (!room && !m_isShort)
+        PLATFORM_LOG("USB_DEVICE", LOG_WARNING,
+                     "descriptors are short: what has come or gone shows when there are some");
+    m_isShort = !room;
 }
 
 void DeviceMonitor::Apply(const DeviceList& seen, std::vector<DeviceChange>& changes) {

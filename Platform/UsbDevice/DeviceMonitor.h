@@ -43,6 +43,7 @@ private:
     bool WaitForEvents(int timeoutMs);
     int Timeout() const;
     bool Look(std::vector<DeviceChange>& changes);
+    void NoteRoom(bool room);
     void Apply(const DeviceList& seen, std::vector<DeviceChange>& changes);
     void Publish(DeviceList devices);
     bool IsRecorded(const DeviceRecord& device) const;
@@ -58,6 +59,7 @@ private:
     const WakeUp m_wakeUp;
     std::atomic<bool> m_stopping{false};
     bool m_tellsChanges = false;  // set before the thread starts: what arrives now is news
+    bool m_isShort = false;       // whoever looks: the last look was short of descriptors
     std::thread m_thread;
 
     mutable std::mutex m_mutex;  // guards the two below; only the monitor thread writes them

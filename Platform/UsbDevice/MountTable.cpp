@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -75,6 +76,9 @@ bool MountTable::Open() {
 
 bool MountTable::Reload() {
     std::ifstream file(m_path);
+    // Short of descriptors: nothing was unmounted for that. The change, if any, is still to be
+    // read.
+    if (!file && (errno == EMFILE || errno == ENFILE)) return true;
     std::ostringstream text;
     text << file.rdbuf();
     std::vector<Mount> mounts = ParseMountTable(text.str());

@@ -55,16 +55,20 @@ bool IsOfInterest(const char* name) {
     return name[0] != '.' || strcmp(name, ".nomedia") == 0;
 }
 
-// The visible folders in a folder, links left out. The folder is closed again when this returns.
-std::vector<std::string> FoldersIn(const std::string& folder) {
-    std::vector<std::string> folders;
+bool MeansNoDescriptor(int error) {
+    return error == EMFILE || error == ENFILE;
+}
+
+// Adds the visible folders in a folder, links left out. The folder is closed again when this
+// returns. An errno, 0 for success.
+int AddFoldersIn(const std::string& folder, std::vector<std::string>& folders) {
     const std::unique_ptr<DIR, CloseDirectory> directory(opendir(folder.c_str()));
-    if (!directory) return folders;
+    if (!directory) return errno;
     while (const dirent* entry = readdir(directory.get())) {
         const bool maybe = entry->d_type == DT_DIR || entry->d_type == DT_UNKNOWN;
         if (maybe && entry->d_name[0] != '.') folders.push_back(folder + "/" + entry->d_name);
     }
-    return folders;
+    return 0;
 }
 
 bool HasOtherNames(const std::string& path) {
@@ -84,11 +88,11 @@ void StorageWatch::Begin() {
     struct stat status;
     if (lstat(m_mountPath.c_str(), &status) != 0) return;
     m_device = status.st_dev;
-    m_inotify = UniqueFd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    if (!m_inotify) m_inotify = UniqueFd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     if (m_inotify)
         WatchTree(m_mountPath);
     else
-        FallBack(strerror(errno));
+        FallBack(errno);
 }
 
 void StorageWatch::WatchTree(const std::string& folder) {
@@ -97,7 +101,8 @@ void StorageWatch::WatchTree(const std::string& folder) {
         const std::string next = std::move(waiting.back());
         waiting.pop_back();
         if (!WatchFolder(next)) continue;
-        for (std::string& child : FoldersIn(next)) waiting.push_back(std::move(child));
+        const int error = AddFoldersIn(next, waiting);
+        if (MeansNoDescriptor(error)) FallBack(error);
     }
 }
 
@@ -184,6 +189,12 @@ void StorageWatch::NoteAnything() {
     m_paths.clear();
 }
 
+// What is short now may be there at the next look.
+void StorageWatch::FallBack(int error) {
+    FallBack(strerror(error));
+    m_beginsAgain = MeansNoDescriptor(error);
+}
+
 void StorageWatch::FallBack(const char* reason) {
     if (m_incomplete) return;
     m_incomplete = true;
@@ -204,7 +215,10 @@ int StorageWatch::MsUntilFlush() const {
 
 void StorageWatch::Flush() {
     if (MsUntilFlush() != 0) return;
-    if (m_incomplete && Clock::now() >= m_lastRescan + kRescan) NoteAnything();
+    if (m_incomplete && Clock::now() >= m_lastRescan + kRescan) {
+        NoteAnything();
+        if (m_beginsAgain) m_begun = m_incomplete = m_beginsAgain = false;
+    }
     if (m_anything) m_lastRescan = Clock::now();
     Tell();
 }

@@ -33,8 +33,9 @@ public:
     const std::string& MountPath() const { return m_mountPath; }
     int Get() const { return m_inotify.Get(); }
 
-    // Watches the folders, on the first call only. What changed in a folder after the storage came
-    // but before its watch was in place counts as a change.
+    // Watches the folders, on the first call only, and again where descriptors were short. What
+    // changed in a folder after the storage came but before its watch was in place counts as a
+    // change.
     void Begin();
 
     // Reads what is pending.
@@ -55,13 +56,15 @@ private:
     void Note(const std::string& path);
     void NoteAnything();
     void FallBack(const char* reason);
+    void FallBack(int error);
     void Tell();
 
     const std::string m_mountPath;
     const timespec m_since;  // wall clock, as files carry it
     std::atomic<bool> m_cancelled{false};
     bool m_begun = false;
-    bool m_incomplete = false;  // some folder has no watch: look at everything from time to time
+    bool m_incomplete = false;   // some folder has no watch: look at everything from time to time
+    bool m_beginsAgain = false;  // at the next look at everything
     dev_t m_device = 0;
     UniqueFd m_inotify;
     std::map<int, std::string> m_folders;  // by watch
