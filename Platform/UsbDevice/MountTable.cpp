@@ -33,7 +33,7 @@ std::string Unescape(const std::string& text) {
 }
 
 // id parent major:minor root mount-point options [tags...] - type source super-options
-bool ParseLine(const std::string& line, Mount& mount) {
+bool ParseLine(const std::string& line, MountLine& mount) {
     std::istringstream fields(line);
     std::string parent, device, options, tag;
     fields >> mount.id >> parent >> device >> mount.root >> mount.mountPoint >> options;
@@ -47,21 +47,21 @@ bool ParseLine(const std::string& line, Mount& mount) {
     return true;
 }
 
-auto Fields(const Mount& m) {
+auto Fields(const MountLine& m) {
     return std::tie(m.id, m.major, m.minor, m.root, m.mountPoint, m.type, m.source);
 }
 
 }  // namespace
 
-bool Mount::operator==(const Mount& other) const {
+bool MountLine::operator==(const MountLine& other) const {
     return Fields(*this) == Fields(other);
 }
 
-std::vector<Mount> ParseMountTable(const std::string& text) {
-    std::vector<Mount> mounts;
+std::vector<MountLine> ParseMountTable(const std::string& text) {
+    std::vector<MountLine> mounts;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        Mount mount;
+        MountLine mount;
         if (ParseLine(line, mount)) mounts.push_back(std::move(mount));
     }
     return mounts;
@@ -81,7 +81,7 @@ bool MountTable::Reload() {
     if (!file && (errno == EMFILE || errno == ENFILE)) return true;
     std::ostringstream text;
     text << file.rdbuf();
-    std::vector<Mount> mounts = ParseMountTable(text.str());
+    std::vector<MountLine> mounts = ParseMountTable(text.str());
     if (mounts == m_mounts) return false;
     m_mounts = std::move(mounts);
     return true;

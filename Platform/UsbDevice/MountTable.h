@@ -10,7 +10,7 @@
 namespace platform {
 
 // One line of the table, octal escapes undone.
-struct Mount {
+struct MountLine {
     int id = 0;  // the kernel gives ids of ended mounts to later ones
     unsigned major = 0;
     unsigned minor = 0;
@@ -19,11 +19,11 @@ struct Mount {
     std::string type;
     std::string source;
 
-    bool operator==(const Mount& other) const;
+    bool operator==(const MountLine& other) const;
 };
 
 // Lines that are no mounts are left out.
-std::vector<Mount> ParseMountTable(const std::string& text);
+std::vector<MountLine> ParseMountTable(const std::string& text);
 
 // Belongs to one thread at a time.
 class MountTable {
@@ -39,12 +39,12 @@ public:
     // Reads the table again. True when it differs from what was known.
     bool Reload();
 
-    const std::vector<Mount>& Mounts() const { return m_mounts; }
+    const std::vector<MountLine>& Mounts() const { return m_mounts; }
 
 private:
     const std::string m_path;
     UniqueFd m_polled;
-    std::vector<Mount> m_mounts;
+    std::vector<MountLine> m_mounts;
 };
 
 }  // namespace platform

@@ -165,7 +165,7 @@ bool UdevSource::ListStorages(std::vector<DeviceRecord>& devices) {
 }
 
 bool UdevSource::DescribeStorage(udev_device* block, DeviceRecord& device) const {
-    const Mount* mount = MountOf(block);
+    const MountLine* mount = MountOf(block);
     udev_device* usb = ParentOfType(block, "usb_device");
     udev_device* interface = ParentOfType(block, "usb_interface");
     if (!mount || !usb || !interface || !DescribeUsb(usb, interface, block, device)) return false;
@@ -182,11 +182,11 @@ bool UdevSource::DescribeStorage(udev_device* block, DeviceRecord& device) const
     return isPartition == (device.number > 0) && IsStillThere(block);
 }
 
-const Mount* UdevSource::MountOf(udev_device* block) const {
+const MountLine* UdevSource::MountOf(udev_device* block) const {
     const dev_t number = udev_device_get_devnum(block);
     const std::string node = Text(udev_device_get_devnode(block));
-    const Mount* best = nullptr;
-    for (const Mount& mount : m_mounts.Mounts()) {
+    const MountLine* best = nullptr;
+    for (const MountLine& mount : m_mounts.Mounts()) {
         // Some file systems mount under a number of their own: those are known by the node.
         const bool same = number != 0 && makedev(mount.major, mount.minor) == number;
         if (!same && (mount.major != 0 || node.empty() || mount.source != node)) continue;
@@ -195,7 +195,7 @@ const Mount* UdevSource::MountOf(udev_device* block) const {
     return best;
 }
 
-int UdevSource::Preference(const Mount& mount) const {
+int UdevSource::Preference(const MountLine& mount) const {
     return (IsBelow(mount.mountPoint, m_root) ? 2 : 0) + (mount.root == "/" ? 1 : 0);
 }
 

@@ -40,8 +40,8 @@ private:
     bool ListStorages(std::vector<DeviceRecord>& devices);
     bool ListCameras(std::vector<DeviceRecord>& devices);
     bool DescribeStorage(udev_device* block, DeviceRecord& device) const;
-    const Mount* MountOf(udev_device* block) const;
-    int Preference(const Mount& mount) const;
+    const MountLine* MountOf(udev_device* block) const;
+    int Preference(const MountLine& mount) const;
     std::string PresenceOf(udev_device* node) const;
 
     const std::string m_root;

@@ -287,7 +287,7 @@ TEST_F(RealMountTest, TheKernelTellsOfMountsOfAStick) {
     std::stringstream text;
     text << file.rdbuf();
     unsigned loop = 0;
-    for (const platform::Mount& mount : platform::ParseMountTable(text.str()))
+    for (const platform::MountLine& mount : platform::ParseMountTable(text.str()))
         if (mount.mountPoint == PathOf("stick")) loop = mount.minor;
     Unmount(root / "stick");
 
