@@ -1,5 +1,6 @@
 // Every format of the sample library as clients see it, against the expected items beside this
 // file.
+#include <filesystem>
 #include <fstream>
 
 #include "EndToEnd/Support/ServiceTest.h"
@@ -39,6 +40,9 @@ TEST_F(ServiceTest, EachSampleIsTheItemThatItShouldBe) {
             ASSERT_TRUE(expected.isMember(path)) << path << " is listed, but should not be";
             EXPECT_EQ(WithoutVolatile(item), expected[path]) << path;
             EXPECT_TRUE(item["id"].isString() && !item["id"].asString().empty()) << path;
+            std::error_code mended;  // a name that is no UTF-8 is told otherwise
+            const auto size = std::filesystem::file_size(UsbRoot() + "/samples/" + path, mended);
+            if (!mended) EXPECT_EQ(item["size"], std::to_string(size)) << path;
             expected.removeMember(path);
         }
     }

@@ -22,12 +22,6 @@ protected:
         return Render(item, CJsonHelper::GenerateFolderMediaJson);
     }
 
-    void Take(dorn::CMediaContent& content, const Item& item) {
-        media_info_s* record = platform.MakeRecord(item);
-        content.SetMediaInfo(record);
-        media_info_destroy(record);
-    }
-
 private:
     Json::Value Render(const Item& item, void (*generate)(media_info_s*, Json::Value&)) {
         Json::Value items;  // null becomes an array
@@ -49,33 +43,24 @@ std::string Text(double number) {
 }
 
 struct GetterCase {
-    const char* call;
     std::string object;
     const char* getter;
+    std::string message;   // or what failed, said in the object's usual way
     const char* fallback;  // empty: anything
-    std::string message;   // empty: the object's usual one
     std::function<std::string()> get;
 };
 
-#define GETTER(call, object, getter, fallback, message)                                   \
-    {                                                                                     \
-#call, #object, #getter, fallback, message, [&] { return Text(object.getter()); } \
-    }
+// clang-format off
+#define GETTER(object, getter, message, fallback) \
+    {#object, #getter, message, fallback, [&] { return Text(object.getter()); }}
+// clang-format on
 
+// Of no record: whatever is asked of the platform fails.
 TEST_F(MediaModelTest, AGetterThatFailsSaysSoAndYieldsItsFallback) {
-    dorn::CMediaContentMusic music;
-    dorn::CMediaContentImage image;
-    dorn::CMediaContentVideo video;
-    dorn::CMediaContentFolder folder;
-    Take(music, Music("/s.mp3"));
-    music.SetMusicMetaFromMediaInfo();
-    Take(image, Photo("/p.jpg"));
-    image.SetImageMetaFromMediaInfo();
-    Take(video, Video("/v.mp4"));
-    video.SetVideoMetaFromMediaInfo();
-    media_folder_s* directory = platform.MakeRecord(Folder{"F", "/f"});
-    folder.SetMediaFolder(directory);
-    media_folder_destroy(directory);
+    const dorn::CMediaContentMusic music;
+    const dorn::CMediaContentImage image;
+    const dorn::CMediaContentVideo video;
+    const dorn::CMediaContentFolder folder;
     const dorn::CMediaContent& base = music;
     std::map<std::string, std::string> usual{{"base", "CMediaContent - failed to "},
                                              {"music", "CMediaContentMusic - failed to "},
@@ -84,59 +69,52 @@ TEST_F(MediaModelTest, AGetterThatFailsSaysSoAndYieldsItsFallback) {
                                              {"folder", "GetFolderPath - failed to "}};
     // clang-format off
     const GetterCase cases[] = {
-        GETTER(media_info_get_media_id, base, GetUUID, "null", ""),
-        GETTER(media_info_get_file_path, base, GetFilePath, "null", ""),
-        GETTER(media_info_get_display_name, base, GetName, "null", ""),
-        GETTER(media_info_get_media_type, base, GetMediaType, "", ""),
-        GETTER(media_info_get_mime_type, base, GetMimeType, "null", ""),
-        GETTER(media_info_get_size, base, GetSize, "0", ""),
-        GETTER(media_info_get_added_time, base, GetAddedTime, "", ""),
-        GETTER(media_info_get_modified_time, base, GetModifiedTime, "",
-               "[ContentsManager plugin] - failed to media_info_get_modified_time"),
-        GETTER(media_info_get_thumbnail_path, base, GetThumbnailPath, "null", ""),
-        GETTER(media_info_get_description, base, GetDescription, "null", ""),
-        GETTER(media_info_get_title, base, GetTitle, "null",
-               "CMediaContent- failed to media_info_get_title"),
-        GETTER(media_info_get_rating, base, GetRating, "0",
-               "CMediaContent- failed to media_info_get_rating"),
-        GETTER(audio_meta_get_album, music, GetMusicAlbum, "null", ""),
-        GETTER(audio_meta_get_artist, music, GetMusicArtist, "null", ""),
-        GETTER(audio_meta_get_genre, music, GetMusicGenre, "null", ""),
-        GETTER(audio_meta_get_composer, music, GetMusicComposer, "null", ""),
-        GETTER(audio_meta_get_copyright, music, GetMusicCopyright, "null", ""),
-        GETTER(audio_meta_get_bit_rate, music, GetMusicBitrate, "0", ""),
-        GETTER(audio_meta_get_track_num, music, GetMusicTrackNum, "null", ""),
-        GETTER(audio_meta_get_duration, music, GetMusicDuration, "0",
-               "CMediaContentMusic - failed to GetMusicDuration"),
-        GETTER(image_meta_get_width, image, GetImageWidth, "0", ""),
-        GETTER(image_meta_get_height, image, GetImageHeight, "0", ""),
-        GETTER(image_meta_get_orientation, image, GetImageOrientation, "", ""),
-        GETTER(media_info_get_latitude, image, GetImageLatitude, "0", ""),
-        GETTER(media_info_get_longitude, image, GetImageLongitude, "0", ""),
-        GETTER(video_meta_get_duration, video, GetVideoDuration, "0", ""),
-        GETTER(video_meta_get_width, video, GetVideoWidth, "0", ""),
-        GETTER(video_meta_get_height, video, GetVideoHeight, "0", ""),
-        GETTER(media_info_get_latitude, video, GetVideoLatitude, "0", ""),
-        GETTER(media_info_get_longitude, video, GetVideoLongitude, "0", ""),
-        GETTER(video_meta_get_album, video, GetVideoAlbum, "null", ""),
-        GETTER(video_meta_get_genre, video, GetVideoGenre, "null", ""),
-        GETTER(media_folder_get_folder_id, folder, GetFolderUUID, "null", ""),
-        GETTER(media_folder_get_path, folder, GetFolderPath, "null", ""),
+        GETTER(base, GetUUID, "media_info_get_media_id", "null"),
+        GETTER(base, GetFilePath, "media_info_get_file_path", "null"),
+        GETTER(base, GetName, "media_info_get_display_name", "null"),
+        GETTER(base, GetMediaType, "media_info_get_media_type", ""),
+        GETTER(base, GetMimeType, "media_info_get_mime_type", "null"),
+        GETTER(base, GetSize, "media_info_get_size", "0"),
+        GETTER(base, GetAddedTime, "media_info_get_added_time", ""),
+        GETTER(base, GetModifiedTime,
+               "[ContentsManager plugin] - failed to media_info_get_modified_time", ""),
+        GETTER(base, GetThumbnailPath, "media_info_get_thumbnail_path", "null"),
+        GETTER(base, GetDescription, "media_info_get_description", "null"),
+        GETTER(base, GetTitle, "CMediaContent- failed to media_info_get_title", "null"),
+        GETTER(base, GetRating, "CMediaContent- failed to media_info_get_rating", "0"),
+        GETTER(music, GetMusicAlbum, "audio_meta_get_album", "null"),
+        GETTER(music, GetMusicArtist, "audio_meta_get_artist", "null"),
+        GETTER(music, GetMusicGenre, "audio_meta_get_genre", "null"),
+        GETTER(music, GetMusicComposer, "audio_meta_get_composer", "null"),
+        GETTER(music, GetMusicCopyright, "audio_meta_get_copyright", "null"),
+        GETTER(music, GetMusicBitrate, "audio_meta_get_bit_rate", "0"),
+        GETTER(music, GetMusicTrackNum, "audio_meta_get_track_num", "null"),
+        GETTER(music, GetMusicDuration, "CMediaContentMusic - failed to GetMusicDuration", "0"),
+        GETTER(image, GetImageWidth, "image_meta_get_width", "0"),
+        GETTER(image, GetImageHeight, "image_meta_get_height", "0"),
+        GETTER(image, GetImageOrientation, "image_meta_get_orientation", ""),
+        GETTER(image, GetImageLatitude, "media_info_get_latitude", "0"),
+        GETTER(image, GetImageLongitude, "media_info_get_longitude", "0"),
+        GETTER(video, GetVideoDuration, "video_meta_get_duration", "0"),
+        GETTER(video, GetVideoWidth, "video_meta_get_width", "0"),
+        GETTER(video, GetVideoHeight, "video_meta_get_height", "0"),
+        GETTER(video, GetVideoLatitude, "media_info_get_latitude", "0"),
+        GETTER(video, GetVideoLongitude, "media_info_get_longitude", "0"),
+        GETTER(video, GetVideoAlbum, "video_meta_get_album", "null"),
+        GETTER(video, GetVideoGenre, "video_meta_get_genre", "null"),
+        GETTER(folder, GetFolderUUID, "media_folder_get_folder_id", "null"),
+        GETTER(folder, GetFolderPath, "media_folder_get_path", "null"),
     };
     // clang-format on
     for (const GetterCase& c : cases) {
         SCOPED_TRACE(c.getter);
         platform.ForgetLog();
-        c.get();
-        EXPECT_TRUE(platform.Log().empty()) << "it has not failed yet";
-        platform.Fail(c.call, 1, MEDIA_CONTENT_ERROR_DB_FAILED);
         const std::string value = c.get();
-        if (*c.fallback) {
-            EXPECT_EQ(value, c.fallback);
-        }
+        EXPECT_TRUE(!*c.fallback || value == c.fallback) << value;
         const std::vector<LogLine> log = platform.Log();
         ASSERT_EQ(log.size(), 1u);
-        EXPECT_EQ(log[0].message, c.message.empty() ? usual[c.object] + c.call : c.message);
+        const bool isUsual = c.message.find(' ') == std::string::npos;
+        EXPECT_EQ(log[0].message, isUsual ? usual[c.object] + c.message : c.message);
         EXPECT_EQ(log[0].function, c.getter);
         EXPECT_EQ(log[0].priority, kTrace);
     }
@@ -144,12 +122,14 @@ TEST_F(MediaModelTest, AGetterThatFailsSaysSoAndYieldsItsFallback) {
 }
 
 TEST_F(MediaModelTest, WrappersGiveBackWhatTheyTookExceptThePlainOne) {
+    media_info_s* record = platform.MakeRecord(Sound("/s.amr"));
     {
         dorn::CMediaContent plain;
-        Take(plain, Sound("/s.amr"));
+        plain.SetMediaInfo(record);
         dorn::CMediaContentFolder never;
     }
-    EXPECT_EQ(platform.CallCount("media_info_destroy"), 1) << "the test's own";
+    EXPECT_EQ(platform.CallCount("media_info_destroy"), 0);
+    media_info_destroy(record);
     EXPECT_EQ(platform.CallCount("media_folder_destroy"), 0);
     keptRecords = 1;
 }
@@ -189,6 +169,7 @@ TEST_F(MediaModelTest, AnItemOfEachKind) {
     EXPECT_EQ(ToJson(music), Parse(R"({"id":"m1","filename":"m.mp3","title":"",
         "fullPathName":"$USB_DIR/m.mp3","mime":"","size":"0","addedTime":"0","modifiedTime":"0",
         "description":"","album":"","artist":"A","genre":"G","composer":"C","tracknum":"3/12"})"));
+    EXPECT_TRUE(platform.Log().empty()) << "nothing has failed";
 }
 
 TEST_F(MediaModelTest, AnItemOfAnotherOrUnreadableKindIsNull) {
@@ -239,13 +220,10 @@ TEST_F(MediaModelTest, NumbersAndOrientationsAsText) {
     EXPECT_EQ(CJsonHelper::ConvertNumberToString(18446744073709551615ULL), "18446744073709551615");
     EXPECT_EQ(CJsonHelper::ConvertNumberToString(-9000000000LL), "-9000000000");
     EXPECT_EQ(CJsonHelper::ConvertNumberToString(1234567.0), "1.23457e+06");
-    const char* words[] = {"notAvailable",     "normal",      "flipHorizontal",  "rotate180Degrees",
-                           "flipVertical",     "transpose",   "rotate90Degrees", "transverse",
-                           "rotate270Degrees", "notAvailable"};
-    for (int i = 0; i < 10; ++i)
-        EXPECT_EQ(
-            CJsonHelper::GetOrientationTypeAsString(static_cast<media_content_orientation_e>(i)),
-            words[i]);
+    for (int beyond : {-1, 9})
+        EXPECT_EQ(CJsonHelper::GetOrientationTypeAsString(
+                      static_cast<media_content_orientation_e>(beyond)),
+                  "notAvailable");
 }
 
 TEST_F(MediaModelTest, PathsChangeTheirFirstRootOnly) {

@@ -109,7 +109,8 @@ protected:
         for (int i = 0; i < count; ++i)
             platform.Add(Photo(folder + "/" + std::to_string(i) + ".jpg", i));
     }
-    // Returns when a job is at work in the task manager's worker, which lasts until `jobGate` opens.
+    // Returns when a job is at work in the task manager's worker, which lasts until `jobGate`
+    // opens.
     void HoldWorker(CPlivTaskContentsMgr& task) {
         platform.OnCall("media_info_delete_from_db", [this] { jobGate.Wait(); });
         int id = 0;

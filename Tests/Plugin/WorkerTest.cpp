@@ -75,33 +75,6 @@ TEST_F(WorkerTest, EachPostWakesOneWait) {
     EXPECT_EQ(passed, 4);
 }
 
-// Counts its copies that are alive; the one told so refuses to be copied.
-struct Counted {
-    explicit Counted(bool refusesCopies = false) : refuses(refusesCopies) { ++alive; }
-    Counted(const Counted& other) : refuses(other.refuses) {
-        if (refuses) throw std::runtime_error("no copy");
-        ++alive;
-    }
-    Counted& operator=(const Counted&) = default;
-    ~Counted() { --alive; }
-    bool refuses;
-    static int alive;
-};
-int Counted::alive = 0;
-
-TEST_F(WorkerTest, AQueueDestroysWhatItStillHoldsAndSurvivesACopyThatThrows) {
-    {
-        dorn::CSafeQ<Counted> queue;
-        for (int i = 0; i < 3; ++i) queue.Push(Counted());
-        EXPECT_EQ(Counted::alive, 3);
-        EXPECT_THROW(queue.Push(Counted(true)), std::runtime_error);
-        EXPECT_EQ(Counted::alive, 3);
-        queue.Push(Counted());
-        EXPECT_EQ(Counted::alive, 4);
-    }
-    EXPECT_EQ(Counted::alive, 0);
-}
-
 TEST_F(WorkerTest, OneDrainRunsAllQueuedJobsOldestFirst) {
     Rig rig;
     AwaitTurn(1);
