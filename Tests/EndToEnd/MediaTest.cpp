@@ -1,6 +1,5 @@
-// The main job: real files on a stick, found, counted, paged and kept up to date.
+// The main job: real files on a stick, found, counted and kept up to date.
 #include <filesystem>
-#include <set>
 
 #include "EndToEnd/Support/ServiceTest.h"
 
@@ -9,44 +8,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The names of regular files below `folder` that end so, without the folder.
-std::set<std::string> FilesOnDisk(const std::string& folder, const std::string& extension) {
-    std::set<std::string> files;
-    for (const auto& entry : fs::recursive_directory_iterator(folder))
-        if (entry.is_regular_file() && entry.path().extension() == extension)
-            files.insert(fs::relative(entry.path(), folder));
-    return files;
-}
-
 std::string ClientRoot(const std::string& usbRoot) {
     return usbRoot.substr(0, usbRoot.find("/opt/storage/usb")) + "$USB_DIR";
-}
-
-// What the items' paths hold below the folder; a path that comes twice fails the test.
-std::set<std::string> PathsBelow(const std::string& folder, const Json::Value& items) {
-    std::set<std::string> paths;
-    for (const auto& item : items) {
-        const std::string path = item["fullPathName"].asString();
-        EXPECT_EQ(path.compare(0, folder.size() + 1, folder + "/"), 0) << path;
-        EXPECT_TRUE(paths.insert(path.substr(folder.size() + 1)).second) << path << " came twice";
-    }
-    return paths;
-}
-
-TEST_F(ServiceTest, AllPagesTogetherAreTheFilesOnTheStick) {
-    PlugIn("stick", {"--photos", "DIR", "640"});
-    StartService();
-    MediaClient media(Socket());
-    const Json::Value storage = media.Storage("stick");
-    EXPECT_EQ(storage["type"], "msc");
-    const auto onDisk = FilesOnDisk(UsbRoot() + "/stick", ".jpg");
-    ASSERT_EQ(media.Query(storage["id"].asString(), "photo"), static_cast<int>(onDisk.size()));
-    for (const int pageSize : {1000, 97}) {
-        const Json::Value items = media.FetchAll("photos", pageSize);
-        EXPECT_EQ(PathsBelow(ClientRoot(UsbRoot()) + "/stick", items), onDisk) << pageSize;
-    }
-    EXPECT_EQ(media.Query(storage["id"].asString(), "video"), 0);
-    EXPECT_EQ(media.FetchAll("videos", 10).size(), 0u);
 }
 
 TEST_F(ServiceTest, AStickThatComesAndGoesIsToldAndKeepsItsIds) {
@@ -115,26 +78,6 @@ TEST_F(ServiceTest, RegisteredFilesAreListedAndRemovedOnesAreNot) {
     ASSERT_EQ(outcome["succeeded"].size(), 1u);
     EXPECT_EQ(outcome["failed"].size(), 3u);
     EXPECT_EQ(media.Query(id, "photo"), 11);
-}
-
-// Folder pages show subfolders from disk and files from the database.
-TEST_F(ServiceTest, FoldersAreListedAsTheyAreOnTheStick) {
-    PlugIn("stick", {"--small", "DIR"});
-    StartService();
-    MediaClient media(Socket());
-    const Json::Value storage = media.Storage("stick");
-    ASSERT_GT(media.Query(storage["id"].asString(), "photo"), 0);
-    const std::string folder = storage["mountPath"].asString() + "/Photos";
-    std::multiset<std::string> onDisk, listed;
-    for (const auto& entry : fs::directory_iterator(UsbRoot() + "/stick/Photos"))
-        onDisk.insert((entry.is_directory() ? "folder " : "file ") +
-                      entry.path().filename().string());
-    const int count = media.Query(storage["id"].asString(), "folder", folder);
-    EXPECT_EQ(count, static_cast<int>(onDisk.size()));
-    const Json::Value page = media.Fetch(0, 1000);
-    for (const auto& file : page["files"]) listed.insert("file " + file["name"].asString());
-    for (const auto& sub : page["folders"]) listed.insert("folder " + sub["name"].asString());
-    EXPECT_EQ(listed, onDisk);
 }
 
 TEST_F(ServiceTest, TheDatabaseSurvivesAKillInTheMiddleOfAScan) {

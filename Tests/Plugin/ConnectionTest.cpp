@@ -38,8 +38,7 @@ TEST_F(ConnectionTest, ConnectingTwiceIsFineDisconnectingTwiceIsNot) {
 
 TEST_F(ConnectionTest, TheOrderOfConnecting) {
     AddStick();
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     const Strings calls = platform.Calls();
     ASSERT_GE(calls.size(), 3u);
     EXPECT_EQ(calls[0], "media_content_connect");
@@ -104,8 +103,7 @@ TEST_F(ConnectionTest, SticksArePairedWithTheirStoragesInAtMostThreePasses) {
 TEST_F(ConnectionTest, WhatDiscoverySays) {
     AddStick();
     platform.Add(Camera(1, 2));
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     platform.ForgetLog();
     CPlivTaskContentsMgr::StorageList list;
     ASSERT_TRUE(rig.task.GetStorages(list));
@@ -198,8 +196,7 @@ TEST_F(ConnectionTest, AFailedConnectKeepsTheUsbServiceWhenTheDatabaseWillNotClo
 
 TEST_F(ConnectionTest, AFailedDisconnectStaysConnectedWithoutWatchersAndMayBeTriedAgain) {
     AddStick();
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     ASSERT_TRUE(rig.task.Query("S1", dorn::MEDIA_TYPE_PHOTO, "", ""));
     Await("QUERY_COMPLETED");
     platform.Fail("media_content_disconnect", 1, MEDIA_CONTENT_ERROR_DB_BUSY);
@@ -237,8 +234,7 @@ TEST_F(ConnectionTest, StoragesAreRefusedWhenDisconnectedOrUnlistable) {
 TEST_F(ConnectionTest, AStorageIsFoundByItsMountPathButNeverANotMountedOne) {
     AddStick();
     platform.Add(Camera(1, 2));
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     const StoragePtr found = rig.task.m_GetStorageByMountPath(kStick);
     ASSERT_TRUE(found);
     EXPECT_EQ(found->GetDeviceID(), "S1");
@@ -251,8 +247,7 @@ TEST_F(ConnectionTest, AStorageIsFoundByItsMountPathButNeverANotMountedOne) {
 
 TEST_F(ConnectionTest, OneDevicesStorageIsLookedUp) {
     AddStick();
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     usb_device_list_s* devices = nullptr;
     usb_device_s* device = nullptr;
     ASSERT_EQ(usb_device_get_device_list(USB_CLASS_MASS_STORAGE, &devices), 0);

@@ -9,9 +9,8 @@ class FetchTest : public PluginTest {
 protected:
     FetchTest() { AddStick(); }
 
-    // Connects and makes a query the current one.
+    // Makes a query the current one.
     void Query(CPlivTaskContentsMgr& task, MediaType type, const std::string& folder = "") {
-        ASSERT_TRUE(task.Connect());
         ASSERT_TRUE(task.Query(folder.empty() ? "S1" : "DISK", type, folder, ""));
         Await("QUERY_COMPLETED");
     }
@@ -70,7 +69,7 @@ TEST_F(FetchTest, PagesKnowWhetherTheyAreFirstAndLast) {
                           {25, 10, 0, false, true},   {0, 25, 25, true, true},
                           {0, 1000, 25, true, true}};
     AddPhotos(25);
-    Rig rig;
+    ConnectedRig rig;
     Query(rig.task, dorn::MEDIA_TYPE_PHOTO);
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(c.start) + "+" + std::to_string(c.count));
@@ -105,7 +104,7 @@ TEST_F(FetchTest, TheNewestComeFirst) {
 TEST_F(FetchTest, AJobFetchesFromTheQueryThatIsCurrentWhenItRuns) {
     AddPhotos(2);
     platform.Add(Music(OnStick("song.mp3")));
-    Rig rig;
+    ConnectedRig rig;
     Query(rig.task, dorn::MEDIA_TYPE_PHOTO);
     HoldWorker(rig.task);
     int fetchId = 0;
@@ -119,7 +118,7 @@ TEST_F(FetchTest, AJobFetchesFromTheQueryThatIsCurrentWhenItRuns) {
 
 TEST_F(FetchTest, AJobThatRunsAfterDisconnectSendsAPageWithoutItems) {
     AddPhotos(2);
-    Rig rig;
+    ConnectedRig rig;
     Query(rig.task, dorn::MEDIA_TYPE_PHOTO);
     HoldWorker(rig.task);
     int id = 0;
@@ -135,7 +134,7 @@ TEST_F(FetchTest, AJobThatRunsAfterDisconnectSendsAPageWithoutItems) {
 
 TEST_F(FetchTest, AFailedCountLeavesTheTotalAtNothing) {
     AddPhotos(5);
-    Rig rig;
+    ConnectedRig rig;
     Query(rig.task, dorn::MEDIA_TYPE_PHOTO);
     platform.Fail("media_info_get_media_count_from_db", 1, MEDIA_CONTENT_ERROR_DB_BUSY);
     int id = 0;
@@ -162,7 +161,7 @@ TEST_F(FetchTest, FoldersComeBeforeFilesAndTheirNumberShiftsTheRange) {
         {1, 2, 2, 0, -1, -1, false}, {13, 10, 0, 7, 13, 10, true}, {23, 10, 0, 0, 23, 10, true}};
     TempFolder folder;
     FillFolder(folder, 20);
-    Rig rig;
+    ConnectedRig rig;
     Query(rig.task, dorn::MEDIA_TYPE_FOLDER, folder.Path());
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(c.start) + "+" + std::to_string(c.count));
@@ -194,7 +193,7 @@ TEST_F(FetchTest, AFolderThatTheDatabaseDoesNotKnowShowsItsSubfolders) {
     TempFolder folder;
     FillFolder(folder, 0);
     folder.MakeFolder("a/inner");
-    Rig rig;
+    ConnectedRig rig;
     Query(rig.task, dorn::MEDIA_TYPE_FOLDER, folder / "a");
     EXPECT_EQ(Column(Page(rig.task, 0, 10)["folders"], "name"), Strings{"inner"});
 }
@@ -230,7 +229,7 @@ protected:
 
 TEST_F(FetchFaultTest, EachFailingCallOfAMediaPageStillSendsThePage) {
     AddPhotos(4);
-    Rig rig;
+    ConnectedRig rig;
     Query(rig.task, dorn::MEDIA_TYPE_PHOTO);
     Check(rig.task,
           {{"media_filter_create", 2, 0, "FAILED TO media_filter_create"},
@@ -249,7 +248,7 @@ TEST_F(FetchFaultTest, EachFailingCallOfAMediaPageStillSendsThePage) {
 TEST_F(FetchFaultTest, EachFailingCallOfAFolderPageStillSendsThePage) {
     TempFolder folder;
     FillFolder(folder, 6);
-    Rig rig;
+    ConnectedRig rig;
     Query(rig.task, dorn::MEDIA_TYPE_FOLDER, folder.Path());
     Check(rig.task,
           {{"media_filter_create", 3, 0, "FAILED TO media_filter_create "},

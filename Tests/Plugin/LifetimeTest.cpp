@@ -125,9 +125,7 @@ TEST_F(LifetimeTest, AScanWaitEndsWithoutWatchersToo) {
 TEST_F(LifetimeTest, APausedDiscoveryHoldsUpNoOtherEngine) {
     std::atomic<bool> firstCall{true};
     Gate gate;
-    Rig slow, quick;
-    ASSERT_TRUE(slow.task.Connect());
-    ASSERT_TRUE(quick.task.Connect());
+    ConnectedRig slow, quick;
     platform.OnCall("media_storage_foreach_storage_from_db", [&] {
         if (firstCall.exchange(false)) gate.Wait();
     });
@@ -160,8 +158,7 @@ TEST_F(LifetimeTest, EnginesComeAndGoWhileNotificationsPourIn) {
 
 TEST_F(LifetimeTest, ADisconnectDuringAPairingPauseDoesNotWaitItOut) {
     dorn::SetPauseUnit(std::chrono::seconds(20));
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     EXPECT_TRUE(WaitUntil([&] { return platform.UsbReceivers() == 1; }));
     platform.PostUsb(Stick("/opt/storage/usb/unknown"), "mounted");
     ASSERT_TRUE(platform.WaitForLog("m_AddStorage storageListSize = 1 "));
@@ -170,8 +167,7 @@ TEST_F(LifetimeTest, ADisconnectDuringAPairingPauseDoesNotWaitItOut) {
 }
 
 TEST_F(LifetimeTest, ARecordIsReadWhileItsStickIsPairedAgain) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     CPlivTaskContentsMgr::StorageList list;
     ASSERT_TRUE(rig.task.GetStorages(list));
     std::atomic<bool> going{true};

@@ -88,8 +88,7 @@ TEST_F(NotificationTest, WhatEachActionDoesToTheListAndTellsTheClient) {
     for (const PlugCase& c : kPlugCases) {
         SCOPED_TRACE(std::string(c.action) + " " + c.device.mountPath + " " +
                      std::to_string(c.device.deviceClass));
-        Rig rig;
-        ASSERT_TRUE(rig.task.Connect());
+        ConnectedRig rig;
         platform.ForgetLog();
         const size_t before = platform.Events().size();
         platform.FireUsb(c.device, c.action);
@@ -113,8 +112,7 @@ TEST_F(NotificationTest, WhatEachActionDoesToTheListAndTellsTheClient) {
 }
 
 TEST_F(NotificationTest, AStickRecordedForTheThirdPassIsPairedAndSaidToBeLate) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     ASSERT_TRUE(rig.task.Disconnect());  // which cuts pauses short, but only its own connection's
     ASSERT_TRUE(rig.task.Connect());
     const int listings = platform.CallCount("media_storage_foreach_storage_from_db");
@@ -132,8 +130,7 @@ TEST_F(NotificationTest, AFailingPlatformNeverKeepsADeviceFromBeingTold) {
           "media_storage_get_path", "media_storage_get_storage_id", "media_filter_destroy",
           "usb_device_get_serial", "usb_device_get_mountpath", "usb_device_get_class"}) {
         SCOPED_TRACE(call);
-        Rig rig;
-        ASSERT_TRUE(rig.task.Connect());
+        ConnectedRig rig;
         platform.Fail(call, 0, MEDIA_CONTENT_ERROR_DB_BUSY);
         platform.FireUsb(Stick(kNewStick), "mounted");
         Await("USB_CONNECTED");
@@ -145,8 +142,7 @@ TEST_F(NotificationTest, AFailingPlatformNeverKeepsADeviceFromBeingTold) {
 }
 
 TEST_F(NotificationTest, AnUnlistedStickIsReportedAsTheDeviceTellsIt) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     Device stick = Stick(kNewStick);
     stick.product = "Gone";
     stick.fstype = FSTYPE_EXT4;
@@ -162,8 +158,7 @@ TEST_F(NotificationTest, AnUnlistedStickIsReportedAsTheDeviceTellsIt) {
 }
 
 TEST_F(NotificationTest, ACameraAddedTwiceGoesWithBothRecords) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     platform.FireUsb(Camera(1, 5), "added");
     Device twin = Camera(1, 5);
     twin.serial = "S-2";
@@ -177,8 +172,7 @@ TEST_F(NotificationTest, ACameraAddedTwiceGoesWithBothRecords) {
 }
 
 TEST_F(NotificationTest, NothingIsDoneWithoutActionOrReceiver) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     platform.ForgetCalls();
     platform.FireUsb(Stick(kStick), nullptr);
     char mounted[] = "mounted";
@@ -189,8 +183,7 @@ TEST_F(NotificationTest, NothingIsDoneWithoutActionOrReceiver) {
 }
 
 TEST_F(NotificationTest, WhatIsSaidOfADevice) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     platform.ForgetLog();
     platform.FireUsb(Stick(kStick), "blocked");
     Strings block;
@@ -212,8 +205,7 @@ TEST_F(NotificationTest, WhatIsSaidOfADevice) {
 }
 
 TEST_F(NotificationTest, TheStorageLockIsHeldWhileTheListChangesAndNeverWhileAnEventIsSent) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     const auto isFree = [&] {
         if (!g_mutex_trylock(&StorageMutexOf(rig.task))) return false;
         g_mutex_unlock(&StorageMutexOf(rig.task));
@@ -230,9 +222,7 @@ TEST_F(NotificationTest, TheStorageLockIsHeldWhileTheListChangesAndNeverWhileAnE
 }
 
 TEST_F(NotificationTest, EachEngineHasItsOwnNotificationsAndList) {
-    Rig first, second;
-    ASSERT_TRUE(first.task.Connect());
-    ASSERT_TRUE(second.task.Connect());
+    ConnectedRig first, second;
     EXPECT_TRUE(WaitUntil([&] { return platform.UsbReceivers() == 2; }));
     EXPECT_TRUE(WaitUntil([&] { return platform.DbReceivers() == 2; }));
     platform.PostUsb(Stick(kStick), "blocked");
@@ -292,8 +282,7 @@ const ChangeCase kChangeCases[] = {
 
 TEST_F(NotificationTest, WhatEachChangeOfTheDatabaseTells) {
     AddStick(kRoot, "S0");
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     for (const ChangeCase& c : kChangeCases) {
         SCOPED_TRACE(c.what);
         platform.ForgetLog();
@@ -316,8 +305,7 @@ TEST_F(NotificationTest, WhatEachChangeOfTheDatabaseTells) {
 }
 
 TEST_F(NotificationTest, TheEndOfAScanIsTimedFromTheUsbEvent) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     platform.FireUsb(Stick(kStick), "mounted");
     platform.ForgetLog();
     DbUpdate update = ScanEnd(kStick, MEDIA_CONTENT_ERROR_DB_FAILED);
@@ -348,8 +336,7 @@ TEST_F(NotificationTest, TheDatabasesReceiverStaysAndIsAddedAgain) {
         return counts;
     };
     {
-        Rig rig;
-        ASSERT_TRUE(rig.task.Connect());
+        ConnectedRig rig;
         ASSERT_TRUE(rig.task.Disconnect());
         EXPECT_EQ(platform.DbReceivers(), 1);
         platform.FireDbUpdate(ScanEnd(kStick));  // nothing is connected

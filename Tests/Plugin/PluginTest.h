@@ -68,6 +68,9 @@ struct Rig {
     CPlivTaskContentsMgr task;
     Rig() { task.SetEngineHandle(&engine); }
 };
+struct ConnectedRig : Rig {
+    ConnectedRig() { EXPECT_TRUE(task.Connect()); }
+};
 
 // Looks into a task manager: its jobs, and its storages as they stand without a new discovery.
 dorn::CSafeQ<dorn::CCMTaskJob>& JobsOf(CPlivTaskContentsMgr& task);

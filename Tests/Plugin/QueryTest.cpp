@@ -116,8 +116,7 @@ TEST_F(QueryTest, AnUnknownKindFails) {
 TEST_F(QueryTest, AFolderCountsItsKnownItemsAndVisibleSubfolders) {
     TempFolder folder;
     FillFolder(folder);
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     ASSERT_TRUE(rig.task.Query("DISK", dorn::MEDIA_TYPE_FOLDER, folder.Path(), ""));
     EXPECT_EQ(Await("QUERY_COMPLETED")["count"].asInt(), 4);
     int count = 0;
@@ -142,8 +141,7 @@ TEST_F(QueryTest, TheLastOfSeveralMatchingFoldersCountsAndAnUnknownOneIsNoError)
     TempFolder folder;
     FillFolder(folder);
     platform.Add(Folder{"F1-again", folder.Path()});
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     dorn::QueryInfo query;
     query.storageId = "DISK";
     query.folderPath = folder.Path();
@@ -187,8 +185,7 @@ TEST_F(QueryTest, OnlyAFolderAndTheExactWordAskForTheScansEnd) {
                  {"S1", dorn::MEDIA_TYPE_PHOTO, "1", 3, false},
                  {"S1", dorn::MEDIA_TYPE_PHOTO, "true", 3, true},
                  {"DISK", dorn::MEDIA_TYPE_FOLDER, "", 4, true}};
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.storage) + " " + c.option);
         platform.ForgetCalls();
@@ -208,8 +205,7 @@ TEST_F(QueryTest, AMediaQueryPollsUntilTheScanIsComplete) {
     platform.OnCall("media_storage_get_scan_status", [&] {
         if (++polls == 4) platform.SetScanStatus("S1", MEDIA_STORAGE_SCAN_COMPLETE);
     });
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     ASSERT_TRUE(rig.task.Query("S1", dorn::MEDIA_TYPE_PHOTO, "", "true"));
     EXPECT_EQ(Await("QUERY_COMPLETED")["count"].asInt(), 3);
     EXPECT_EQ(platform.CountLog(kWaiting), 2) << "one look, then one a second";
@@ -222,8 +218,7 @@ TEST_F(QueryTest, AScanThatNeverEndsTimesOut) {
     FillFolder(folder);
     for (const char* id : {"S1", "DISK"}) platform.SetScanStatus(id, MEDIA_STORAGE_SCAN_RUNNING);
     platform.SetFolderScan(FolderScan::Later);
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     for (MediaType type : {dorn::MEDIA_TYPE_PHOTO, dorn::MEDIA_TYPE_FOLDER}) {
         platform.ForgetLog();
         platform.ForgetCalls();
@@ -243,8 +238,7 @@ TEST_F(QueryTest, AFolderQueryEndsWithItsFolderScan) {
     TempFolder folder;
     FillFolder(folder);
     platform.SetScanStatus("DISK", MEDIA_STORAGE_SCAN_STOPPED);
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     for (FolderScan when : {FolderScan::AtOnce, FolderScan::OnOtherThread, FolderScan::Later}) {
         platform.ForgetCalls();
         platform.ForgetLog();
@@ -274,8 +268,7 @@ protected:
     // Queries with each call failing: result, count, all error lines, and no handle left.
     void Check(const std::vector<FaultCase>& faults, const char* storage, MediaType type,
                const std::string& folder) {
-        Rig rig;
-        ASSERT_TRUE(rig.task.Connect());
+        ConnectedRig rig;
         for (const FaultCase& c : faults) {
             SCOPED_TRACE(c.function + std::to_string(c.nth));
             platform.ForgetLog();

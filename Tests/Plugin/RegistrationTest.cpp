@@ -70,8 +70,7 @@ TEST_F(RegistrationTest, EachPathOrIdIsTriedAndReported) {
          {" FAILED to Delete!! : 7 (error:-1004)\n", " FAILED to Delete!! : 8 (error:-1004)\n"}},
         // clang-format on
     };
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         platform.ForgetLog();
@@ -92,8 +91,7 @@ TEST_F(RegistrationTest, EachPathOrIdIsTriedAndReported) {
 }
 
 TEST_F(RegistrationTest, APathWhoseIdCannotBeReadIsNeitherDoneNorFailed) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     platform.Fail("media_info_get_media_id", 2, MEDIA_CONTENT_ERROR_DB_FAILED);
     int id = 0;
     ASSERT_TRUE(rig.task.RegisterContents("S1", {"/a", "/b", "/c"}, id));

@@ -74,8 +74,7 @@ TEST_F(StorageTest, RecordsCarryWhatNoClientSeesToo) {
     Device stick = Stick(kStick);
     stick.diskType = DISK_TYPE_FIXED;
     platform.Add(stick);
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     CPlivTaskContentsMgr::StorageList list;
     ASSERT_TRUE(rig.task.GetStorages(list));
     ASSERT_EQ(list.size(), 1u);
