@@ -79,6 +79,7 @@ TEST_F(ServiceTest, EveryCommandAnswersAsItShould) {
     const int handle = client->Open();
     for (const Case& test : kDisconnected) Check(*client, handle, test);
     for (const Case& test : kConnected) Check(*client, handle, test);
+    EXPECT_EQ(client->Close(handle + 1), "dorn.PlivHost1.Error.UnknownHandle");
 }
 
 TEST_F(ServiceTest, JsonOfTheWrongShapeIsAnErrorAndTheServiceLives) {

@@ -22,12 +22,26 @@ std::vector<Json::Value> JsonLines(const std::string& text) {
 }
 
 TEST_F(ServiceTest, TheServiceTellsWrongUsage) {
-    const Outcome wrong = RunProgram({CONTENTS_MGR, "--bus", "omni"});
-    EXPECT_EQ(wrong.status, 2);
-    EXPECT_NE(wrong.errors.find("--help"), std::string::npos) << wrong.errors;
+    const Words cases[] = {{"--nonsense"}, {"extra"}, {"--bus", "omni"}, {"--log-level", "loud"}};
+    for (Words words : cases) {
+        words.insert(words.begin(), CONTENTS_MGR);
+        const Outcome wrong = RunProgram(words);
+        EXPECT_EQ(wrong.status, 2) << words[1];
+        EXPECT_NE(wrong.errors.find("--help"), std::string::npos) << wrong.errors;
+    }
     EXPECT_EQ(RunProgram({CONTENTS_MGR, "--help"}).status, 0);
     EXPECT_NE(RunProgram({CONTENTS_MGR, "--version"}).output.find("ContentsMgr 2.000"),
               std::string::npos);
+}
+
+TEST_F(ServiceTest, ASecondServiceAtTheSameSocketIsRefused) {
+    StartService();
+    const Outcome second =
+        RunProgram({CONTENTS_MGR, "--address", Address(), "--usb", "directory", "--usb-root",
+                    UsbRoot(), "--database", Folder() + "/other.db"});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_NE(second.errors.find("another process serves"), std::string::npos) << second.errors;
+    EXPECT_GT(Client()->Open(), 0);
 }
 
 TEST_F(ServiceTest, GdbusCanIntrospect) {
