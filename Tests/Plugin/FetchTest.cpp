@@ -198,6 +198,13 @@ TEST_F(FetchTest, AFolderThatTheDatabaseDoesNotKnowShowsItsSubfolders) {
     EXPECT_EQ(Column(Page(rig.task, 0, 10)["folders"], "name"), Strings{"inner"});
 }
 
+TEST_F(FetchTest, AListedFolderRecordMayBeNull) {
+    std::vector<boost::shared_ptr<dorn::CMediaContentFolder>> list;
+    EXPECT_TRUE(CPlivTaskContentsMgr::s_GetMediaFolderCallback(nullptr, &list));
+    EXPECT_TRUE(list.empty());
+    EXPECT_TRUE(platform.HasLog(kProgress, " Folder is NULL \n"));
+}
+
 // ---- failing platform calls ----
 
 struct PageFault {
