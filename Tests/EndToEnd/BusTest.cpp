@@ -17,15 +17,10 @@ constexpr char kConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
 <policy context="default"><allow send_destination="*"/><allow eavesdrop="true"/>
 <allow own="*"/></policy></busconfig>)";
 
-size_t ThreadsOf(pid_t process) {
-    size_t count = 0;
+long ThreadsOf(pid_t process) {
     std::error_code gone;
-    for (const auto& entry :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task", gone)) {
-        static_cast<void>(entry);
-        ++count;
-    }
-    return count;
+    const std::string folder = "/proc/" + std::to_string(process) + "/task";
+    return std::distance(std::filesystem::directory_iterator(folder, gone), {});
 }
 
 class BusTest : public ServiceTest {
@@ -41,7 +36,8 @@ protected:
         ASSERT_TRUE(Until([&] { return access(BusSocket().c_str(), F_OK) == 0; }));
         m_onBus = std::make_unique<Program>(
             std::vector<std::string>{CONTENTS_MGR, "--bus", "session", "--usb", "directory",
-                                     "--usb-root", UsbRoot(), "--database", Folder() + "/media.db"},
+                                     "--usb-root", UsbRoot(), "--database", Folder() + "/media.db",
+                                     "--log-level", "trace"},
             Folder() + "/log", Environment());
         ASSERT_TRUE(Until([&] { return OnBus({"run", "StartSync"}).status == 0; }));
     }
@@ -49,6 +45,8 @@ protected:
     void TearDown() override {
         m_onBus->Signal(SIGTERM);
         EXPECT_EQ(m_onBus->Wait(), m_busDied ? 1 : 0);
+        EXPECT_EQ(Told("> Process Created!!!"), 1);
+        EXPECT_EQ(Told("> Process Destroyed!!!"), 1);
     }
 
     Outcome OnBus(std::vector<std::string> words) const {
@@ -61,11 +59,10 @@ protected:
         return {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + BusSocket()}};
     }
     // How often the log tells so.
-    size_t Told(const std::string& text) const {
+    int Told(const std::string& text) const {
         const std::string log = LogText();
-        size_t count = 0;
-        for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
-            ++count;
+        int count = 0;
+        for (size_t at = 0; (at = log.find(text, at)) != std::string::npos; ++at) ++count;
         return count;
     }
 
@@ -77,6 +74,7 @@ protected:
 TEST_F(BusTest, ServesClientsUnderItsName) {
     PlugIn("stick", {"--photos", "DIR", "30"});
     EXPECT_EQ(OnBus({"count", "stick", "photo"}).output, "31\n");
+    EXPECT_GT(Told("> CPlivEngineContentsMgr is allocated on : 0x"), 0);
     const Outcome second =
         RunProgram({CONTENTS_MGR, "--bus", "session", "--usb", "directory", "--usb-root", UsbRoot(),
                     "--database", Folder() + "/other.db"},
@@ -90,10 +88,9 @@ TEST_F(BusTest, AClientThatVanishesTakesItsEngineAlong) {
     PlugIn("stick", {"--photos", "DIR", "30"});
     Program monitor({CONTENTSCTL, "--bus", "session", "monitor"}, Folder() + "/monitor",
                     Environment());
-    ASSERT_TRUE(Until(
-        [&] { return ReadFile(Folder() + "/monitor").find("Listening") != std::string::npos; }));
+    ASSERT_TRUE(Shows(Folder() + "/monitor", "Listening"));
     const auto threads = [&] { return ThreadsOf(m_onBus->Pid()); };
-    const size_t before = threads();
+    const long before = threads();
     monitor.Signal(SIGKILL);
     monitor.Wait();
     EXPECT_TRUE(Until([&] { return threads() < before; })) << "its engine lives on";
@@ -105,7 +102,7 @@ TEST_F(BusTest, TheEndOfTheBusEndsTheService) {
     m_bus->Signal(SIGTERM);
     m_bus->Wait();
     EXPECT_EQ(m_onBus->Wait(), 1);
-    EXPECT_EQ(Told("the connection to the message bus is lost"), 1u);
+    EXPECT_EQ(Told("the connection to the message bus is lost"), 1);
 }
 
 TEST_F(ServiceTest, ToolAndServiceTellThatThereIsNoBus) {

@@ -13,12 +13,13 @@ struct Case {
     const char* arg3;
     bool handled;
     const char* value;
+    const char* error = "";
 };
 
 void Check(DBusClient& client, int handle, const Case& test) {
     SCOPED_TRACE(std::string(test.command) + " \"" + test.arg1 + "\" \"" + test.arg2 + "\"");
     const Answer answer = client.Execute(handle, test.command, test.arg1, test.arg2, test.arg3);
-    EXPECT_EQ(answer.error, "");
+    EXPECT_EQ(answer.error, test.error) << answer.text;
     EXPECT_EQ(answer.handled, test.handled);
     EXPECT_EQ(answer.value, test.value);
 }
@@ -36,8 +37,11 @@ constexpr Case kDisconnected[] = {
     {"GetSyncState", "", "", "", true, "0"},
     {"SubscribeEvent", R"({"ids":["USB_CONNECTED"]})", "", "", true, "0"},
     {"UnsubscribeEvent", R"({"ids":["a","b"]})", "", "", true, "0"},
+    {"SubscribeEvent", R"({"ids":[7,null,true]})", "", "", true, "0"},
     {"SubscribeEvent", R"({"ids":[]})", "", "", false, ""},
+    {"SubscribeEvent", R"({"ids":"USB_CONNECTED"})", "", "", false, ""},
     {"SubscribeEvent", "{}", "", "", false, ""},
+    {"SubscribeEvent", "null", "", "", false, ""},
     {"SubscribeEvent", "", "", "", false, ""},
     {"UnsubscribeEvent", "no JSON", "", "", false, ""},
     {"connect", "", "", "", false, ""},
@@ -61,6 +65,7 @@ constexpr Case kConnected[] = {
     {"RegisterContents", "", "no JSON", "", true, "0"},
     {"RegisterContents", "", R"({"fullpaths":[]})", "", true, "0"},
     {"RegisterContents", "", "{}", "", true, "0"},
+    {"RegisterContents", "", R"({"fullpaths":null})", "", true, "0"},
     {"UnregisterContents", "", "no JSON", "", true, "0"},
     {"UnregisterContents", "", R"({"ids":[]})", "", true, "0"},
     {"Query", "some-id", "photo", "", true, "1"},
@@ -74,6 +79,7 @@ TEST_F(ServiceTest, EveryCommandAnswersAsItShould) {
     const int handle = client->Open();
     for (const Case& test : kDisconnected) Check(*client, handle, test);
     for (const Case& test : kConnected) Check(*client, handle, test);
+    EXPECT_EQ(client->Close(handle + 1), "dorn.PlivHost1.Error.UnknownHandle");
 }
 
 TEST_F(ServiceTest, JsonOfTheWrongShapeIsAnErrorAndTheServiceLives) {
@@ -81,23 +87,19 @@ TEST_F(ServiceTest, JsonOfTheWrongShapeIsAnErrorAndTheServiceLives) {
     const auto client = Client();
     const int handle = client->Open();
     const Case cases[] = {
-        {"SubscribeEvent", R"({"ids":{"a":1}})", "", "", false, ""},
-        {"SubscribeEvent", R"({"ids":[{"a":1}]})", "", "", false, ""},
-        {"SubscribeEvent", R"({"ids":[["a"]]})", "", "", false, ""},
-        {"UnsubscribeEvent", R"([1,2])", "", "", false, ""},
-        {"UnsubscribeEvent", R"("text")", "", "", false, ""},
-        {"RegisterContents", "", R"(["/a.jpg"])", "", false, ""},
-        {"RegisterContents", "", R"({"fullpaths":[{}, []]})", "", false, ""},
-        {"UnregisterContents", "", R"([["1"]])", "", false, ""},
-        {"UnregisterContents", "", R"({"ids":[{"a":"b"}]})", "", false, ""},
+        {"SubscribeEvent", R"({"ids":{"a":1}})", "", "", false, "", kFailed},
+        {"SubscribeEvent", R"({"ids":[{"a":1}]})", "", "", false, "", kFailed},
+        {"SubscribeEvent", R"({"ids":[["a"]]})", "", "", false, "", kFailed},
+        {"SubscribeEvent", "5", "", "", false, "", kFailed},
+        {"UnsubscribeEvent", R"([1,2])", "", "", false, "", kFailed},
+        {"UnsubscribeEvent", R"("text")", "", "", false, "", kFailed},
+        {"RegisterContents", "", R"(["/a.jpg"])", "", false, "", kFailed},
+        {"RegisterContents", "", R"({"fullpaths":[{}, []]})", "", false, "", kFailed},
+        {"UnregisterContents", "", R"([["1"]])", "", false, "", kFailed},
+        {"UnregisterContents", "", R"({"ids":[{"a":"b"}]})", "", false, "", kFailed},
     };
     for (const Case& test : cases) {
-        SCOPED_TRACE(std::string(test.command) + test.arg1 + test.arg2);
-        const Answer answer = client->Execute(handle, test.command, test.arg1, test.arg2);
-        if (answer.error.empty())
-            EXPECT_FALSE(answer.handled && answer.value != "0") << answer.value;
-        else
-            EXPECT_EQ(answer.error, kFailed) << answer.text;
+        Check(*client, handle, test);
         EXPECT_EQ(client->Execute(handle, "StartSync").value, "0");
     }
 }
@@ -107,15 +109,10 @@ TEST_F(ServiceTest, HugeAndOddArgumentsHarmNobody) {
     MediaClient media(Socket());
     const std::string huge(4 << 20, 'x');
     const std::string deep(200000, '[');
-    const std::string commands[] = {"Query",
-                                    "Fetch",
-                                    "GetCount",
-                                    "SubscribeEvent",
-                                    "RegisterContents",
-                                    "UnregisterContents",
-                                    "GetStorages",
-                                    huge};
-    for (const auto& command : commands)
+    for (const std::string& command :
+         {std::string("Query"), std::string("Fetch"), std::string("GetCount"),
+          std::string("SubscribeEvent"), std::string("RegisterContents"),
+          std::string("UnregisterContents"), std::string("GetStorages"), huge})
         for (const auto& text : {huge, deep, std::string("$USB_DIR/../../etc/passwd")})
             media.Raw().Execute(media.Handle(), command, text, text, text, text);
     EXPECT_EQ(media.Run("GetStorages"), "{\"storages\":[]}\n");

@@ -1,4 +1,5 @@
-// The log and the plugin host of the scripted platform.
+// The log and the plugin host of the scripted platform; of the host only what an engine needs. The
+// application object is not there: it and the process are tested with the real host.
 #include <cstdarg>
 #include <cstdio>
 
@@ -20,18 +21,17 @@ std::string Format(const char* format, va_list arguments) {
     return text;
 }
 
-// "file: function(line) > message"; a text of another form is all message.
-void TakeApart(LogLine& line) {
-    line.message = line.text;
-    const size_t colon = line.text.find(": ");
+// What the plugin's prefix does not stand before is all message.
+void TakeApart(LogLine& line, const std::string& text) {
+    line.message = text;
+    const size_t colon = text.find(": ");
     if (colon == std::string::npos) return;
-    const size_t open = line.text.find('(', colon);
-    const size_t close = line.text.find(") > ", colon);
+    const size_t open = text.find('(', colon);
+    const size_t close = text.find(") > ", colon);
     if (open == std::string::npos || close == std::string::npos || close < open) return;
-    line.file = line.text.substr(0, colon);
-    line.function = line.text.substr(colon + 2, open - colon - 2);
-    line.line = atoi(line.text.c_str() + open + 1);
-    line.message = line.text.substr(close + 4);
+    line.file = text.substr(0, colon);
+    line.function = text.substr(colon + 2, open - colon - 2);
+    line.message = text.substr(close + 4);
 }
 
 }  // namespace
@@ -45,21 +45,17 @@ extern "C" int __dlog_print(int logId, int priority, const char* tag, const char
     line.format = format;
     va_list arguments;
     va_start(arguments, format);
-    line.text = fake::Format(format, arguments);
+    const std::string text = fake::Format(format, arguments);
     va_end(arguments);
-    fake::TakeApart(line);
-    const int length = static_cast<int>(line.text.size());
-    auto& state = fake::Seam::Script();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    state.log.push_back(std::move(line));
-    state.changed.notify_all();
-    return length;
+    fake::TakeApart(line, text);
+    fake::Seam::Lock()->log.push_back(std::move(line));
+    fake::Seam::Announce();
+    return static_cast<int>(text.size());
 }
 
 namespace dorn {
 
 struct CPlivEngineBase::Impl {};
-struct CPlivAppBase::Impl {};
 
 CPlivEngineBase::CPlivEngineBase() = default;
 CPlivEngineBase::~CPlivEngineBase() = default;
@@ -71,20 +67,12 @@ void CPlivEngineBase::Destroy() {
 void CPlivEngineBase::SetAppInfo(int, std::string, std::string, std::string) {}
 
 void CPlivEngineBase::SendEvent(int kind, std::string name, std::string payload) {
-    auto& state = fake::Seam::Script();
-    fake::Event event;
-    event.engine = this;
-    event.kind = kind;
-    event.name = std::move(name);
-    event.payload = std::move(payload);
-    std::function<void(const fake::Event&)> observer;
-    {
-        std::lock_guard<std::mutex> lock(state.mutex);
-        state.events.push_back(event);
-        state.taken.push_back(false);
-        observer = state.observer;
-        state.changed.notify_all();
-    }
+    const fake::Event event{this, kind, std::move(name), std::move(payload)};
+    auto script = fake::Seam::Lock();
+    script->events.push_back(event);
+    const auto observer = script->observer;
+    fake::Seam::Announce();
+    script.lock.unlock();
     if (observer) observer(event);
 }
 
@@ -94,61 +82,6 @@ void CPlivEngineBase::SetReturnValueInteger(std::string& returnValue, int value)
 
 void CPlivEngineBase::SetReturnValueASCII(std::string& returnValue, std::string& text) {
     returnValue = text;
-}
-
-// Opening, closing and dispatching by name or handle are the real host's; nothing here is asked
-// for them.
-CPlivAppBase::CPlivAppBase() = default;
-CPlivAppBase::~CPlivAppBase() = default;
-int CPlivAppBase::Open(const std::string&, const std::string&, const std::string&,
-                       const std::string&) {
-    return -1;
-}
-bool CPlivAppBase::Close(const std::string&, PlivType::type) {
-    return false;
-}
-bool CPlivAppBase::Execute(std::string&, const std::string&, const std::string&, const std::string&,
-                           const std::string&, const std::string&, const std::string&) {
-    return false;
-}
-bool CPlivAppBase::ExecuteWithParamList(std::string&, const std::string&, const std::string&,
-                                        const ParamList&) {
-    return false;
-}
-void CPlivAppBase::Destroy() {}
-bool CPlivAppBase::Open(int, const std::string&, const std::string&, const std::string&) {
-    return false;
-}
-bool CPlivAppBase::Close(int) {
-    return false;
-}
-bool CPlivAppBase::Execute(std::string&, int, const std::string&, const std::string&,
-                           const std::string&, const std::string&, const std::string&) {
-    return false;
-}
-bool CPlivAppBase::ExecuteWithParamList(std::string&, int, const std::string&, const ParamList&) {
-    return false;
-}
-bool CPlivAppBase::CheckVersion(std::string) {
-    return true;
-}
-bool CPlivAppBase::CheckCredential(std::string) {
-    return true;
-}
-
-int PlivMain(int, char**, CPlivAppBase* app) {
-    auto& state = fake::Seam::Script();
-    bool makesEngine = false;
-    {
-        std::lock_guard<std::mutex> lock(state.mutex);
-        state.app = app;
-        makesEngine = state.plivMainMakesEngine;
-    }
-    CPlivEngineBase* engine = makesEngine ? app->CreatePlivEngine() : nullptr;
-    if (engine) engine->Destroy();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    if (engine) ++state.madeEngines;
-    return state.plivMainStatus;
 }
 
 }  // namespace dorn

@@ -1,15 +1,13 @@
 // The media content service of the scripted platform: connection, filters, listings, storages.
-#include <algorithm>
-
 #include "Seam.h"
 
 using fake::Filter;
 using fake::Folder;
 using fake::Item;
+using fake::Needs;
+using fake::Script;
 using fake::Seam;
 using fake::Storage;
-using fake::StorageHandle;
-using fake::Text;
 
 namespace {
 
@@ -30,38 +28,37 @@ std::string TypesOf(const std::string& condition) {
     return types;
 }
 
-// Copies the filter as it is, noting what it was used for.
-int Note(const char* call, media_filter_h handle, const char* folderId, Filter& filter) {
-    auto* known = Seam::Use<media_filter_s>(call, handle);
-    if (known) filter = known->filter;
-    std::lock_guard<std::mutex> lock(Seam::Script().mutex);
-    Seam::Script().uses.push_back({call, folderId ? folderId : "", filter});
+// Enters a count or listing and copies the filter as it is, noting what it was used for.
+int EnterWith(const char* call, media_filter_h handle, const char* folderId, Filter& filter) {
+    if (const int error = Seam::Enter(call, Needs::Media)) return error;
+    if (auto* known = Seam::Use<media_filter_s>(call, handle)) filter = known->filter;
+    Seam::Lock()->uses.push_back({call, folderId ? folderId : "", filter});
     const bool sound = !filter.condition || !TypesOf(*filter.condition).empty() ||
                        *filter.condition == "FOLDER_STORAGE_TYPE = 1";
     return sound ? 0 : MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
 }
 
-bool Passes(const Item& item, const Filter& filter) {
+bool Passes(const Script& script, const Item& item, const Filter& filter) {
     if (filter.condition) {
         const std::string types = TypesOf(*filter.condition);
         if (types.find(static_cast<char>('0' + item.type)) == std::string::npos) return false;
     }
     if (!filter.storage) return true;
-    for (const Storage& storage : Seam::Script().storages)
+    for (const Storage& storage : script.storages)
         if (storage.id == *filter.storage && LiesBelow(item.path, storage.path)) return true;
     return false;
 }
 
-// Items that pass the filter, in `folder` only when one is given; neither ordered nor ranged.
-std::vector<Item> Select(const Filter& filter, const std::string* folderId) {
-    std::lock_guard<std::mutex> lock(Seam::Script().mutex);
+// Items that pass the filter, in that folder only when one is given; neither ordered nor ranged.
+std::vector<Item> Select(const Filter& filter, const char* folderId) {
+    const auto script = Seam::Lock();
     std::vector<Item> items;
     std::string folderPath;
-    for (const Folder& folder : Seam::Script().folders)
-        if (folderId && folder.id == *folderId) folderPath = folder.path;
-    for (const Item& item : Seam::Script().items) {
+    for (const Folder& folder : script->folders)
+        if (folderId && folder.id == folderId) folderPath = folder.path;
+    for (const Item& item : script->items) {
         const bool inFolder = !folderId || item.path.substr(0, item.path.rfind('/')) == folderPath;
-        if (inFolder && Passes(item, filter)) items.push_back(item);
+        if (inFolder && Passes(*script, item, filter)) items.push_back(item);
     }
     return items;
 }
@@ -80,35 +77,27 @@ std::vector<Item> Arrange(std::vector<Item> items, const Filter& filter) {
 }
 
 int Count(const char* call, media_filter_h handle, const char* folderId, int* count) {
-    int error = Seam::EnterConnected(call);
     Filter filter;
-    if (!error) error = Note(call, handle, folderId, filter);
-    if (error) return error;
-    const std::string id = folderId ? folderId : "";
-    *count = static_cast<int>(Select(filter, folderId ? &id : nullptr).size());
+    if (const int error = EnterWith(call, handle, folderId, filter)) return error;
+    *count = static_cast<int>(Select(filter, folderId).size());
     return 0;
 }
 
 int List(const char* call, media_filter_h handle, const char* folderId, media_info_cb callback,
          void* userData) {
-    int error = Seam::EnterConnected(call);
     Filter filter;
-    if (!error) error = Note(call, handle, folderId, filter);
-    if (error) return error;
-    const std::string id = folderId ? folderId : "";
-    const std::vector<Item> items = Arrange(Select(filter, folderId ? &id : nullptr), filter);
-    Seam::ForEach<media_info_s>(call, items, callback, userData);
+    if (const int error = EnterWith(call, handle, folderId, filter)) return error;
+    Seam::ForEach<media_info_s>(call, Arrange(Select(filter, folderId), filter), callback,
+                                userData);
     return 0;
 }
 
 template <typename Set>
 int SetFilter(const char* call, media_filter_h handle, Set set) {
-    const int error = Seam::Enter(call);
-    auto* known = Seam::Use<media_filter_s>(call, handle);
-    if (error) return error;
-    if (!known) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
-    set(known->filter);
-    return 0;
+    return Seam::With<media_filter_s>(call, handle, [=](media_filter_s& known) {
+        set(known.filter);
+        return 0;
+    });
 }
 
 }  // namespace
@@ -116,62 +105,44 @@ int SetFilter(const char* call, media_filter_h handle, Set set) {
 extern "C" {
 
 int media_content_connect(void) {
-    const int error = Seam::Enter(__func__);
-    if (error) return error;
-    std::lock_guard<std::mutex> lock(Seam::Script().mutex);
-    ++Seam::Script().connections;
-    return 0;
+    return Seam::Run(__func__, Needs::Nothing,
+                     [](Script& script) { return ++script.connections, 0; });
 }
 
 int media_content_disconnect(void) {
-    const int error = Seam::EnterConnected(__func__);
-    if (error) return error;
-    std::lock_guard<std::mutex> lock(Seam::Script().mutex);
-    --Seam::Script().connections;
-    return 0;
+    return Seam::Run(__func__, Needs::Media,
+                     [](Script& script) { return --script.connections, 0; });
 }
 
 int media_content_scan_folder(const char* path, bool is_recursive, media_scan_completed_cb callback,
                               void* user_data) {
-    const int error = Seam::EnterConnected(__func__);
-    if (error) return error;
+    if (const int error = Seam::Enter(__func__, Needs::Media)) return error;
     if (!path || !callback || is_recursive) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
-    auto& state = Seam::Script();
-    std::unique_lock<std::mutex> lock(state.mutex);
-    const media_content_error_e result = state.folderScanResult;
-    if (state.folderScan == fake::FolderScan::Later)
-        state.folderScans.emplace_back(callback, user_data);
-    else if (state.folderScan == fake::FolderScan::OnOtherThread)
-        state.scanThreads.emplace_back([=] { callback(result, user_data); });
+    auto script = Seam::Lock();
+    const media_content_error_e result = script->folderScanResult;
+    if (script->folderScan == fake::FolderScan::Later)
+        script->folderScans.emplace_back(callback, user_data);
+    else if (script->folderScan == fake::FolderScan::OnOtherThread)
+        script->scanThreads.emplace_back([=] { callback(result, user_data); });
     else {
-        lock.unlock();
+        script.lock.unlock();
         callback(result, user_data);
     }
     return 0;
 }
 
 int media_content_set_db_updated_cb(media_content_db_updated_cb callback, void* user_data) {
-    const int error = Seam::Enter(__func__);
-    if (error) return error;
-    if (!callback) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
-    auto& state = Seam::Script();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    const auto receiver = std::make_pair(callback, user_data);
-    auto& all = state.dbReceivers;
-    if (std::find(all.begin(), all.end(), receiver) == all.end()) all.push_back(receiver);
-    state.changed.notify_all();
-    return 0;
+    return Seam::SetReceiver(__func__, &Script::dbReceivers, std::make_pair(callback, user_data));
 }
 
 int media_filter_create(media_filter_h* filter) {
-    const int error = Seam::Enter(__func__);
-    if (error) return error;
+    if (const int error = Seam::Enter(__func__)) return error;
     *filter = Seam::Keep(new media_filter_s);
     return 0;
 }
 
 int media_filter_destroy(media_filter_h filter) {
-    return Seam::Destroy<media_filter_s>(__func__, filter, MEDIA_CONTENT_ERROR_INVALID_PARAMETER);
+    return Seam::Destroy<media_filter_s>(__func__, filter);
 }
 
 int media_filter_set_storage(media_filter_h filter, const char* storage_id) {
@@ -222,98 +193,69 @@ int media_folder_foreach_media_from_db(const char* folder_id, media_filter_h fil
 
 int media_folder_foreach_folder_from_db(media_filter_h filter, media_folder_cb callback,
                                         void* user_data) {
-    int error = Seam::EnterConnected(__func__);
     Filter used;
-    if (!error) error = Note(__func__, filter, nullptr, used);
-    if (error) return error;
-    std::vector<Folder> folders;
-    {
-        std::lock_guard<std::mutex> lock(Seam::Script().mutex);
-        folders = Seam::Script().folders;
-    }
+    if (const int error = EnterWith(__func__, filter, nullptr, used)) return error;
+    const std::vector<Folder> folders = Seam::Lock()->folders;
     Seam::ForEach<media_folder_s>(__func__, folders, callback, user_data);
     return 0;
 }
 
 int media_info_insert_to_db(const char* path, media_info_h* media) {
-    const int error = Seam::EnterConnected(__func__);
-    if (error) return error;
-    Item item;
-    {
-        std::lock_guard<std::mutex> lock(Seam::Script().mutex);
-        const auto& files = Seam::Script().files;
-        const auto found = std::find_if(files.begin(), files.end(),
-                                        [=](const Item& file) { return file.path == path; });
-        if (found == files.end()) return MEDIA_CONTENT_ERROR_NOT_FOUND;
-        item = *found;
-        Seam::Script().items.push_back(item);
-    }
-    *media = Seam::Keep(new media_info_s(item));
-    return 0;
+    std::vector<Item> inserted;
+    const int error = Seam::Run(__func__, Needs::Media, [&](Script& script) {
+        for (const Item& file : script.files)
+            if (file.path == path && inserted.empty()) inserted.push_back(file);
+        if (inserted.empty()) return MEDIA_CONTENT_ERROR_NOT_FOUND;
+        script.items.push_back(inserted[0]);
+        return MEDIA_CONTENT_ERROR_NONE;
+    });
+    if (error == 0) *media = Seam::Keep(new media_info_s(inserted[0]));
+    return error;
 }
 
 int media_info_delete_from_db(const char* media_id) {
-    const int error = Seam::EnterConnected(__func__);
-    if (error) return error;
-    std::lock_guard<std::mutex> lock(Seam::Script().mutex);
-    auto& items = Seam::Script().items;
-    const auto found = std::find_if(items.begin(), items.end(),
-                                    [=](const Item& item) { return item.id == media_id; });
-    if (found == items.end()) return MEDIA_CONTENT_ERROR_NOT_FOUND;
-    items.erase(found);
-    return 0;
+    return Seam::Run(__func__, Needs::Media, [&](Script& script) {
+        auto& items = script.items;
+        const auto found = std::find_if(items.begin(), items.end(),
+                                        [=](const Item& item) { return item.id == media_id; });
+        if (found == items.end()) return MEDIA_CONTENT_ERROR_NOT_FOUND;
+        items.erase(found);
+        return MEDIA_CONTENT_ERROR_NONE;
+    });
 }
 
 int media_storage_foreach_storage_from_db(media_filter_h filter, media_storage_cb callback,
                                           void* user_data) {
-    int error = Seam::EnterConnected(__func__);
     Filter used;
-    if (!error) error = Note(__func__, filter, nullptr, used);
-    if (error) return error;
-    std::vector<Storage> present;
-    {
-        std::lock_guard<std::mutex> lock(Seam::Script().mutex);
-        const int listing = ++Seam::Script().storageListings;
-        for (const Storage& storage : Seam::Script().storages)
-            if (storage.fromListing <= listing) present.push_back(storage);
-    }
-    Seam::ForEach<StorageHandle>(__func__, present, callback, user_data);
+    if (const int error = EnterWith(__func__, filter, nullptr, used)) return error;
+    std::vector<Storage> present = Seam::Lock()->storages;
+    const int listing = ++Seam::Lock()->storageListings;
+    const auto later = [=](const Storage& storage) { return storage.fromListing > listing; };
+    present.erase(std::remove_if(present.begin(), present.end(), later), present.end());
+    Seam::ForEach<media_storage_s>(__func__, present, callback, user_data);
     return 0;
 }
 
 int media_storage_clone(media_storage_h* dst, media_storage_h src) {
-    const int error = Seam::Enter(__func__);
-    auto* known = Seam::Use<StorageHandle>(__func__, src);
-    if (error) return error;
-    if (!known) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
-    *dst = Seam::Keep(new StorageHandle(known->storage));
-    return 0;
+    return Seam::Clone<media_storage_s>(__func__, dst, src);
 }
 
 int media_storage_destroy(media_storage_h storage) {
-    return Seam::Destroy<StorageHandle>(__func__, storage, MEDIA_CONTENT_ERROR_INVALID_PARAMETER);
+    return Seam::Destroy<media_storage_s>(__func__, storage);
 }
 
-int media_storage_get_storage_id(media_storage_h storage, char** storage_id) {
-    return Seam::Get<StorageHandle>(__func__, storage, storage_id,
-                                    [](const StorageHandle& h) { return Text(h.storage.id); });
-}
-
-int media_storage_get_path(media_storage_h storage, char** path) {
-    return Seam::Get<StorageHandle>(__func__, storage, path,
-                                    [](const StorageHandle& h) { return Text(h.storage.path); });
-}
+FAKE_GETTER_OF(void, media_storage_s, media_storage_get_storage_id, char*, id)
+FAKE_GETTER_OF(void, media_storage_s, media_storage_get_path, char*, path)
 
 int media_storage_get_scan_status(const char* storage_id, media_storage_scan_status_e* status) {
-    const int error = Seam::EnterConnected(__func__);
-    if (error) return error;
-    std::lock_guard<std::mutex> lock(Seam::Script().mutex);
-    for (const Storage& storage : Seam::Script().storages) {
-        if (storage.id != storage_id) continue;
-        *status = static_cast<media_storage_scan_status_e>(storage.scanStatus);
-        return 0;
-    }
-    return MEDIA_CONTENT_ERROR_NOT_FOUND;
+    return Seam::Run(__func__, Needs::Media, [=](Script& script) {
+        for (const Storage& storage : script.storages) {
+            if (storage.id != storage_id) continue;
+            *status = static_cast<media_storage_scan_status_e>(storage.scanStatus);
+            return MEDIA_CONTENT_ERROR_NONE;
+        }
+        return MEDIA_CONTENT_ERROR_NOT_FOUND;
+    });
 }
 
 }  // extern "C"
@@ -321,11 +263,7 @@ int media_storage_get_scan_status(const char* storage_id, media_storage_scan_sta
 namespace fake {
 
 void FakePlatform::FireDbUpdate(const DbUpdate& update) {
-    decltype(m_state->dbReceivers) receivers;
-    {
-        std::lock_guard<std::mutex> lock(m_state->mutex);
-        receivers = m_state->dbReceivers;
-    }
+    const auto receivers = Lock()->dbReceivers;
     for (const auto& receiver : receivers) {
         DbUpdate own = update;  // the callback gets writable texts that end with the call
         const auto text = [](Text& t) { return t ? &(*t)[0] : nullptr; };

@@ -1,17 +1,15 @@
 #include "FakePlatform.h"
 
+#include <cxxabi.h>
 #include <glib.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
 #include "Seam.h"
 
 namespace fake {
-
-using Lock = std::lock_guard<std::mutex>;
-using Waiting = std::unique_lock<std::mutex>;
 
 void Die(const char* call, const std::string& what) {
     fprintf(stderr, "scripted platform: %s %s\n", call, what.c_str());
@@ -21,14 +19,13 @@ void Die(const char* call, const std::string& what) {
 
 // ---- what every seam function does -------------------------------------------------------------
 
-int Seam::Enter(const char* call) {
-    State& state = Script();
+int Seam::Enter(const char* call, Needs needs) {
     std::function<void()> hook;
     int error = 0;
     {
-        Lock lock(state.mutex);
-        state.calls.push_back(call);
-        for (State::Fault& fault : state.faults) {
+        const auto script = Lock();
+        script->calls.push_back(call);
+        for (Script::Fault& fault : script->faults) {
             if (fault.function != call) continue;
             const bool always = fault.countdown == 0;
             if (always || (fault.countdown > 0 && --fault.countdown == 0)) {
@@ -36,70 +33,64 @@ int Seam::Enter(const char* call) {
                 if (!always) fault.countdown = -1;
             }
         }
-        const auto found = state.hooks.find(call);
-        if (found != state.hooks.end()) hook = found->second;
-        state.changed.notify_all();
+        const auto found = script->hooks.find(call);
+        if (found != script->hooks.end()) hook = found->second;
+        Announce();
     }
     if (hook) hook();
-    return error;
-}
-
-int Seam::EnterConnected(const char* call) {
-    const int error = Enter(call);
     if (error) return error;
-    Lock lock(Script().mutex);
-    return Script().connections > 0 ? 0 : MEDIA_CONTENT_ERROR_INVALID_OPERATION;
-}
-
-Handle* Seam::FindLive(const char* call, const void* pointer) {
-    if (!pointer) return nullptr;
-    const auto found = Script().live.find(pointer);
-    if (found != Script().live.end()) return found->second.get();
-    const auto gone = Script().dead.find(pointer);
-    if (gone == Script().dead.end()) Die(call, "was given something that is no handle");
-    Die(call, std::string("was given a ") + gone->second->kind + " that has been given back");
-}
-
-void Seam::End(const char* call, const void* pointer, bool byPlatform) {
-    State& state = Script();
-    Lock lock(state.mutex);
-    const Handle* handle = FindLive(call, pointer);
-    if (handle->borrowed && !byPlatform)
-        Die(call, std::string("gives back a borrowed ") + handle->kind);
-    auto node = state.live.find(pointer);
-    state.dead[pointer] = std::move(node->second);
-    state.live.erase(node);
+    if (needs == Needs::Media && Lock()->connections == 0)
+        return MEDIA_CONTENT_ERROR_INVALID_OPERATION;
+    if (needs == Needs::Usb && Lock()->usbUsers == 0) return USB_DEVICE_ERROR_NOT_INITIALIZED;
+    return 0;
 }
 
 namespace {
 
-gboolean RunOnePosted(gpointer) {
-    std::function<void()> what;
-    {
-        Lock lock(Seam::Script().mutex);
-        auto& posted = Seam::Script().posted;
-        if (posted.empty()) return G_SOURCE_REMOVE;
-        what = std::move(posted.front());
-        posted.erase(posted.begin());
-    }
-    what();
-    return G_SOURCE_REMOVE;
+std::string TypeOf(const Handle& handle) {
+    const std::unique_ptr<char, decltype(&free)> name(
+        abi::__cxa_demangle(typeid(handle).name(), nullptr, nullptr, nullptr), free);
+    return name.get();
 }
 
 }  // namespace
 
+Handle* Seam::FindLive(Script& script, const char* call, const void* pointer) {
+    if (!pointer) return nullptr;
+    const auto found = script.live.find(pointer);
+    if (found != script.live.end()) return found->second.get();
+    const auto gone = script.dead.find(pointer);
+    if (gone == script.dead.end()) Die(call, "was given something that is no handle");
+    Die(call, "was given a " + TypeOf(*gone->second) + " that has been given back");
+}
+
+void Seam::End(const char* call, const void* pointer, bool byPlatform) {
+    const auto script = Lock();
+    const Handle* handle = FindLive(*script, call, pointer);
+    if (handle->borrowed && !byPlatform) Die(call, "gives back a borrowed " + TypeOf(*handle));
+    auto node = script->live.find(pointer);
+    script->dead[pointer] = std::move(node->second);
+    script->live.erase(node);
+}
+
 // The source carries nothing: what it is to do is handed over under the lock.
 void Seam::Post(std::function<void()> what) {
-    {
-        Lock lock(Script().mutex);
-        Script().posted.push_back(std::move(what));
-    }
-    g_idle_add(RunOnePosted, nullptr);
+    Lock()->posted.push_back(std::move(what));
+    const auto runOne = [](gpointer) -> gboolean {
+        std::function<void()> next;
+        {
+            const auto script = Lock();
+            if (script->posted.empty()) return G_SOURCE_REMOVE;
+            next = std::move(script->posted.front());
+            script->posted.erase(script->posted.begin());
+        }
+        next();
+        return G_SOURCE_REMOVE;
+    };
+    g_idle_add(runOne, nullptr);
 }
 
 // ---- the script --------------------------------------------------------------------------------
-
-FakePlatform::FakePlatform() : m_state(new State) {}
 
 FakePlatform& FakePlatform::Get() {
     static FakePlatform* platform = new FakePlatform;  // outlives every thread
@@ -109,76 +100,20 @@ FakePlatform& FakePlatform::Get() {
 void FakePlatform::Reset() {
     CompleteFolderScans(MEDIA_CONTENT_ERROR_CANCELLED);
     std::vector<std::thread> threads;
-    {
-        Lock lock(m_state->mutex);
-        threads.swap(m_state->scanThreads);
-    }
+    threads.swap(Lock()->scanThreads);
     for (std::thread& thread : threads) thread.join();
-    Lock lock(m_state->mutex);
-    State& state = *m_state;
-    state.storages.clear();
-    state.folders.clear();
-    state.items.clear();
-    state.files.clear();
-    state.devices.clear();
-    state.nextId = 1;
-    state.storageListings = state.connections = state.usbUsers = 0;
-    state.faults.clear();
-    state.hooks.clear();
-    state.calls.clear();
-    state.uses.clear();
-    state.live.clear();
-    state.dead.clear();
-    state.log.clear();
-    state.events.clear();
-    state.taken.clear();
-    state.observer = nullptr;
-    state.usbReceivers.clear();
-    state.dbReceivers.clear();
-    state.posted.clear();
-    state.folderScan = FolderScan::AtOnce;
-    state.folderScanResult = MEDIA_CONTENT_ERROR_NONE;
-    state.plivMainStatus = 0;
-    state.plivMainMakesEngine = false;
-    state.madeEngines = 0;
-    state.app = nullptr;
-}
-
-void FakePlatform::Add(Storage storage) {
-    Lock lock(m_state->mutex);
-    m_state->storages.push_back(std::move(storage));
-}
-
-void FakePlatform::Add(Folder folder) {
-    Lock lock(m_state->mutex);
-    m_state->folders.push_back(std::move(folder));
-}
-
-void FakePlatform::Add(Device device) {
-    Lock lock(m_state->mutex);
-    m_state->devices.push_back(std::move(device));
+    *Lock() = Script();
 }
 
 void FakePlatform::Add(Item item) {
-    Lock lock(m_state->mutex);
-    if (item.id.empty()) item.id = "item-" + std::to_string(m_state->nextId++);
-    m_state->items.push_back(std::move(item));
-}
-
-void FakePlatform::AddFile(Item item) {
-    Lock lock(m_state->mutex);
-    if (item.id.empty()) item.id = "item-" + std::to_string(m_state->nextId++);
-    m_state->files.push_back(std::move(item));
-}
-
-void FakePlatform::RemoveDevices() {
-    Lock lock(m_state->mutex);
-    m_state->devices.clear();
+    const auto script = Lock();
+    if (item.id.empty()) item.id = "item-" + std::to_string(script->nextId++);
+    script->items.push_back(std::move(item));
 }
 
 void FakePlatform::SetScanStatus(const std::string& storageId, int status) {
-    Lock lock(m_state->mutex);
-    for (Storage& storage : m_state->storages)
+    const auto script = Lock();
+    for (Storage& storage : script->storages)
         if (storage.id == storageId) storage.scanStatus = status;
 }
 
@@ -190,91 +125,40 @@ media_folder_s* FakePlatform::MakeRecord(Folder folder) {
     return Seam::Keep(new media_folder_s(std::move(folder)));
 }
 
-void FakePlatform::Fail(const std::string& function, int nth, int error) {
-    Lock lock(m_state->mutex);
-    m_state->faults.push_back({function, nth, error});
-}
-
-void FakePlatform::FailNoMore() {
-    Lock lock(m_state->mutex);
-    m_state->faults.clear();
-}
-
-void FakePlatform::OnCall(const std::string& function, std::function<void()> hook) {
-    Lock lock(m_state->mutex);
-    m_state->hooks[function] = std::move(hook);
-}
-
-std::vector<std::string> FakePlatform::Calls() const {
-    Lock lock(m_state->mutex);
-    return m_state->calls;
-}
-
 int FakePlatform::CallCount(const std::string& function) const {
-    Lock lock(m_state->mutex);
-    const auto& calls = m_state->calls;
+    const std::vector<std::string> calls = Calls();
     return static_cast<int>(std::count(calls.begin(), calls.end(), function));
 }
 
 void FakePlatform::ForgetCalls() {
-    Lock lock(m_state->mutex);
-    m_state->calls.clear();
-    m_state->uses.clear();
+    const auto script = Lock();
+    script->calls.clear();
+    script->uses.clear();
 }
 
 std::vector<Use> FakePlatform::Uses(const std::string& function) const {
-    Lock lock(m_state->mutex);
-    std::vector<Use> uses;
-    for (const Use& use : m_state->uses)
-        if (use.call == function) uses.push_back(use);
+    std::vector<Use> uses = Lock()->uses;
+    const auto other = [&](const Use& use) { return use.call != function; };
+    uses.erase(std::remove_if(uses.begin(), uses.end(), other), uses.end());
     return uses;
 }
 
-int FakePlatform::Connections() const {
-    Lock lock(m_state->mutex);
-    return m_state->connections;
-}
-
-int FakePlatform::UsbUsers() const {
-    Lock lock(m_state->mutex);
-    return m_state->usbUsers;
-}
-
-int FakePlatform::UsbReceivers() const {
-    Lock lock(m_state->mutex);
-    return static_cast<int>(m_state->usbReceivers.size());
-}
-
-int FakePlatform::DbReceivers() const {
-    Lock lock(m_state->mutex);
-    return static_cast<int>(m_state->dbReceivers.size());
-}
-
 std::map<std::string, int> FakePlatform::LiveHandles() const {
-    Lock lock(m_state->mutex);
-    std::map<std::string, int> kinds;
-    for (const auto& entry : m_state->live)
-        if (!entry.second->borrowed) ++kinds[entry.second->kind];
-    return kinds;
+    std::map<std::string, int> types;
+    const auto script = Lock();
+    for (const auto& entry : script->live)
+        if (!entry.second->borrowed) ++types[TypeOf(*entry.second)];
+    return types;
 }
 
 // ---- the log and the events --------------------------------------------------------------------
 
-std::vector<LogLine> FakePlatform::Log() const {
-    Lock lock(m_state->mutex);
-    return m_state->log;
-}
-
 std::vector<std::string> FakePlatform::Messages(int priority) const {
-    Lock lock(m_state->mutex);
     std::vector<std::string> messages;
-    for (const LogLine& line : m_state->log)
+    const auto script = Lock();
+    for (const LogLine& line : script->log)
         if (priority == 0 || line.priority == priority) messages.push_back(line.message);
     return messages;
-}
-
-bool FakePlatform::HasLog(const std::string& message) const {
-    return CountLog(message) > 0;
 }
 
 bool FakePlatform::HasLog(int priority, const std::string& message) const {
@@ -288,102 +172,65 @@ int FakePlatform::CountLog(const std::string& message) const {
 }
 
 bool FakePlatform::WaitForLog(const std::string& message, int times) {
-    Waiting lock(m_state->mutex);
-    return m_state->changed.wait_for(lock, kDeadline, [&] {
-        return std::count_if(m_state->log.begin(), m_state->log.end(),
-                             [&](const LogLine& line) { return line.message == message; }) >= times;
-    });
-}
-
-void FakePlatform::ForgetLog() {
-    Lock lock(m_state->mutex);
-    m_state->log.clear();
-}
-
-std::vector<Event> FakePlatform::Events() const {
-    Lock lock(m_state->mutex);
-    return m_state->events;
+    auto script = Lock();
+    const auto isIt = [&](const LogLine& line) { return line.message == message; };
+    return script.Wait(
+        [&] { return std::count_if(script->log.begin(), script->log.end(), isIt) >= times; });
 }
 
 int FakePlatform::CountEvents(const std::string& name) const {
-    Lock lock(m_state->mutex);
-    return static_cast<int>(std::count_if(m_state->events.begin(), m_state->events.end(),
+    const std::vector<Event> events = Events();
+    return static_cast<int>(std::count_if(events.begin(), events.end(),
                                           [&](const Event& event) { return event.name == name; }));
 }
 
-Event FakePlatform::WaitForEvent(const std::string& name, const dorn::CPlivEngineBase* engine,
-                                 std::chrono::milliseconds deadline) {
-    Waiting lock(m_state->mutex);
-    Event found;
-    const bool came = m_state->changed.wait_for(lock, deadline, [&] {
-        for (size_t i = 0; i < m_state->events.size(); ++i) {
-            const Event& event = m_state->events[i];
-            if (m_state->taken[i] || event.name != name || (engine && event.engine != engine))
-                continue;
-            m_state->taken[i] = true;
-            found = event;
-            return true;
-        }
-        return false;
+Event FakePlatform::WaitForEvent(const std::string& name, const dorn::CPlivEngineBase* engine) {
+    auto script = Lock();
+    Event* found = nullptr;
+    const bool came = script.Wait([&] {
+        for (Event& event : script->events)
+            if (!found && !event.taken && event.name == name && (!engine || event.engine == engine))
+                found = &event;
+        return found != nullptr;
     });
-    if (!came) ADD_FAILURE() << "no " << name << " was sent in time";
-    return found;
-}
-
-void FakePlatform::OnEvent(std::function<void(const Event&)> observer) {
-    Lock lock(m_state->mutex);
-    m_state->observer = std::move(observer);
+    if (!came) {
+        ADD_FAILURE() << "no " << name << " was sent in time";
+        return {};
+    }
+    found->taken = true;
+    return *found;
 }
 
 void FakePlatform::SetFolderScan(FolderScan when, media_content_error_e result) {
-    Lock lock(m_state->mutex);
-    m_state->folderScan = when;
-    m_state->folderScanResult = result;
+    const auto script = Lock();
+    script->folderScan = when;
+    script->folderScanResult = result;
 }
 
 int FakePlatform::CompleteFolderScans(media_content_error_e result) {
-    decltype(m_state->folderScans) waiting;
-    {
-        Lock lock(m_state->mutex);
-        waiting.swap(m_state->folderScans);
-    }
+    decltype(Script::folderScans) waiting;
+    waiting.swap(Lock()->folderScans);
     for (const auto& scan : waiting) scan.first(result, scan.second);
     return static_cast<int>(waiting.size());
-}
-
-void FakePlatform::SetPlivMain(int status, bool makesEngine) {
-    Lock lock(m_state->mutex);
-    m_state->plivMainStatus = status;
-    m_state->plivMainMakesEngine = makesEngine;
-}
-
-dorn::CPlivAppBase* FakePlatform::LastApp() const {
-    Lock lock(m_state->mutex);
-    return m_state->app;
-}
-
-int FakePlatform::MadeEngines() const {
-    Lock lock(m_state->mutex);
-    return m_state->madeEngines;
 }
 
 // ---- gates -------------------------------------------------------------------------------------
 
 void Gate::Open() {
-    Lock lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_mutex);
     m_open = true;
     m_changed.notify_all();
 }
 
 void Gate::Wait() {
-    Waiting lock(m_mutex);
+    std::unique_lock<std::mutex> lock(m_mutex);
     m_arrived = true;
     m_changed.notify_all();
     m_changed.wait_for(lock, kDeadline, [this] { return m_open; });
 }
 
 bool Gate::WaitForArrival() {
-    Waiting lock(m_mutex);
+    std::unique_lock<std::mutex> lock(m_mutex);
     return m_changed.wait_for(lock, kDeadline, [this] { return m_arrived; });
 }
 

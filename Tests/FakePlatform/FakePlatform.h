@@ -12,6 +12,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include "Descriptions.h"
@@ -21,16 +22,14 @@ namespace fake {
 
 constexpr std::chrono::seconds kDeadline{30};  // of every wait; only a broken test gets there
 
-// One line of the log, taken apart.
+// One line of the log, taken apart: "file: function(line) > message".
 struct LogLine {
     int priority = 0;
     std::string tag;
     std::string format;
-    std::string text;  // as it was formatted
-    std::string file;  // the three fields of the prefix
+    std::string file;
     std::string function;
-    int line = 0;
-    std::string message;  // what follows the prefix
+    std::string message;
 };
 
 // One event sent to a client.
@@ -39,6 +38,7 @@ struct Event {
     int kind = -1;
     std::string name;
     std::string payload;
+    bool taken = false;  // handed out by WaitForEvent
 };
 
 // What a filter held when a count or listing used it.
@@ -63,7 +63,51 @@ enum class FolderScan {
     Later,          // when CompleteFolderScans is called; at the latest with the next Reset
 };
 
-struct Handle;  // base of everything that a seam call hands out
+// Base of everything that a seam call hands out.
+struct Handle {
+    virtual ~Handle() = default;
+    bool borrowed = false;  // ends with a callback or its list; nobody may give it back
+};
+
+// What one test has put in and what has happened since.
+struct Script {
+    std::vector<Storage> storages;
+    std::vector<Folder> folders;
+    std::vector<Item> items;
+    std::vector<Item> files;
+    std::vector<Device> devices;
+    int nextId = 1;
+    int storageListings = 0;
+    int connections = 0;
+    int usbUsers = 0;
+
+    struct Fault {
+        std::string function;
+        int countdown;  // 0: every call
+        int error;
+    };
+    std::vector<Fault> faults;
+    std::map<std::string, std::function<void()>> hooks;
+    std::vector<std::string> calls;
+    std::vector<Use> uses;
+
+    // Handles given back stay allocated until Reset, so that no address comes twice in a test.
+    std::unordered_map<const void*, std::unique_ptr<Handle>> live;
+    std::unordered_map<const void*, std::unique_ptr<Handle>> dead;
+
+    std::vector<LogLine> log;
+    std::vector<Event> events;
+    std::function<void(const Event&)> observer;
+
+    std::vector<std::pair<usb_connected_cb, void*>> usbReceivers;
+    std::vector<std::pair<media_content_db_updated_cb, void*>> dbReceivers;
+    std::vector<std::function<void()>> posted;  // for the default main context, oldest first
+
+    FolderScan folderScan = FolderScan::AtOnce;
+    media_content_error_e folderScanResult = MEDIA_CONTENT_ERROR_NONE;
+    std::vector<std::pair<media_scan_completed_cb, void*>> folderScans;
+    std::vector<std::thread> scanThreads;
+};
 
 // All operations may be called from any thread. No callback, hook or event observer is called
 // with the platform's own lock held, so each may call the platform again.
@@ -77,14 +121,13 @@ public:
     void Reset();
 
     // ---- what is there ----
-    void Add(Storage storage);
-    void Add(Folder folder);
-    void Add(Device device);
+    void Add(Storage storage) { Lock()->storages.push_back(std::move(storage)); }
+    void Add(Folder folder) { Lock()->folders.push_back(std::move(folder)); }
+    void Add(Device device) { Lock()->devices.push_back(std::move(device)); }
     void Add(Item item);
-    void RemoveDevices();
     void SetScanStatus(const std::string& storageId, int status);
     // The file is there for media_info_insert_to_db; any other path is NOT_FOUND.
-    void AddFile(Item item);
+    void AddFile(Item item) { Lock()->files.push_back(std::move(item)); }
 
     // A record of its own, given back with media_info_destroy or media_folder_destroy.
     media_info_s* MakeRecord(Item item);
@@ -94,44 +137,49 @@ public:
     // The nth call of `function` from now on fails with `error`; every one with nth 0. A failing
     // call does nothing else, but one that gives something back has done so all the same (except
     // media_content_disconnect and usb_device_fini).
-    void Fail(const std::string& function, int nth, int error);
-    void FailNoMore();
+    void Fail(const std::string& function, int nth, int error) {
+        Lock()->faults.push_back({function, nth, error});
+    }
+    void FailNoMore() { Lock()->faults.clear(); }
     // Runs at the start of each call of `function`, on the calling thread; may block or throw.
-    void OnCall(const std::string& function, std::function<void()> hook);
+    void OnCall(const std::string& function, std::function<void()> hook) {
+        Lock()->hooks[function] = std::move(hook);
+    }
 
     // ---- what was called ----
-    std::vector<std::string> Calls() const;  // every function's name, in order
+    std::vector<std::string> Calls() const { return Lock()->calls; }  // every name, in order
     int CallCount(const std::string& function) const;
     void ForgetCalls();
     std::vector<Use> Uses(const std::string& function) const;  // of a count or listing
-    int Connections() const;  // media_content_connect less media_content_disconnect
-    int UsbUsers() const;     // usb_device_init less usb_device_fini
-    int UsbReceivers() const;
-    int DbReceivers() const;
-    // Handles not given back, by kind: "filter", "media", "folder", "storage", "audio", "image",
-    // "video", "device list", "device". Kinds without any are absent. A handle given back twice
-    // or used afterwards ends the test program with a message.
+    // Connects less disconnects, inits less finis.
+    int Connections() const { return Lock()->connections; }
+    int UsbUsers() const { return Lock()->usbUsers; }
+    int UsbReceivers() const { return static_cast<int>(Lock()->usbReceivers.size()); }
+    int DbReceivers() const { return static_cast<int>(Lock()->dbReceivers.size()); }
+    // Handles not given back, by the name of their type. Types without any are absent. A handle
+    // given back twice or used afterwards ends the test program with a message.
     std::map<std::string, int> LiveHandles() const;
 
     // ---- the log ----
-    std::vector<LogLine> Log() const;
+    std::vector<LogLine> Log() const { return Lock()->log; }
     std::vector<std::string> Messages(int priority = 0) const;  // 0: of every priority
-    bool HasLog(const std::string& message) const;
+    bool HasLog(const std::string& message) const { return HasLog(0, message); }
     bool HasLog(int priority, const std::string& message) const;
     int CountLog(const std::string& message) const;
     // Waits until the message was logged `times` times; false at the deadline.
     bool WaitForLog(const std::string& message, int times = 1);
-    void ForgetLog();
+    void ForgetLog() { Lock()->log.clear(); }
 
     // ---- events ----
-    std::vector<Event> Events() const;
+    std::vector<Event> Events() const { return Lock()->events; }
     int CountEvents(const std::string& name) const;
     // Waits for an event of that name that was not handed out yet, sent by `engine` if one is
     // named. At the deadline: a test failure and an empty event.
-    Event WaitForEvent(const std::string& name, const dorn::CPlivEngineBase* engine = nullptr,
-                       std::chrono::milliseconds deadline = kDeadline);
+    Event WaitForEvent(const std::string& name, const dorn::CPlivEngineBase* engine = nullptr);
     // Runs inside every SendEvent, on the sending thread, after the event was recorded.
-    void OnEvent(std::function<void(const Event&)> observer);
+    void OnEvent(std::function<void(const Event&)> observer) {
+        Lock()->observer = std::move(observer);
+    }
 
     // ---- the platform's callbacks ----
     // On the calling thread, to every receiver of the moment; returns when all have run.
@@ -144,18 +192,40 @@ public:
     // Answers every folder scan that waits; how many there were.
     int CompleteFolderScans(media_content_error_e result = MEDIA_CONTENT_ERROR_NONE);
 
-    // ---- the host ----
-    // What PlivMain returns, and whether it first has the application make one engine.
-    void SetPlivMain(int status, bool makesEngine);
-    dorn::CPlivAppBase* LastApp() const;  // what PlivMain was given
-    int MadeEngines() const;              // by PlivMain
-
 private:
     friend struct Seam;  // the seam's functions
-    struct State;
-    FakePlatform();
+
+    // The script for as long as this lives, which nobody else has meanwhile.
+    class Locked {
+    public:
+        explicit Locked(FakePlatform& platform) : lock(platform.m_mutex), m_platform(platform) {}
+        Script* operator->() const { return &m_platform.m_script; }
+        Script& operator*() const { return m_platform.m_script; }
+        // Waits, letting others have it, until `reached`; false at the deadline.
+        bool Wait(const std::function<bool()>& reached) {
+            return m_platform.m_changed.wait_for(lock, kDeadline, reached);
+        }
+        void WaitForEver(const std::function<bool()>& reached) {
+            m_platform.m_changed.wait(lock, reached);
+        }
+        std::unique_lock<std::mutex> lock;
+
+    private:
+        FakePlatform& m_platform;
+    };
+    Locked Lock() const { return Locked(Get()); }
+
+    FakePlatform() = default;
     ~FakePlatform() = delete;
-    std::unique_ptr<State> m_state;
+
+    struct Running {
+        std::pair<usb_connected_cb, void*> receiver;
+        std::thread::id thread;
+    };
+    std::mutex m_mutex;  // guards what follows
+    std::condition_variable m_changed;
+    Script m_script;
+    std::list<Running> m_running;  // USB receivers inside a notification
 };
 
 // Something that a hook waits at until the test opens it; a test that fails before it does gives
@@ -163,7 +233,7 @@ private:
 class Gate {
 public:
     void Open();
-    // Waits until open. From then on Arrived() is true.
+    // Waits until open.
     void Wait();
     // Waits until somebody is, or was, at the gate.
     bool WaitForArrival();

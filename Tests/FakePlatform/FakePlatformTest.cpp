@@ -56,7 +56,7 @@ bool PlatformTest::HasThreads(int count) const {
 
 void PlatformTest::TearDown() {
     std::map<std::string, int> kept;
-    if (keptRecords > 0) kept["media"] = keptRecords;
+    if (keptRecords > 0) kept["media_info_s"] = keptRecords;
     EXPECT_EQ(platform.LiveHandles(), kept) << "handles were not given back";
     EXPECT_EQ(platform.UsbReceivers(), 0) << "a USB receiver was left behind";
     platform.Reset();

@@ -1,143 +1,87 @@
-// Inside the scripted platform: its state, its handles and what every seam function does.
+// Inside the scripted platform: its handles and what every seam function does.
 #ifndef FAKE_PLATFORM_SEAM_H
 #define FAKE_PLATFORM_SEAM_H
 
-#include <cstdlib>
+#include <algorithm>
 #include <cstring>
-#include <unordered_map>
 
 #include "FakePlatform.h"
 
 namespace fake {
 
-struct Handle {
-    explicit Handle(const char* kindName) : kind(kindName) {}
-    virtual ~Handle() = default;
-    const char* kind;
-    bool borrowed = false;  // ends with a callback or its list; nobody may give it back
-};
-
-struct StorageHandle : Handle {
-    explicit StorageHandle(Storage s) : Handle("storage"), storage(std::move(s)) {}
-    Storage storage;
+// A handle of one record, which it holds as a copy.
+template <typename T>
+struct Of : Handle {
+    explicit Of(T r) : record(std::move(r)) {}
+    T record;
 };
 
 }  // namespace fake
 
-struct media_info_s : fake::Handle {
-    explicit media_info_s(fake::Item i) : Handle("media"), item(std::move(i)) {}
-    fake::Item item;
+struct media_info_s : fake::Of<fake::Item> {
+    using Of::Of;
 };
-struct media_folder_s : fake::Handle {
-    explicit media_folder_s(fake::Folder f) : Handle("folder"), folder(std::move(f)) {}
-    fake::Folder folder;
+struct audio_meta_s : fake::Of<fake::Item> {
+    using Of::Of;
+};
+struct image_meta_s : fake::Of<fake::Item> {
+    using Of::Of;
+};
+struct video_meta_s : fake::Of<fake::Item> {
+    using Of::Of;
+};
+struct media_folder_s : fake::Of<fake::Folder> {
+    using Of::Of;
+};
+struct media_storage_s : fake::Of<fake::Storage> {
+    using Of::Of;
+};
+struct usb_device_s : fake::Of<fake::Device> {
+    using Of::Of;
 };
 struct media_filter_s : fake::Handle {
-    media_filter_s() : Handle("filter") {}
     fake::Filter filter;
 };
-struct audio_meta_s : fake::Handle {
-    explicit audio_meta_s(fake::Item i) : Handle("audio"), item(std::move(i)) {}
-    fake::Item item;
-};
-struct image_meta_s : fake::Handle {
-    explicit image_meta_s(fake::Item i) : Handle("image"), item(std::move(i)) {}
-    fake::Item item;
-};
-struct video_meta_s : fake::Handle {
-    explicit video_meta_s(fake::Item i) : Handle("video"), item(std::move(i)) {}
-    fake::Item item;
-};
-struct usb_device_s : fake::Handle {
-    explicit usb_device_s(fake::Device d) : Handle("device"), device(std::move(d)) {}
-    fake::Device device;
-};
 struct usb_device_list_s : fake::Handle {
-    usb_device_list_s() : Handle("device list") {}
     std::vector<usb_device_s*> devices;
     size_t next = 0;
 };
 
 namespace fake {
 
-struct FakePlatform::State {
-    mutable std::mutex mutex;  // guards everything below
-    std::condition_variable changed;
-
-    std::vector<Storage> storages;
-    std::vector<Folder> folders;
-    std::vector<Item> items;
-    std::vector<Item> files;
-    std::vector<Device> devices;
-    int nextId = 1;
-    int storageListings = 0;
-    int connections = 0;
-    int usbUsers = 0;
-
-    struct Fault {
-        std::string function;
-        int countdown;  // 0: every call
-        int error;
-    };
-    std::vector<Fault> faults;
-    std::map<std::string, std::function<void()>> hooks;
-    std::vector<std::string> calls;
-    std::vector<Use> uses;
-
-    // Handles given back stay allocated until Reset, so that no address comes twice in a test.
-    std::unordered_map<const void*, std::unique_ptr<Handle>> live;
-    std::unordered_map<const void*, std::unique_ptr<Handle>> dead;
-
-    std::vector<LogLine> log;
-    std::vector<Event> events;
-    std::vector<bool> taken;  // beside `events`
-    std::function<void(const Event&)> observer;
-
-    using UsbReceiver = std::pair<usb_connected_cb, void*>;
-    struct Running {
-        UsbReceiver receiver;
-        std::thread::id thread;
-    };
-    std::vector<UsbReceiver> usbReceivers;
-    std::list<Running> running;
-    std::vector<std::pair<media_content_db_updated_cb, void*>> dbReceivers;
-    std::vector<std::function<void()>> posted;  // for the default main context, oldest first
-
-    FolderScan folderScan = FolderScan::AtOnce;
-    media_content_error_e folderScanResult = MEDIA_CONTENT_ERROR_NONE;
-    std::vector<std::pair<media_scan_completed_cb, void*>> folderScans;
-    std::vector<std::thread> scanThreads;
-
-    int plivMainStatus = 0;
-    bool plivMainMakesEngine = false;
-    int madeEngines = 0;
-    dorn::CPlivAppBase* app = nullptr;
-};
+// What a call needs to have been called before.
+enum class Needs { Nothing, Media, Usb };
 
 [[noreturn]] void Die(const char* call, const std::string& what);
 
 struct Seam {
-    using State = FakePlatform::State;
-    static State& Script() { return *FakePlatform::Get().m_state; }
+    static FakePlatform::Locked Lock() { return FakePlatform::Get().Lock(); }
+    static void Announce() { FakePlatform::Get().m_changed.notify_all(); }
+    static std::list<FakePlatform::Running>& Running() { return FakePlatform::Get().m_running; }
 
     // Records the call, runs its hook, and answers the error that it is to fail with, or 0.
-    static int Enter(const char* call);
-    // The same for calls that need a media connection.
-    static int EnterConnected(const char* call);
+    static int Enter(const char* call, Needs needs = Needs::Nothing);
+
+    // A call that only reads or changes the script: `body` does, when the call is not to fail.
+    template <typename Body>
+    static int Run(const char* call, Needs needs, Body body) {
+        if (const int error = Enter(call, needs)) return error;
+        const auto script = Lock();
+        return body(*script);
+    }
 
     // Files a new handle.
     template <typename T>
     static T* Keep(T* handle, bool borrowed = false) {
-        std::lock_guard<std::mutex> lock(Script().mutex);
         handle->borrowed = borrowed;
-        Script().live.emplace(handle, std::unique_ptr<Handle>(handle));
+        Lock()->live.emplace(handle, std::unique_ptr<Handle>(handle));
         return handle;
     }
     // The live handle behind a pointer; null for null. Anything else ends the program.
     template <typename T>
     static T* Use(const char* call, const void* pointer) {
-        std::lock_guard<std::mutex> lock(Script().mutex);
-        T* handle = dynamic_cast<T*>(FindLive(call, pointer));
+        const auto script = Lock();
+        T* handle = dynamic_cast<T*>(FindLive(*script, call, pointer));
         if (pointer && !handle) Die(call, "was given a handle of another kind");
         return handle;
     }
@@ -146,24 +90,40 @@ struct Seam {
 
     // A destroy function: counts as done even when it is scripted to fail.
     template <typename T>
-    static int Destroy(const char* call, const void* pointer, int whenNull) {
+    static int Destroy(const char* call, const void* pointer) {
         const int error = Enter(call);
-        if (!Use<T>(call, pointer)) return error ? error : whenNull;
+        if (!Use<T>(call, pointer)) return error ? error : MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
         End(call, pointer);
         return error;
+    }
+
+    // A call on one handle: `body` does what it does.
+    template <typename T, typename Body>
+    static int With(const char* call, const void* pointer, Body body) {
+        const int error = Enter(call);
+        T* handle = Use<T>(call, pointer);
+        if (error) return error;
+        return handle ? body(*handle) : MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
+    }
+
+    template <typename T, typename Out>
+    static int Clone(const char* call, Out* out, const void* source) {
+        return With<T>(call, source, [=](T& handle) {
+            *out = Keep(new T(handle.record));
+            return 0;
+        });
     }
 
     // A getter of one field. `read` maps the handle to something assignable to *out.
     template <typename T, typename Out, typename Read>
     static int Get(const char* call, const void* pointer, Out* out, Read read) {
-        const int error = Enter(call);
-        T* handle = Use<T>(call, pointer);
-        if (error) return error;
-        if (!handle || !out) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
-        Give(out, read(*handle));
-        return 0;
+        return With<T>(call, pointer, [=](T& handle) {
+            if (!out) return static_cast<int>(MEDIA_CONTENT_ERROR_INVALID_PARAMETER);
+            Give(out, read(handle));
+            return 0;
+        });
     }
-
+    static void Give(char** out, const std::string& text) { *out = strdup(text.c_str()); }
     static void Give(char** out, const Text& text) {
         *out = text ? strdup(text->c_str()) : nullptr;
     }
@@ -184,12 +144,34 @@ struct Seam {
         }
     }
 
+    // Registers a receiver, once however often it is set.
+    template <typename Receiver>
+    static int SetReceiver(const char* call, std::vector<Receiver> Script::*receivers,
+                           Receiver receiver) {
+        return Run(call, Needs::Nothing, [=](Script& script) {
+            auto& all = script.*receivers;
+            if (std::find(all.begin(), all.end(), receiver) == all.end()) all.push_back(receiver);
+            Announce();
+            return 0;
+        });
+    }
+
     static void Post(std::function<void()> what);
 
 private:
-    static Handle* FindLive(const char* call, const void* pointer);
+    static Handle* FindLive(Script& script, const char* call, const void* pointer);
 };
 
 }  // namespace fake
+
+// Defines the seam's getter of one field of the record behind a handle; FAKE_GETTER_OF where the
+// seam knows the handle by another type.
+#define FAKE_GETTER_OF(known, handle, function, type, field)                            \
+    int function(known* from, type* out) {                                              \
+        return fake::Seam::Get<handle>(__func__, from, out,                             \
+                                       [](const handle& h) { return h.record.field; }); \
+    }
+#define FAKE_GETTER(handle, function, type, field) \
+    FAKE_GETTER_OF(handle, handle, function, type, field)
 
 #endif

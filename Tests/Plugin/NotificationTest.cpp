@@ -88,8 +88,7 @@ TEST_F(NotificationTest, WhatEachActionDoesToTheListAndTellsTheClient) {
     for (const PlugCase& c : kPlugCases) {
         SCOPED_TRACE(std::string(c.action) + " " + c.device.mountPath + " " +
                      std::to_string(c.device.deviceClass));
-        Rig rig;
-        ASSERT_TRUE(rig.task.Connect());
+        ConnectedRig rig;
         platform.ForgetLog();
         const size_t before = platform.Events().size();
         platform.FireUsb(c.device, c.action);
@@ -101,6 +100,7 @@ TEST_F(NotificationTest, WhatEachActionDoesToTheListAndTellsTheClient) {
         if (!c.event) continue;
         EXPECT_EQ(events[0].name, c.event);
         EXPECT_EQ(events[0].engine, &rig.engine);
+        EXPECT_TRUE(platform.HasLog(kProgress, "[" + events[0].name + "]:" + events[0].payload));
         const Json::Value storage = Parse(events[0].payload)["storage"];
         const Strings reported{
             storage["id"].asString(),
@@ -112,8 +112,7 @@ TEST_F(NotificationTest, WhatEachActionDoesToTheListAndTellsTheClient) {
 }
 
 TEST_F(NotificationTest, AStickRecordedForTheThirdPassIsPairedAndSaidToBeLate) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     ASSERT_TRUE(rig.task.Disconnect());  // which cuts pauses short, but only its own connection's
     ASSERT_TRUE(rig.task.Connect());
     const int listings = platform.CallCount("media_storage_foreach_storage_from_db");
@@ -131,8 +130,7 @@ TEST_F(NotificationTest, AFailingPlatformNeverKeepsADeviceFromBeingTold) {
           "media_storage_get_path", "media_storage_get_storage_id", "media_filter_destroy",
           "usb_device_get_serial", "usb_device_get_mountpath", "usb_device_get_class"}) {
         SCOPED_TRACE(call);
-        Rig rig;
-        ASSERT_TRUE(rig.task.Connect());
+        ConnectedRig rig;
         platform.Fail(call, 0, MEDIA_CONTENT_ERROR_DB_BUSY);
         platform.FireUsb(Stick(kNewStick), "mounted");
         Await("USB_CONNECTED");
@@ -144,23 +142,23 @@ TEST_F(NotificationTest, AFailingPlatformNeverKeepsADeviceFromBeingTold) {
 }
 
 TEST_F(NotificationTest, AnUnlistedStickIsReportedAsTheDeviceTellsIt) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     Device stick = Stick(kNewStick);
     stick.product = "Gone";
     stick.fstype = FSTYPE_EXT4;
     platform.FireUsb(stick, "blocked");
-    const Json::Value storage = Await("USB_DISCONNECTED")["storage"];
+    const Json::Value payload = Await("USB_DISCONNECTED");
+    EXPECT_EQ(payload.getMemberNames(), Strings{"storage"});
+    const Json::Value storage = payload["storage"];
     EXPECT_EQ(storage["name"].asString(), "Gone");
     EXPECT_EQ(storage["fileSystem"].asString(), "EXT4");
     EXPECT_EQ(storage["vendor"].asString(), "Maker");
     EXPECT_EQ(storage["type"].asString(), "msc");
-    EXPECT_EQ(platform.LiveHandles()["storage"], 0);
+    EXPECT_EQ(platform.LiveHandles()["media_storage_s"], 0);
 }
 
 TEST_F(NotificationTest, ACameraAddedTwiceGoesWithBothRecords) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     platform.FireUsb(Camera(1, 5), "added");
     Device twin = Camera(1, 5);
     twin.serial = "S-2";
@@ -174,8 +172,7 @@ TEST_F(NotificationTest, ACameraAddedTwiceGoesWithBothRecords) {
 }
 
 TEST_F(NotificationTest, NothingIsDoneWithoutActionOrReceiver) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     platform.ForgetCalls();
     platform.FireUsb(Stick(kStick), nullptr);
     char mounted[] = "mounted";
@@ -186,8 +183,7 @@ TEST_F(NotificationTest, NothingIsDoneWithoutActionOrReceiver) {
 }
 
 TEST_F(NotificationTest, WhatIsSaidOfADevice) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     platform.ForgetLog();
     platform.FireUsb(Stick(kStick), "blocked");
     Strings block;
@@ -209,8 +205,7 @@ TEST_F(NotificationTest, WhatIsSaidOfADevice) {
 }
 
 TEST_F(NotificationTest, TheStorageLockIsHeldWhileTheListChangesAndNeverWhileAnEventIsSent) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     const auto isFree = [&] {
         if (!g_mutex_trylock(&StorageMutexOf(rig.task))) return false;
         g_mutex_unlock(&StorageMutexOf(rig.task));
@@ -226,21 +221,8 @@ TEST_F(NotificationTest, TheStorageLockIsHeldWhileTheListChangesAndNeverWhileAnE
     EXPECT_EQ(held, 1);
 }
 
-TEST_F(NotificationTest, NotificationsArriveThroughTheWatchers) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
-    platform.PostUsb(Stick(kStick), "blocked");
-    EXPECT_EQ(Await("USB_DISCONNECTED")["storage"]["id"].asString(), "S1");
-    platform.PostUsb(Stick(kStick), "mounted");
-    EXPECT_EQ(Await("USB_CONNECTED")["storage"]["id"].asString(), "S1");
-    platform.PostDbUpdate(ScanEnd(kStick));
-    EXPECT_EQ(platform.WaitForEvent("SYNC_COMPLETED").payload, "S1");
-}
-
 TEST_F(NotificationTest, EachEngineHasItsOwnNotificationsAndList) {
-    Rig first, second;
-    ASSERT_TRUE(first.task.Connect());
-    ASSERT_TRUE(second.task.Connect());
+    ConnectedRig first, second;
     EXPECT_TRUE(WaitUntil([&] { return platform.UsbReceivers() == 2; }));
     EXPECT_TRUE(WaitUntil([&] { return platform.DbReceivers() == 2; }));
     platform.PostUsb(Stick(kStick), "blocked");
@@ -271,14 +253,14 @@ DbUpdate Varied(DbUpdate update, const std::function<void(DbUpdate&)>& vary) {
     return update;
 }
 
-const std::string kPhoto = std::string(kStick) + "/a.jpg";
+const std::string kPhoto = OnStick("a.jpg");
 
 const ChangeCase kChangeCases[] = {
     {"scan done", ScanEnd(kStick), "SYNC_COMPLETED", false},
     {"scan failed", ScanEnd(kStick, MEDIA_CONTENT_ERROR_CANCELLED), "SYNC_FAILED", false},
     {"scan failed otherwise", ScanEnd(kStick, static_cast<media_content_error_e>(1)), "SYNC_FAILED",
      false},
-    {"another folder", ScanEnd(std::string(kStick) + "/DCIM"), nullptr, false},
+    {"another folder", ScanEnd(OnStick("DCIM")), nullptr, false},
     {"no storage", ScanEnd("/opt/storage/usb/sdz1"), nullptr, false},
     {"a camera's path", ScanEnd("n/a"), nullptr, false},
     {"a mime type", Varied(ScanEnd(kStick), [](auto& u) { u.mime = ""; }), nullptr, false},
@@ -300,8 +282,7 @@ const ChangeCase kChangeCases[] = {
 
 TEST_F(NotificationTest, WhatEachChangeOfTheDatabaseTells) {
     AddStick(kRoot, "S0");
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     for (const ChangeCase& c : kChangeCases) {
         SCOPED_TRACE(c.what);
         platform.ForgetLog();
@@ -324,8 +305,7 @@ TEST_F(NotificationTest, WhatEachChangeOfTheDatabaseTells) {
 }
 
 TEST_F(NotificationTest, TheEndOfAScanIsTimedFromTheUsbEvent) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     platform.FireUsb(Stick(kStick), "mounted");
     platform.ForgetLog();
     DbUpdate update = ScanEnd(kStick, MEDIA_CONTENT_ERROR_DB_FAILED);
@@ -356,8 +336,7 @@ TEST_F(NotificationTest, TheDatabasesReceiverStaysAndIsAddedAgain) {
         return counts;
     };
     {
-        Rig rig;
-        ASSERT_TRUE(rig.task.Connect());
+        ConnectedRig rig;
         ASSERT_TRUE(rig.task.Disconnect());
         EXPECT_EQ(platform.DbReceivers(), 1);
         platform.FireDbUpdate(ScanEnd(kStick));  // nothing is connected
@@ -370,15 +349,6 @@ TEST_F(NotificationTest, TheDatabasesReceiverStaysAndIsAddedAgain) {
     platform.FireDbUpdate(ScanEnd(kStick));
     platform.FireDbUpdate(Change(0, kPhoto));
     EXPECT_TRUE(platform.Events().empty()) << "the engine is gone";
-}
-
-TEST_F(NotificationTest, SyncCommandsOfTheTaskManagerDoNothing) {
-    CPlivTaskContentsMgr task;
-    auto state = static_cast<dorn::SyncState>(42);
-    EXPECT_TRUE(task.StopSync("S1"));
-    EXPECT_TRUE(task.GetSyncState("S1", state));
-    EXPECT_EQ(state, 42);
-    EXPECT_TRUE(platform.Calls().empty());
 }
 
 }  // namespace

@@ -27,6 +27,12 @@ constexpr int kTrace = 2;
 constexpr int kProgress = 16;
 constexpr const char* kRoot = "/opt/storage/usb";
 constexpr const char* kStick = "/opt/storage/usb/sda1";
+constexpr const char* kAnyMedia =
+    " (MEDIA_TYPE = 0 OR MEDIA_TYPE = 1 OR MEDIA_TYPE = 2 OR MEDIA_TYPE = 3) ";
+
+inline std::string OnStick(const std::string& name) {
+    return std::string(kStick) + "/" + name;
+}
 
 inline Json::Value Parse(const std::string& text) {
     Json::Value value;
@@ -62,6 +68,9 @@ struct Rig {
     CPlivTaskContentsMgr task;
     Rig() { task.SetEngineHandle(&engine); }
 };
+struct ConnectedRig : Rig {
+    ConnectedRig() { EXPECT_TRUE(task.Connect()); }
+};
 
 // Looks into a task manager: its jobs, and its storages as they stand without a new discovery.
 dorn::CSafeQ<dorn::CCMTaskJob>& JobsOf(CPlivTaskContentsMgr& task);
@@ -88,11 +97,31 @@ class PluginTest : public PlatformTest {
 protected:
     PluginTest() { dorn::SetPauseUnit(std::chrono::milliseconds(5)); }
 
+    void TearDown() override {
+        for (const Event& event : platform.Events())
+            EXPECT_EQ(event.kind, event.name.find("USB_") == 0 ? 0 : 1) << event.name;
+        PlatformTest::TearDown();
+    }
+
     // A stick that the database knows.
     void AddStick(const std::string& path = kStick, const std::string& id = "S1") {
         platform.Add(Stick(path));
         platform.Add(Storage{id, path});
     }
+    void AddPhotos(int count, const std::string& folder = kStick) {
+        for (int i = 0; i < count; ++i)
+            platform.Add(Photo(folder + "/" + std::to_string(i) + ".jpg", i));
+    }
+    // Returns when a job is at work in the task manager's worker, which lasts until `jobGate`
+    // opens.
+    void HoldWorker(CPlivTaskContentsMgr& task) {
+        platform.OnCall("media_info_delete_from_db", [this] { jobGate.Wait(); });
+        int id = 0;
+        EXPECT_TRUE(task.UnregisterContents("S1", {"none"}, id));
+        EXPECT_TRUE(jobGate.WaitForArrival());
+    }
+    Gate jobGate;
+
     // The payload of the next event of that name.
     Json::Value Await(const std::string& name) {
         return Parse(platform.WaitForEvent(name).payload);

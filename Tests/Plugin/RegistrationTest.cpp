@@ -14,7 +14,7 @@ protected:
             platform.AddFile(file);
         }
         for (const char* id : {"7", "8"}) {
-            Item item = Photo(std::string(kStick) + "/x.jpg");
+            Item item = Photo(OnStick("x.jpg"));
             item.id = id;
             platform.Add(item);
         }
@@ -41,47 +41,57 @@ TEST_F(RegistrationTest, RefusedRequestsGetNoId) {
     EXPECT_EQ(platform.Events().size(), 2u);
 }
 
-struct RegistrationCase {
-    const char* what;
-    Strings items;
-    const char* payload;
-    Strings messages;
-};
-
-TEST_F(RegistrationTest, EachPathIsTriedAndReported) {
-    // clang-format off
-    const RegistrationCase cases[] = {
-        {"all there", {"/b", "/a"},
+// In this order: what one removes the next does not find.
+TEST_F(RegistrationTest, EachPathOrIdIsTriedAndReported) {
+    const struct {
+        const char* what;
+        bool registers;
+        Strings items;
+        const char* payload;
+        Strings failures;  // in the log
+    } cases[] = {
+        // clang-format off
+        {"all there", true, {"/b", "/a"},
          R"({"failed":null,"result":1,"succeeded":[{"id":"id-a","path":"/a"},{"id":"id-b","path":"/b"}]})",
          {}},
-        {"one missing", {"/a", "/gone", "/b"},
+        {"one missing", true, {"/a", "/gone", "/b"},
          R"({"failed":["/gone"],"result":0,"succeeded":[{"id":"id-a","path":"/a"},{"id":"id-b","path":"/b"}]})",
          {"FAILED to Insertion  : /gone (error:-1004) \n"}},
-        {"the same twice", {"/a", "/a"},
+        {"one path twice", true, {"/a", "/a"},
          R"({"failed":null,"result":0,"succeeded":[{"id":"id-a","path":"/a"}]})", {}},
-        {"none there", {"/x", "/y", "/x"},
+        {"no path there", true, {"/x", "/y", "/x"},
          R"({"failed":["/x","/y","/x"],"result":0,"succeeded":[]})",
-         {"FAILED to Insertion  : /x (error:-1004) \n",
-         "FAILED to Insertion  : /y (error:-1004) \n"}},
+         {"FAILED to Insertion  : /x (error:-1004) \n", "FAILED to Insertion  : /y (error:-1004) \n",
+          "FAILED to Insertion  : /x (error:-1004) \n"}},
+        {"one of two ids known", false, {"9", "7"}, R"({"failed":["9"],"result":0,"succeeded":["7"]})",
+         {" FAILED to Delete!! : 9 (error:-1004)\n"}},
+        {"an id", false, {"8"}, R"({"failed":null,"result":1,"succeeded":["8"]})", {}},
+        {"no id left", false, {"7", "8"}, R"({"failed":["7","8"],"result":0,"succeeded":null})",
+         {" FAILED to Delete!! : 7 (error:-1004)\n", " FAILED to Delete!! : 8 (error:-1004)\n"}},
+        // clang-format on
     };
-    // clang-format on
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
-    for (const RegistrationCase& c : cases) {
+    ConnectedRig rig;
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
+        platform.ForgetLog();
         int id = 0;
-        ASSERT_TRUE(rig.task.RegisterContents("S1", c.items, id));
-        EXPECT_EQ(platform.WaitForEvent("CONTETNS_REGISTER_COMPLETED").payload,
-                  std::string(c.payload) + "\n");
-        for (const std::string& message : c.messages)
-            EXPECT_TRUE(platform.HasLog(kProgress, message)) << message;
+        ASSERT_TRUE(c.registers ? rig.task.RegisterContents("S1", c.items, id)
+                                : rig.task.UnregisterContents("S1", c.items, id));
+        const std::string payload = std::string(c.payload) + "\n";
+        EXPECT_EQ(platform
+                      .WaitForEvent(c.registers ? "CONTETNS_REGISTER_COMPLETED"
+                                                : "CONTENTS_UNREGISTER_COMPLETED")
+                      .payload,
+                  payload);
+        Strings messages = c.failures;
+        messages.push_back(payload);
+        EXPECT_EQ(platform.Messages(kProgress), messages);
         EXPECT_TRUE(platform.LiveHandles().empty()) << "each record is given back";
     }
 }
 
 TEST_F(RegistrationTest, APathWhoseIdCannotBeReadIsNeitherDoneNorFailed) {
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
+    ConnectedRig rig;
     platform.Fail("media_info_get_media_id", 2, MEDIA_CONTENT_ERROR_DB_FAILED);
     int id = 0;
     ASSERT_TRUE(rig.task.RegisterContents("S1", {"/a", "/b", "/c"}, id));
@@ -89,38 +99,6 @@ TEST_F(RegistrationTest, APathWhoseIdCannotBeReadIsNeitherDoneNorFailed) {
     EXPECT_EQ(event["result"].asInt(), 0);
     EXPECT_EQ(Column(event["succeeded"], "path"), (Strings{"/a", "/c"}));
     EXPECT_TRUE(event["failed"].isNull());
-}
-
-TEST_F(RegistrationTest, EachIdIsTriedAndReported) {
-    // clang-format off
-    const RegistrationCase cases[] = {
-        {"one of two known", {"9", "7"}, R"({"failed":["9"],"result":0,"succeeded":["7"]})",
-         {" FAILED to Delete!! : 9 (error:-1004)\n"}},
-        {"the same twice", {"8", "8"}, R"({"failed":["8"],"result":0,"succeeded":["8"]})",
-         {" FAILED to Delete!! : 8 (error:-1004)\n"}},
-        {"none left", {"7", "8"}, R"({"failed":["7","8"],"result":0,"succeeded":null})", {}},
-    };
-    // clang-format on
-    Rig rig;
-    ASSERT_TRUE(rig.task.Connect());
-    for (const RegistrationCase& c : cases) {
-        SCOPED_TRACE(c.what);
-        int id = 0;
-        ASSERT_TRUE(rig.task.UnregisterContents("S1", c.items, id));
-        EXPECT_EQ(platform.WaitForEvent("CONTENTS_UNREGISTER_COMPLETED").payload,
-                  std::string(c.payload) + "\n");
-        for (const std::string& message : c.messages)
-            EXPECT_TRUE(platform.HasLog(kProgress, message)) << message;
-    }
-}
-
-TEST_F(RegistrationTest, AFolderScansEndSetsItsByteWhateverItsError) {
-    bool done = false;
-    CPlivTaskContentsMgr::s_FolderScanCompletedCallback(MEDIA_CONTENT_ERROR_CANCELLED, &done);
-    EXPECT_TRUE(done);
-    unsigned char late = 0;
-    EXPECT_EQ(CPlivTaskContentsMgr::s_TimeOutCallback(&late), 0) << "the source fires once";
-    EXPECT_EQ(late, 1);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <spawn.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,49 +18,23 @@ namespace {
 
 constexpr std::chrono::seconds kDeadline{120};
 
-// Everything the child needs is made before the fork: other threads may hold the heap's lock.
-class ChildArguments {
-public:
-    ChildArguments(const std::vector<std::string>& arguments, const Variables& environment)
-        : m_words(arguments) {
-        for (char** entry = environ; *entry; ++entry) {
-            const std::string text = *entry;
-            bool replaced = false;
-            for (const auto& [name, value] : environment)
-                replaced = replaced || text.compare(0, name.size() + 1, name + "=") == 0;
-            if (!replaced) m_variables.push_back(text);
-        }
-        for (const auto& [name, value] : environment) m_variables.push_back(name + "=" + value);
-        for (auto& word : m_words) m_argv.push_back(word.data());
-        for (auto& variable : m_variables) m_envp.push_back(variable.data());
-        m_argv.push_back(nullptr);
-        m_envp.push_back(nullptr);
-    }
-
-    [[noreturn]] void Exec() {
-        execvpe(m_argv[0], m_argv.data(), m_envp.data());
-        _exit(127);
-    }
-
-private:
-    std::vector<std::string> m_words;
-    std::vector<std::string> m_variables;
-    std::vector<char*> m_argv;
-    std::vector<char*> m_envp;
-};
-
-pid_t Start(const std::vector<std::string>& arguments, const std::string& output,
-            const std::string& errors, const Variables& environment) {
-    ChildArguments child(arguments, environment);
-    const pid_t pid = fork();
-    if (pid < 0) throw std::runtime_error("no child process");
-    if (pid > 0) return pid;
-    const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-    const int err =
-        output == errors ? out : open(errors.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-    dup2(out, STDOUT_FILENO);
-    dup2(err, STDERR_FILENO);
-    child.Exec();
+pid_t Start(std::vector<std::string> words, const std::string& output, const std::string& errors,
+            const Variables& environment) {
+    for (const auto& [name, value] : environment) words.insert(words.begin(), name + "=" + value);
+    words.insert(words.begin(), "env");
+    std::vector<char*> argv;
+    for (auto& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    constexpr int kAppend = O_WRONLY | O_CREAT | O_APPEND;
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, output.c_str(), kAppend, 0600);
+    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, errors.c_str(), kAppend, 0600);
+    pid_t pid = -1;
+    const int error = posix_spawnp(&pid, argv[0], &files, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&files);
+    if (error != 0) throw std::runtime_error("no child process");
+    return pid;
 }
 
 int StatusOf(int status) {
@@ -80,18 +55,9 @@ Outcome RunProgram(const std::vector<std::string>& arguments, const Variables& e
     if (!mkdtemp(folder)) throw std::runtime_error("no temporary folder");
     const std::string output = std::string(folder) + "/out";
     const std::string errors = std::string(folder) + "/err";
-    pid_t pid = Start(arguments, output, errors, environment);
-    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
-    int status = 0;
-    bool late = false;
-    while (waitpid(pid, &status, WNOHANG) == 0) {
-        if (!late && std::chrono::steady_clock::now() > deadline) {
-            kill(pid, SIGKILL);
-            late = true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    Outcome outcome{late ? -1 : StatusOf(status), ReadFile(output), ReadFile(errors)};
+    Program program(arguments, output, environment, errors);
+    const int status = program.Wait();
+    Outcome outcome{status, ReadFile(output), ReadFile(errors)};
     unlink(output.c_str());
     unlink(errors.c_str());
     rmdir(folder);
@@ -99,8 +65,8 @@ Outcome RunProgram(const std::vector<std::string>& arguments, const Variables& e
 }
 
 Program::Program(const std::vector<std::string>& arguments, const std::string& logFile,
-                 const Variables& environment)
-    : m_pid(Start(arguments, logFile, logFile, environment)) {}
+                 const Variables& environment, const std::string& errorFile)
+    : m_pid(Start(arguments, logFile, errorFile.empty() ? logFile : errorFile, environment)) {}
 
 Program::~Program() {
     if (!IsRunning()) return;

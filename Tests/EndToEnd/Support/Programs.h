@@ -20,11 +20,12 @@ using Variables = std::vector<std::pair<std::string, std::string>>;
 // Runs a program to its end, or kills it past the deadline.
 Outcome RunProgram(const std::vector<std::string>& arguments, const Variables& environment = {});
 
-// One that runs beside the test. Its output and errors go to the file.
+// One that runs beside the test. Its output goes to the file, and so do its errors when there is
+// none for them.
 class Program {
 public:
     Program(const std::vector<std::string>& arguments, const std::string& logFile,
-            const Variables& environment = {});
+            const Variables& environment = {}, const std::string& errorFile = "");
     ~Program();  // kills it when it still runs
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;

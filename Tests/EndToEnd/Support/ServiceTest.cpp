@@ -88,6 +88,10 @@ bool ServiceTest::Until(const std::function<bool()>& reached) {
     return true;
 }
 
+bool ServiceTest::Shows(const std::string& path, const std::string& text) {
+    return Until([&] { return ReadFile(path).find(text) != std::string::npos; });
+}
+
 Json::Value Parse(const std::string& text) {
     Json::Value value;
     const Json::CharReaderBuilder builder;

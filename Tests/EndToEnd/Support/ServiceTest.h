@@ -42,6 +42,8 @@ protected:
     Outcome Tool(std::vector<std::string> arguments) const;  // contentsctl at our address
 
     static bool Until(const std::function<bool()>& reached);
+    // Waits until the file holds the text.
+    static bool Shows(const std::string& path, const std::string& text);
 
 private:
     std::string m_folder;
