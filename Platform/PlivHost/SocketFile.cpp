@@ -18,6 +18,20 @@ namespace {
 
 constexpr int kWaitingConnections = 32;
 
+// A service that was killed just now may leave a child on its way to be a helper, which has its
+// lock and its socket for a moment more.
+constexpr int kLooks = 20;
+constexpr gulong kBetweenLooksUs = 50'000;
+
+template <typename Test>
+bool StaysTrue(Test test) {
+    for (int looks = 1; test(); ++looks) {
+        if (looks == kLooks) return true;
+        g_usleep(kBetweenLooksUs);
+    }
+    return false;
+}
+
 [[noreturn]] void Refuse(const std::string& what, const std::string& path, const std::string& why) {
     throw std::runtime_error(what + " " + path + ": " + why);
 }
@@ -63,7 +77,7 @@ void RemoveStale(const std::string& path) {
     struct stat found {};
     if (lstat(path.c_str(), &found) != 0) return;
     if (!S_ISSOCK(found.st_mode)) Refuse("cannot listen at", path, "a file that is no socket");
-    if (SomebodyAnswers(path)) RefuseLive(path);
+    if (StaysTrue([&] { return SomebodyAnswers(path); })) RefuseLive(path);
     unlink(path.c_str());
 }
 
@@ -93,7 +107,7 @@ ino_t InodeOf(const std::string& path) {
 SocketFile::LockFile::LockFile(const std::string& path)
     : m_file(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
     if (m_file < 0) Refuse("cannot make the lock file of", path, strerror(errno));
-    if (flock(m_file, LOCK_EX | LOCK_NB) == 0) return;
+    if (!StaysTrue([this] { return flock(m_file, LOCK_EX | LOCK_NB) != 0; })) return;
     close(m_file);
     RefuseLive(path);
 }

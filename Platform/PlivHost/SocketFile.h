@@ -12,7 +12,8 @@ namespace platform {
 
 // Makes the socket, and its folder with mode 0700 when that is missing. The socket of a process
 // that has died is replaced; a lock file beside it settles who is alive. The constructor throws
-// std::runtime_error with a text for people; the destructor removes the socket.
+// std::runtime_error with a text for people, after a second when another process serves there; the
+// destructor removes the socket.
 class SocketFile {
 public:
     explicit SocketFile(std::string path);
