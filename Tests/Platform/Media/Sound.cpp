@@ -17,33 +17,21 @@ long long Ask(const std::string& databaseFile, const std::string& sql) {
 
 void ExpectSound(const std::string& databaseFile) {
     Connection connection(databaseFile, SQLITE_OPEN_READWRITE);
-    {
-        Query query(connection, connection.Prepare("PRAGMA integrity_check"));
-        ASSERT_TRUE(query.Next());
-        EXPECT_EQ(query.Text(0), "ok");
-    }
-    for (int type = 0; type < 5; ++type) {
-        const std::string n = std::to_string(type);
-        EXPECT_EQ(Ask(databaseFile, "SELECT count(*) FROM storage AS s WHERE count" + n +
-                                        " <> (SELECT count(*) FROM item WHERE storage = s.number"
-                                        " AND type = " +
-                                        n + ")"),
-                  0);
-        EXPECT_EQ(Ask(databaseFile, "SELECT count(*) FROM folder AS f WHERE count" + n +
-                                        " <> (SELECT count(*) FROM item WHERE folder = f.number"
-                                        " AND type = " +
-                                        n + ")"),
-                  0);
-    }
-    EXPECT_EQ(Ask(databaseFile,
-                  "SELECT count(*) FROM folder AS f WHERE below <> (SELECT coalesce(sum("
-                  "count0 + count1 + count2 + count3 + count4), 0) FROM folder WHERE storage ="
-                  " f.storage AND (f.path = '' OR path = f.path OR substr(path, 1,"
-                  " length(f.path) + 1) = f.path || '/'))"),
-              0);
-    EXPECT_EQ(Ask(databaseFile,
-                  "SELECT count(*) FROM item WHERE folder NOT IN (SELECT number FROM folder)"),
-              0);
+    Query check(connection, connection.Prepare("PRAGMA integrity_check"));
+    ASSERT_TRUE(check.Next());
+    EXPECT_EQ(check.Text(0), "ok");
+    std::vector<std::string> wrong = {
+        "folder AS f WHERE below <> (SELECT coalesce(sum(count0 + count1 + count2 + count3 +"
+        " count4), 0) FROM folder WHERE storage = f.storage AND (f.path = '' OR path = f.path OR"
+        " substr(path, 1, length(f.path) + 1) = f.path || '/'))",
+        "item WHERE folder NOT IN (SELECT number FROM folder)"};
+    for (const std::string table : {"storage", "folder"})
+        for (const std::string type : {"0", "1", "2", "3", "4"})
+            wrong.push_back(table + " AS t WHERE count" + type +
+                            " <> (SELECT count(*) FROM item WHERE " + table +
+                            " = t.number AND type = " + type + ")");
+    for (const std::string& rows : wrong)
+        EXPECT_EQ(Ask(databaseFile, "SELECT count(*) FROM " + rows), 0) << rows;
 }
 
 }  // namespace media_test
