@@ -1,5 +1,6 @@
 // Trees and databases that mean no good, and moments that are badly chosen. Full disks and damaged
-// pages are injected under the whole service: Tests/Endurance/Faults.
+// pages are injected under the whole service: Tests/Endurance/Faults; clients that read while
+// sticks come and go are in Tests/EndToEnd.
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -15,7 +16,6 @@
 #include "EndToEnd/Support/Programs.h"
 #include "Library.h"
 #include "MediaContent/Database.h"
-#include "Sound.h"
 
 namespace media_test {
 namespace {
@@ -139,44 +139,6 @@ TEST_F(HostileTest, AnswersAFolderScanThatNobodyWaitsForAnyMore) {
     askTwentyTimes();
     Disconnect();
     EXPECT_EQ(answers, 40);
-}
-
-TEST_F(HostileTest, ReadersGoOnWhileSticksComeAndGo) {
-    MakeManyFiles(Stick("a"), 2000);
-    MakeManyFiles(Stick("b"), 500);
-    Connect();
-    Mount("b", "U2");
-    std::atomic<bool> stop{false};
-    std::atomic<int> pages{0};
-    std::vector<std::thread> readers;
-    for (int reader = 0; reader < 4; ++reader)
-        readers.emplace_back([&, reader] {
-            Filter filter{"", "MEDIA_TYPE=0", MEDIA_CONTENT_COLLATE_DEFAULT, "MEDIA_ADDED_TIME"};
-            filter.count = 300;
-            filter.offset = reader * 100;
-            while (!stop) {
-                std::set<std::string> ids;
-                const auto page = List(filter);
-                for (const Item& item : page) ids.insert(item.id);
-                EXPECT_EQ(ids.size(), page.size());
-                EXPECT_GE(Count({}), 0);
-                Folders();
-                ++pages;
-            }
-        });
-    for (int round = 0; round < 10; ++round) {
-        StartMount("a", "U1");
-        Until([&, before = pages.load()] { return pages > before + 8; });
-        WriteFile(Stick("a/f0/") + std::to_string(round) + "-new.jpg");
-        TellChanged("a", {"f0"});
-        media_info_h media = nullptr;
-        if (media_info_insert_to_db(Stick("a/f1/100.jpg").c_str(), &media) == 0)
-            media_info_destroy(media);
-        Unmount("a");
-    }
-    stop = true;
-    for (std::thread& reader : readers) reader.join();
-    EXPECT_EQ(Count({}), 500);
 }
 
 TEST_F(HostileTest, ConnectionsComeAndGoOnManyThreads) {

@@ -2,7 +2,6 @@
 #include <set>
 
 #include "Library.h"
-#include "Sound.h"
 
 namespace media_test {
 namespace {

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <fstream>
 
+#include "MediaContent/Database.h"
 #include "MediaContent/Records.h"
 
 namespace media_test {
@@ -69,14 +70,6 @@ std::vector<Item> List(const Filter& filter, int expected) {
     return items;
 }
 
-std::vector<Item> ListFolder(const std::string& folderId, const Filter& filter) {
-    std::vector<Item> items;
-    EXPECT_EQ(
-        media_folder_foreach_media_from_db(folderId.c_str(), Make(filter).get(), Append, &items),
-        0);
-    return items;
-}
-
 int CountFolder(const std::string& folderId, const Filter& filter) {
     int count = -1;
     EXPECT_EQ(media_folder_get_media_count_from_db(folderId.c_str(), Make(filter).get(), &count),
@@ -114,6 +107,31 @@ media_storage_scan_status_e ScanStatus(const std::string& storageId) {
     media_storage_scan_status_e status = MEDIA_STORAGE_SCAN_STOPPED;
     EXPECT_EQ(media_storage_get_scan_status(storageId.c_str(), &status), 0);
     return status;
+}
+
+long long Ask(const std::string& databaseFile, const std::string& sql) {
+    platform::Connection connection(databaseFile, SQLITE_OPEN_READWRITE);
+    platform::Query query(connection, connection.Prepare(sql));
+    return query.Next() ? query.Int(0) : 0;
+}
+
+void ExpectSound(const std::string& databaseFile) {
+    platform::Connection connection(databaseFile, SQLITE_OPEN_READWRITE);
+    platform::Query check(connection, connection.Prepare("PRAGMA integrity_check"));
+    ASSERT_TRUE(check.Next());
+    EXPECT_EQ(check.Text(0), "ok");
+    std::vector<std::string> wrong = {
+        "folder AS f WHERE below <> (SELECT coalesce(sum(count0 + count1 + count2 + count3 +"
+        " count4), 0) FROM folder WHERE storage = f.storage AND (f.path = '' OR path = f.path OR"
+        " substr(path, 1, length(f.path) + 1) = f.path || '/'))",
+        "item WHERE folder NOT IN (SELECT number FROM folder)"};
+    for (const std::string table : {"storage", "folder"})
+        for (const std::string type : {"0", "1", "2", "3", "4"})
+            wrong.push_back(table + " AS t WHERE count" + type +
+                            " <> (SELECT count(*) FROM item WHERE " + table +
+                            " = t.number AND type = " + type + ")");
+    for (const std::string& rows : wrong)
+        EXPECT_EQ(Ask(databaseFile, "SELECT count(*) FROM " + rows), 0) << rows;
 }
 
 MediaTest::MediaTest() {

@@ -52,7 +52,6 @@ FilterHandle Make(const Filter& filter);
 // Each adds a test failure when the call does not return `expected`.
 int Count(const Filter& filter, int expected = MEDIA_CONTENT_ERROR_NONE);
 std::vector<Item> List(const Filter& filter, int expected = MEDIA_CONTENT_ERROR_NONE);
-std::vector<Item> ListFolder(const std::string& folderId, const Filter& filter = {});
 int CountFolder(const std::string& folderId, const Filter& filter = {});
 Texts Folders(const Filter& filter = {});  // path to id
 Item Describe(media_info_h media);
@@ -60,6 +59,12 @@ std::string Text(const std::function<int(char**)>& getter);
 
 std::string StorageAt(const std::string& mountPath);  // its id, "" when there is none
 media_storage_scan_status_e ScanStatus(const std::string& storageId);
+
+// These two look into a database file directly, while no service has it open. The first adds a test
+// failure when SQLite finds the file damaged or the kept counts differ from the rows; the other
+// runs one statement and returns its first number.
+void ExpectSound(const std::string& databaseFile);
+long long Ask(const std::string& databaseFile, const std::string& sql);
 
 // Configures the service for a database in a temporary folder; shuts it down at the end and
 // expects that no scan and no record is left.
