@@ -1,6 +1,6 @@
-// Trees and databases that mean no good, and moments that are badly chosen. Full disks and damaged
-// pages are injected under the whole service: Tests/Endurance/Faults; clients that read while
-// sticks come and go are in Tests/EndToEnd.
+// Trees and databases that mean no good, and moments that are badly chosen. Full disks are injected
+// under the whole service: Tests/Endurance/Faults; clients that read while sticks come and go are
+// in Tests/EndToEnd.
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -218,19 +218,26 @@ TEST_F(HostileTest, FiftyKillsLeaveASoundDatabase) {
 
 // ---- the database is another than it should be -------------------------------------------------
 
+// A database with 1500 items, closed.
+class KnownStickTest : public MediaTest {
+protected:
+    void SetUp() override {
+        MakeManyFiles(Stick("a"), 1500);
+        Connect();
+        Mount("a", "U1");
+        Disconnect();
+    }
+};
+
 struct Damage {
     const char* name;
     void (*inflict)(const std::string& databaseFile);
 };
 
-class DamageTest : public MediaTest, public testing::WithParamInterface<Damage> {};
+class DamageTest : public KnownStickTest, public testing::WithParamInterface<Damage> {};
 
 // The first calls may meet the damage; after that everything is as new.
 TEST_P(DamageTest, IsMovedAsideAndMadeAnew) {
-    MakeManyFiles(Stick("a"), 1500);
-    Connect();
-    Mount("a", "U1");
-    Disconnect();
     GetParam().inflict(DatabaseFile());
     Connect();
     EXPECT_TRUE(Until([&] {
@@ -251,6 +258,37 @@ const Damage kDamages[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Database, DamageTest, testing::ValuesIn(kDamages),
                          [](const auto& damage) { return damage.param.name; });
+
+// Whatever page is damaged, nobody crashes, and in the end the service works.
+TEST_F(KnownStickTest, LivesWithADamagedPage) {
+    const auto listAll = [] {
+        return media_info_foreach_media_from_db(
+            nullptr, [](media_info_h, void*) { return true; }, nullptr);
+    };
+    const std::string good = DatabaseFile() + ".good";
+    fs::copy_file(DatabaseFile(), good);
+    const auto pages = fs::file_size(good) / 4096;
+    std::mt19937 random(3);
+    for (size_t page = 0; page < pages; page += 1 + pages / 25) {
+        SCOPED_TRACE("page " + std::to_string(page));
+        fs::copy_file(good, DatabaseFile(), fs::copy_options::overwrite_existing);
+        {
+            std::fstream file(DatabaseFile(), std::ios::in | std::ios::out | std::ios::binary);
+            file.seekp(static_cast<std::streamoff>(page * 4096));
+            for (int i = 0; i < 4096; ++i) file.put(static_cast<char>(random()));
+        }
+        Connect();
+        WriteFile(Stick("a/f0/touched.jpg"), std::to_string(page));
+        for (int round = 0; round < 3; ++round) {
+            int count = 0;
+            media_info_get_media_count_from_db(nullptr, &count);
+            listAll();
+            Until([] { return platform::CurrentScans().empty(); });
+        }
+        EXPECT_EQ(listAll(), 0);
+        Disconnect();
+    }
+}
 
 TEST_F(HostileTest, FailsToConnectWhereNothingCanBeWritten) {
     fs::create_directory(Stick("a"));

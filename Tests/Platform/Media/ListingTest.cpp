@@ -52,9 +52,11 @@ TEST_F(ListingTest, TakesConditionsOverTheNamedColumns) {
 TEST_F(ListingTest, RefusesEverythingElse) {
     const char* hostile[] = {"1; DROP TABLE item",
                              "MEDIA_TYPE = 0; DELETE FROM item",
+                             "MEDIA_TYPE = (SELECT 0)",
                              "MEDIA_ID IN (SELECT id FROM storage)",
                              "EXISTS (SELECT 1 FROM item_columns_BINARY)",
                              "1) UNION SELECT number, number FROM item --",
+                             "1) OR (1",
                              "1)) OR ((1",
                              "(MEDIA_TYPE = 0",
                              "MEDIA_TYPE = 0)",
