@@ -38,10 +38,6 @@ protected:
         options.workers = 2;
         return options;
     }
-    Json::Value Read(const std::string& name) {
-        return ToJson(ExtractPath(m_pool, *s_folder / name));
-    }
-
     NothingLeft m_nothingLeft;
     ExtractorPool m_pool{Options()};
     static TempFolder* s_folder;
@@ -69,16 +65,6 @@ TEST_F(SampleTest, EveryFormatIsReadAsExpected) {
         EXPECT_EQ(got.toStyledString(), expected.toStyledString()) << paths[i];
     }
     EXPECT_GE(paths.size(), 50u);
-}
-
-TEST_F(SampleTest, NamesDoNotMatter) {
-    size_t count = 0;
-    for (const std::string& name : FilesBelow(s_folder->Path())) {
-        if (name.rfind("Odd names/", 0) != 0) continue;
-        ++count;
-        EXPECT_EQ(Read(name), s_expected["Photos/beach.jpg"]) << name;
-    }
-    EXPECT_GE(count, 12u);
 }
 
 // What ffprobe and exiv2 say of a file, in our words. A text that it does not have is left out.
