@@ -221,16 +221,17 @@ TEST_F(DirectoryTest, NobodySeesAStorageBeforeTheDatabaseHasIt) {
     Journal::Instance().holdStorageMounted = true;
     MakeFolders({"first"});
     WriteFile("camera.usb", kCameraKeys);
+    ASSERT_TRUE(WaitFor("held " + PathOf("first")));
     for (int i = 0; i < 100; ++i) {  // the database is busy: calls are answered all the same
         EXPECT_EQ(0u, ListDevices().size());
         EXPECT_EQ(0, usb_device_init());
         EXPECT_EQ(0, usb_device_fini());
     }
-    EXPECT_EQ(Strings{}, Lines());
+    EXPECT_EQ(1u, Lines().size());
     Journal::Instance().holdStorageMounted = false;
     ASSERT_TRUE(WaitFor("added Eye"));
     ASSERT_TRUE(WaitFor("mounted first"));
-    EXPECT_EQ(Come("first"), Lines().front());
+    EXPECT_EQ(Come("first"), Lines()[1]);
     EXPECT_EQ(2u, ListDevices().size());
 }
 

@@ -116,6 +116,8 @@ void Journal::SetStorage(const platform::MountedStorage& storage) {
 namespace platform {
 
 void StorageMounted(const MountedStorage& storage) {
+    if (Journal::Instance().holdStorageMounted)
+        Journal::Instance().Add("held " + storage.mountPath);
     while (Journal::Instance().holdStorageMounted) std::this_thread::yield();
     Journal::Instance().SetStorage(storage);
     Journal::Instance().Add("db+ " + storage.mountPath);

@@ -26,7 +26,7 @@ using Strings = std::vector<std::string>;
 //   db- PATH          ... of one that went
 //   changed PATH      ... of a change at that path
 //   anything on PATH  ... of changes on a storage that could be anywhere
-//   held PATH         ... of changes, and does not return yet
+//   held PATH         ... of a storage or of changes, and does not return yet
 //   ACTION NAME       a receiver was told; NAME is the last part of the mount path, else the
 //   product
 class Journal {
