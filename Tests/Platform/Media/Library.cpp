@@ -70,6 +70,14 @@ std::vector<Item> List(const Filter& filter, int expected) {
     return items;
 }
 
+std::vector<Item> ListFolder(const std::string& folderId, const Filter& filter) {
+    std::vector<Item> items;
+    EXPECT_EQ(
+        media_folder_foreach_media_from_db(folderId.c_str(), Make(filter).get(), Append, &items),
+        0);
+    return items;
+}
+
 int CountFolder(const std::string& folderId, const Filter& filter) {
     int count = -1;
     EXPECT_EQ(media_folder_get_media_count_from_db(folderId.c_str(), Make(filter).get(), &count),

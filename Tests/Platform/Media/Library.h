@@ -52,6 +52,7 @@ FilterHandle Make(const Filter& filter);
 // Each adds a test failure when the call does not return `expected`.
 int Count(const Filter& filter, int expected = MEDIA_CONTENT_ERROR_NONE);
 std::vector<Item> List(const Filter& filter, int expected = MEDIA_CONTENT_ERROR_NONE);
+std::vector<Item> ListFolder(const std::string& folderId, const Filter& filter = {});
 int CountFolder(const std::string& folderId, const Filter& filter = {});
 Texts Folders(const Filter& filter = {});  // path to id
 Item Describe(media_info_h media);

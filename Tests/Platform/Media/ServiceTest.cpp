@@ -32,9 +32,10 @@ TEST_F(MediaTest, ListsWhatTheStickHolds) {
     EXPECT_EQ(CountFolder(folders.at(Stick("a/DCIM/100"))), 1);
     EXPECT_EQ(CountFolder(folders.at(Stick("a/DCIM"))), 0);
     const char* kinds = " (MEDIA_TYPE = 0 OR MEDIA_TYPE = 1 OR MEDIA_TYPE = 2 OR MEDIA_TYPE = 3) ";
+    EXPECT_EQ(ListFolder(folders.at(Stick("a")), {"", kinds}).size(), 1u);
     EXPECT_EQ(CountFolder(folders.at(Stick("a")), {"", kinds}), 1);
     EXPECT_EQ(CountFolder("", {"", kinds}), 0);
-    EXPECT_EQ(CountFolder("nonsense"), 0);
+    EXPECT_TRUE(ListFolder("nonsense").empty());
     EXPECT_EQ(Folders({id, "FOLDER_NAME = 'dcim'"}).size(), 0u);
     EXPECT_EQ(Folders({id, "FOLDER_NAME = 'dcim'", MEDIA_CONTENT_COLLATE_NOCASE}).size(), 1u);
 }
