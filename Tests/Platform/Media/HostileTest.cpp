@@ -1,6 +1,5 @@
 // Trees and databases that mean no good, and moments that are badly chosen. Full disks are injected
-// under the whole service: Tests/Endurance/Faults; clients that read while sticks come and go are
-// in Tests/EndToEnd.
+// under the whole service: Tests/Endurance/Faults.
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -139,6 +138,41 @@ TEST_F(HostileTest, AnswersAFolderScanThatNobodyWaitsForAnyMore) {
     askTwentyTimes();
     Disconnect();
     EXPECT_EQ(answers, 40);
+}
+
+// Several readers hold the same records, which go while they are held.
+TEST_F(HostileTest, ReadersGoOnWhileSticksComeAndGo) {
+    MakeManyFiles(Stick("a"), 2000);
+    MakeManyFiles(Stick("b"), 500);
+    Connect();
+    Mount("b", "U2");
+    std::atomic<bool> stop{false};
+    std::atomic<int> pages{0};
+    std::vector<std::thread> readers;
+    for (int reader = 0; reader < 4; ++reader)
+        readers.emplace_back([&, reader] {
+            Filter filter{"", "MEDIA_TYPE=0", MEDIA_CONTENT_COLLATE_DEFAULT, "MEDIA_ADDED_TIME"};
+            filter.count = 300;
+            filter.offset = reader * 100;
+            while (!stop) {
+                std::set<std::string> ids;
+                const auto page = List(filter);
+                for (const Item& item : page) ids.insert(item.id);
+                EXPECT_EQ(ids.size(), page.size());
+                Folders();
+                ++pages;
+            }
+        });
+    for (int round = 0; round < 10; ++round) {
+        StartMount("a", "U1");
+        Until([&, before = pages.load()] { return pages > before + 8; });
+        WriteFile(Stick("a/f0/") + std::to_string(round) + "-new.jpg");
+        TellChanged("a", {"f0"});
+        Unmount("a");
+    }
+    stop = true;
+    for (std::thread& reader : readers) reader.join();
+    EXPECT_EQ(Count({}), 500);
 }
 
 TEST_F(HostileTest, ConnectionsComeAndGoOnManyThreads) {
