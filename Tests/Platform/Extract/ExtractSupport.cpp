@@ -2,56 +2,22 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
+#include "EndToEnd/Support/Programs.h"
 #include "MediaContent/Extract/MediaTypes.h"
 
 namespace fs = std::filesystem;
 
-TempFolder::TempFolder() {
-    std::string pattern = (fs::temp_directory_path() / "extract-test-XXXXXX").string();
-    m_path = mkdtemp(pattern.data());
-}
-
-TempFolder::~TempFolder() {
-    fs::remove_all(m_path);
-}
-
 std::string Output(const std::vector<std::string>& command) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return {};
-    platform::UniqueFd reading(ends[0]);
-    platform::UniqueFd writing(ends[1]);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, writing.Get(), STDOUT_FILENO);
-    std::vector<char*> arguments;
-    for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
-    pid_t pid = 0;
-    const int error =
-        posix_spawnp(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    EXPECT_EQ(error, 0) << command[0];
-    if (error) return {};
-    writing.Close();
-    std::string output;
-    char block[4096];
-    for (ssize_t got; (got = read(reading.Get(), block, sizeof block)) > 0;)
-        output.append(block, static_cast<size_t>(got));
-    int status = 0;
-    waitpid(pid, &status, 0);
-    EXPECT_EQ(status, 0) << command[0];
-    return output;
+    const test::Outcome outcome = test::RunProgram(command);
+    EXPECT_EQ(outcome.status, 0) << command[0] << ": " << outcome.errors;
+    return outcome.output;
 }
 
 std::vector<std::string> FilesBelow(const std::string& root) {
@@ -118,13 +84,11 @@ std::set<int> DescriptorsOf(pid_t pid) {
     return descriptors;
 }
 
-bool Eventually(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
+platform::ExtractorOptions RealHelper() {
+    platform::ExtractorOptions options;
+    options.helperPath = EXTRACT_HELPER;
+    options.deadlineMs = 30'000;
+    return options;
 }
 
 NothingLeft::NothingLeft()

@@ -4,27 +4,15 @@
 
 #include <sys/types.h>
 
-#include <functional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "MediaContent/Extract/Extractor.h"
 #include "MediaContent/Extract/UniqueFd.h"
+#include "Platform/Support.h"
 
-// A folder of its own that goes with the object.
-class TempFolder {
-public:
-    TempFolder();
-    ~TempFolder();
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
-    const std::string& Path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
+using test::TempFolder;
 
 // Runs a program and returns what it wrote to its standard output; fails the test unless it
 // ended with 0.
@@ -37,15 +25,14 @@ platform::UniqueFd OpenFile(const std::string& path);
 
 // Extract with the kind and type that the name says, never cancelled.
 platform::ExtractResult ExtractPath(platform::ExtractorPool& pool, const std::string& path);
-
 std::vector<platform::ExtractResult> ExtractPaths(platform::ExtractorPool& pool,
                                                   const std::vector<std::string>& paths);
 
 std::set<pid_t> ChildrenOf(pid_t pid);
 std::set<int> DescriptorsOf(pid_t pid);
 
-// Looks every few milliseconds until `condition` is true; false after ten seconds.
-bool Eventually(const std::function<bool()>& condition);
+// The real helper, with time enough for every file.
+platform::ExtractorOptions RealHelper();
 
 // Checks at its end that the process has the descriptors and children that it had at the start.
 class NothingLeft {

@@ -1,7 +1,6 @@
 // The pool against helpers that misbehave, and against files that hang a reader.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "EndToEnd/Support/Programs.h"
 #include "ExtractSupport.h"
 #include "Log/Log.h"
 
@@ -35,15 +35,9 @@ protected:
     static std::string Photo() { return *s_folder / "IMG_0001.jpg"; }
     static std::string Sparse() { return *s_folder / "sparse.mp3"; }
 
-    static ExtractorOptions Real() {
-        ExtractorOptions options;
-        options.helperPath = EXTRACT_HELPER;
-        options.deadlineMs = 30'000;
-        return options;
-    }
     // The stand-in under the name that makes it misbehave so.
     static ExtractorOptions Bad(const std::string& how) {
-        ExtractorOptions options = Real();
+        ExtractorOptions options = RealHelper();
         options.helperPath = *s_folder / how;
         if (!std::filesystem::exists(options.helperPath))
             std::filesystem::create_symlink(BAD_HELPER, options.helperPath);
@@ -80,9 +74,11 @@ private:
 
 TEST_F(PoolTest, AHelperThatMisbehavesCostsOneFileEach) {
     for (const char* how : {"dies", "crashes", "garbage", "empty", "no-files", "too-long", "tail",
-                            "cut", "wrong-number", "unclean", "off-globe"}) {
+                            "cut", "wrong-number", "unclean", "off-globe", "hangs"}) {
         const LogLines log;
-        ExtractorPool pool(Bad(how));
+        ExtractorOptions options = Bad(how);
+        if (std::string(how) == "hangs") options.deadlineMs = 50;
+        ExtractorPool pool(options);
         for (int i = 0; i < 3; ++i) {
             const ExtractResult result = ExtractPath(pool, Photo());
             EXPECT_EQ(result.status, ExtractStatus::FAILED) << how;
@@ -101,7 +97,7 @@ TEST_F(PoolTest, AHelperThatAnswersMoreThanItWasAskedForIsNotBelievedTwice) {
 
 // Seventy files, two of them bad: more than go to a helper at once.
 TEST_F(PoolTest, ABadFileInABatchCostsOnlyItself) {
-    ExtractorOptions options = Real();
+    ExtractorOptions options = RealHelper();
     options.deadlineMs = 2000;
     options.workers = 2;
     std::vector<std::string> paths(70, Photo());
@@ -138,23 +134,6 @@ TEST_F(PoolTest, ADescriptorInAnAnswerIsDropped) {
     EXPECT_EQ(DescriptorsOf(getpid()), before);
 }
 
-TEST_F(PoolTest, AHelperThatHangsIsKilledAtTheDeadline) {
-    ExtractorOptions options = Bad("hangs");
-    options.deadlineMs = 50;
-    ExtractorPool pool(options);
-    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::FAILED);
-    EXPECT_TRUE(ChildrenOf(getpid()).empty());
-}
-
-TEST_F(PoolTest, AFileThatHangsTheReaderCostsOnlyItself) {
-    ExtractorOptions options = Real();
-    options.deadlineMs = 100;
-    ExtractorPool pool(options);
-    EXPECT_EQ(ExtractPath(pool, Sparse()).status, ExtractStatus::FAILED);
-    EXPECT_TRUE(
-        Eventually([&pool] { return ExtractPath(pool, Photo()).status == ExtractStatus::OK; }));
-}
-
 TEST_F(PoolTest, CancellingEndsTheWaitForAHelperAndForATurn) {
     ExtractorPool pool(Bad("hangs"));
     const UniqueFd file = OpenFile(Photo());
@@ -167,14 +146,14 @@ TEST_F(PoolTest, CancellingEndsTheWaitForAHelperAndForATurn) {
                 ExtractStatus::CANCELLED);
         });
     }
-    EXPECT_TRUE(Eventually([] { return !ChildrenOf(getpid()).empty(); }));
+    EXPECT_TRUE(test::Until([] { return !ChildrenOf(getpid()).empty(); }));
     cancel = true;
     for (std::thread& caller : callers) caller.join();
     EXPECT_TRUE(ChildrenOf(getpid()).empty());
 }
 
 TEST_F(PoolTest, AProgramThatDoesNotStartIsLoggedOnceAndNotTriedForEachFile) {
-    ExtractorOptions missing = Real();
+    ExtractorOptions missing = RealHelper();
     missing.helperPath = *s_folder / "no-such-program";
     ExtractorOptions deaf = Bad("never-ready");
     deaf.startDeadlineMs = 50;
@@ -188,7 +167,7 @@ TEST_F(PoolTest, AProgramThatDoesNotStartIsLoggedOnceAndNotTriedForEachFile) {
 }
 
 TEST_F(PoolTest, AProgramThatAppearsLaterIsUsed) {
-    ExtractorOptions options = Real();
+    ExtractorOptions options = RealHelper();
     options.helperPath = *s_folder / "late";
     options.restartPauseMs = 0;
     ExtractorPool pool(options);
@@ -198,7 +177,7 @@ TEST_F(PoolTest, AProgramThatAppearsLaterIsUsed) {
 }
 
 TEST_F(PoolTest, OnlyRegularFilesAreSent) {
-    ExtractorPool pool(Real());
+    ExtractorPool pool(RealHelper());
     const std::atomic<bool> cancel{false};
     const UniqueFd folder = OpenFile(s_folder->Path());
     const UniqueFd null = OpenFile("/dev/null");
@@ -209,7 +188,7 @@ TEST_F(PoolTest, OnlyRegularFilesAreSent) {
 }
 
 TEST_F(PoolTest, AHelperIsKeptReplacedInTimeAndEndedWhenAsked) {
-    ExtractorOptions options = Real();
+    ExtractorOptions options = RealHelper();
     options.filesPerHelper = 2;
     ExtractorPool pool(options);
     ExtractPath(pool, Photo());
@@ -226,7 +205,7 @@ TEST_F(PoolTest, AHelperIsKeptReplacedInTimeAndEndedWhenAsked) {
 
 TEST_F(PoolTest, AHelperHoldsNoDescriptorOfOursAndNoFileAfterItsAnswer) {
     const UniqueFd inheritable(dup(STDIN_FILENO));
-    ExtractorPool pool(Real());
+    ExtractorPool pool(RealHelper());
     ASSERT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
     const std::set<pid_t> helpers = ChildrenOf(getpid());
     ASSERT_EQ(helpers.size(), 1u);
@@ -234,7 +213,7 @@ TEST_F(PoolTest, AHelperHoldsNoDescriptorOfOursAndNoFileAfterItsAnswer) {
 }
 
 TEST_F(PoolTest, ManyCallersShareAFewHelpers) {
-    ExtractorOptions options = Real();
+    ExtractorOptions options = RealHelper();
     options.workers = 2;
     options.filesPerHelper = 7;
     ExtractorPool pool(options);
@@ -257,21 +236,17 @@ TEST_F(PoolTest, ManyCallersShareAFewHelpers) {
 
 // The service killed while a helper reads a file that takes for ever: nothing is left.
 TEST_F(PoolTest, HelpersDieWithTheServiceEvenWhileTheyHang) {
-    const std::string sparse = Sparse();
-    char* arguments[] = {const_cast<char*>(EXTRACT_PRINT), const_cast<char*>(sparse.c_str()),
-                         nullptr};
-    pid_t service = 0;
-    ASSERT_EQ(posix_spawn(&service, EXTRACT_PRINT, nullptr, nullptr, arguments, environ), 0);
+    test::Program service({EXTRACT_PRINT, Sparse()}, *s_folder / "log");
     std::set<pid_t> helpers;
     const auto reading = [&] {
-        helpers = ChildrenOf(service);
+        helpers = ChildrenOf(service.Pid());
         return !helpers.empty() && DescriptorsOf(*helpers.begin()).count(4) == 1;
     };
-    EXPECT_TRUE(Eventually(reading));
-    kill(service, SIGKILL);
-    waitpid(service, nullptr, 0);
+    EXPECT_TRUE(test::Until(reading));
+    service.Signal(SIGKILL);
+    service.Wait();
     ASSERT_EQ(helpers.size(), 1u);
-    EXPECT_TRUE(Eventually([&] {
+    EXPECT_TRUE(test::Until([&] {
         std::ifstream state("/proc/" + std::to_string(*helpers.begin()) + "/stat");
         std::string id, name, letter;
         return !(state >> id >> name >> letter) || letter == "Z";

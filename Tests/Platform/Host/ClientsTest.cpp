@@ -19,6 +19,35 @@ constexpr size_t kGrowth = size_t{400} << 20;
 constexpr size_t kGrowth = size_t{48} << 20;
 #endif
 
+// The resident memory of this process, in bytes.
+size_t ResidentBytes() {
+    std::ifstream statm("/proc/self/statm");
+    size_t pages = 0;
+    size_t resident = 0;
+    statm >> pages >> resident;
+    return resident * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
+// A client with a handle that reads no more than the number of it.
+class StuckClient {
+public:
+    explicit StuckClient(const std::string& socketPath) : m_client(socketPath) {
+        EXPECT_TRUE(m_client.Authenticate());
+        m_client.Call("Open", g_variant_new("(s)", "stuck"));
+        m_handle = m_client.ReadHandle();
+        EXPECT_GT(m_handle, 0);
+    }
+    void Execute(const char* command, const char* arg1, const char* arg2, const char* arg3) {
+        m_client.Call("Execute",
+                      g_variant_new("(isssss)", m_handle, command, arg1, arg2, arg3, ""));
+    }
+    bool IsCutOff() { return m_client.ReadToEnd(); }
+
+private:
+    RawClient m_client;
+    int m_handle = -1;
+};
+
 // As a process leaves it that was killed.
 void LeaveSocketBehind(const std::string& path) {
     sockaddr_un address{};
@@ -31,17 +60,15 @@ void LeaveSocketBehind(const std::string& path) {
 
 TEST_F(HostTest, AClientThatLeavesTakesItsEnginesAlong) {
     Start();
-    auto leaver = Connect();
-    const auto stayer = Connect();
-    const int kept = stayer->Open();
-    const int busy = leaver->Open();
-    for (int i = 0; i < 5; ++i) ASSERT_GT(leaver->Open(), 0);
-    leaver->Send(busy, "wait");
+    const Session stayer(Path());
+    Session leaver(Path());
+    for (int i = 0; i < 5; ++i) ASSERT_GT(leaver.client->Open(), 0);
+    leaver.Send("wait");
     ASSERT_TRUE(app.gate.WaitForGuests(1));
-    leaver->Send(busy, "echo");
-    leaver.reset();
+    leaver.Send("echo");
+    leaver.client.reset();
     ASSERT_TRUE(Until([&] { return app.live == 2; })) << "idle engines were kept";
-    EXPECT_EQ(stayer->Execute(kept, "echo", "on").value, "on");
+    EXPECT_TRUE(stayer.IsServed());
     app.gate.Open();
     ASSERT_TRUE(Until([&] { return app.live == 1; })) << "the busy engine was kept";
     EXPECT_EQ(app.executed, 2) << "a command of a client that had left was run";
@@ -54,7 +81,9 @@ TEST_F(HostTest, ALastingHandleOutlivesItsOpenerAndServesEverybody) {
     const auto user = Connect();
     const auto listener = Connect();
     EXPECT_EQ(user->OpenLasting(), -1) << "past the limit";
-    EXPECT_EQ(user->Execute(handle, "echo", "still here").value, "still here");
+    // Who has been answered is known to the service, and hears what it sends.
+    for (const auto& client : {user.get(), listener.get()})
+        EXPECT_EQ(client->Execute(handle, "echo", "still here").value, "still here");
     EXPECT_TRUE(user->Execute(handle, "events", "1", "", "NEWS").handled);
     EXPECT_TRUE(user->Wait("NEWS")) << "the caller hears nothing";
     EXPECT_TRUE(listener->Wait("NEWS")) << "the others hear nothing";
@@ -64,61 +93,56 @@ TEST_F(HostTest, ALastingHandleOutlivesItsOpenerAndServesEverybody) {
 
 TEST_F(HostTest, StoppingEndsEnginesInTheMiddleOfCommands) {
     Start();
-    const auto client = Connect();
-    const int handle = client->Open();
-    client->Send(handle, "wait");
+    const Session session(Path());
+    session.Send("wait");
     ASSERT_TRUE(app.gate.WaitForGuests(1));
-    for (int i = 0; i < 10; ++i) client->Send(handle, "echo");
+    for (int i = 0; i < 10; ++i) session.Send("echo");
     std::thread opener([this] { app.gate.Open(); });
     Stop();
     opener.join();
-    EXPECT_TRUE(client->WaitUntilDisconnected());
+    EXPECT_TRUE(session.client->WaitUntilDisconnected());
 }
 
 // The flood is what a plugin makes that sends as fast as it can; the client's thread keeps
 // reading, on the same two cores.
-TEST_F(HostTest, AClientThatReadsSurvivesAFlood) {
+TEST_F(HostTest, AFloodReachesItsOwnerAloneWholeAndInOrder) {
     Start();
-    const auto client = Connect();
-    const int handle = client->Open();
-    EXPECT_EQ(client->Execute(handle, "events", "100000", "200", "FLOOD").error, "");
-    ASSERT_TRUE(Until([&] { return client->EventsSeen() == 100000 || !client->IsConnected(); }));
-    EXPECT_EQ(client->EventsSeen(), 100000u);
+    const Session flooded(Path());
+    const Session other(Path());
+    DBusClient& client = *flooded.client;
+    EXPECT_EQ(flooded.Execute("events", "100000", "200", "FLOOD").error, "");
+    EXPECT_EQ(other.Execute("events", "1", "0", "THEIRS").error, "");
+    ASSERT_TRUE(Until([&] { return client.EventsSeen() >= 100000 || !client.IsConnected(); }));
     int next = 0;
-    for (const Event& event : client->TakeAll()) ASSERT_EQ(std::stoi(event.payload), next++);
+    for (const Event& event : client.TakeAll()) {
+        ASSERT_EQ(event.handle, flooded.handle);
+        ASSERT_EQ(std::stoi(event.payload), next++);
+    }
+    EXPECT_EQ(next, 100000);
+    ASSERT_TRUE(other.client->Wait("THEIRS"));
+    EXPECT_EQ(other.client->EventsSeen(), 1u);
 }
 
 TEST_F(HostTest, AClientThatNeverReadsIsCutOffAndMemoryStaysBounded) {
     Start([](platform::ServerOptions& options) { options.outbox.waitingBytes = size_t{16} << 20; });
-    const auto healthy = Connect();
-    const int handle = healthy->Open();
-    RawClient stuck(Path());
-    ASSERT_TRUE(stuck.Authenticate());
-    stuck.Call("Open", g_variant_new("(s)", "stuck"));
-    const int flooded = stuck.ReadHandle();
-    ASSERT_GT(flooded, 0);
+    const Session healthy(Path());
+    StuckClient stuck(Path());
     const size_t before = ResidentBytes();
-    stuck.Call("Execute",
-               g_variant_new("(isssss)", flooded, "events", "100000", "1000", "FLOOD", ""));
-    for (int i = 0; i < 100; ++i)
-        ASSERT_EQ(healthy->Execute(handle, "echo", "served").value, "served");
+    stuck.Execute("events", "100000", "1000", "FLOOD");
+    for (int i = 0; i < 100; ++i) ASSERT_TRUE(healthy.IsServed());
     ASSERT_TRUE(Until([&] { return app.live == 1; })) << "the client was not cut off";
     EXPECT_LT(ResidentBytes(), before + kGrowth);
     EXPECT_NE(LogText().find("does not read its messages"), std::string::npos) << LogText();
-    EXPECT_TRUE(stuck.ReadToEnd());
-    EXPECT_EQ(healthy->Execute(handle, "echo", "still").value, "still");
+    EXPECT_TRUE(stuck.IsCutOff());
+    EXPECT_TRUE(healthy.IsServed());
 }
 
 // Answers wait in the same place as events do.
 TEST_F(HostTest, AClientThatAsksAndNeverReadsTheAnswersIsCutOff) {
     Start([](platform::ServerOptions& options) { options.outbox.waitingBytes = size_t{4} << 20; });
-    RawClient stuck(Path());
-    ASSERT_TRUE(stuck.Authenticate());
-    stuck.Call("Open", g_variant_new("(s)", "stuck"));
-    const int handle = stuck.ReadHandle();
+    StuckClient stuck(Path());
     const std::string large(100 * 1000, 'x');
-    for (int i = 0; i < 200; ++i)
-        stuck.Call("Execute", g_variant_new("(isssss)", handle, "echo", large.c_str(), "", "", ""));
+    for (int i = 0; i < 200; ++i) stuck.Execute("echo", large.c_str(), "", "");
     ASSERT_TRUE(Until([&] { return app.live == 0; }));
 }
 
@@ -126,17 +150,13 @@ TEST_F(HostTest, ClientsThatSpeakNoDBusHarmNobody) {
     Start();
     const std::string noise[] = {"", "GET / HTTP/1.1\r\n\r\n", std::string(100000, '\0'),
                                  std::string("\0AUTH ANONYMOUS\r\n", 17)};
-    for (const auto& bytes : noise) {
-        RawClient client(Path());
-        client.Write(bytes);
-    }
+    for (const auto& bytes : noise) RawClient(Path()).Write(bytes);
     RawClient talker(Path());
     ASSERT_TRUE(talker.Authenticate());
     talker.Write(std::string(64, '\xff'));
     EXPECT_TRUE(talker.ReadToEnd());
     RawClient silent(Path());
-    const auto client = Connect();
-    EXPECT_GT(client->Open(), 0);
+    EXPECT_TRUE(Session(Path()).IsServed());
 }
 
 TEST_F(HostTest, ConnectionsAreBounded) {
@@ -145,13 +165,12 @@ TEST_F(HostTest, ConnectionsAreBounded) {
     auto second = Connect();
     EXPECT_THROW(Connect(), std::runtime_error);
     second.reset();
-    std::unique_ptr<DBusClient> third;
     EXPECT_TRUE(Until([&] {
         try {
-            third = Connect();
+            second = Connect();
         } catch (const std::runtime_error&) {
         }
-        return third != nullptr;
+        return second != nullptr;
     }));
 }
 
@@ -181,36 +200,23 @@ TEST_F(HostTest, FourClientsOpenAndCloseTwoHundredEnginesWhileCommandsRun) {
 TEST_F(HostTest, TheSocketIsPrivateAndALiveOneIsKept) {
     Start();
     struct stat folder {};
-    ASSERT_EQ(stat((Folder() + "/run").c_str(), &folder), 0);
+    ASSERT_EQ(stat(Folder().c_str(), &folder), 0);
     EXPECT_EQ(folder.st_mode & 0777, 0700u);
-    platform::ServerOptions options;
-    options.socketPath = Path();
-    std::string refusal;
-    std::thread([&] {
-        try {
-            platform::Server second(app, options);
-        } catch (const std::runtime_error& error) {
-            refusal = error.what();
-        }
-    }).join();
+    const std::string refusal = RefusalOfAnother();
     EXPECT_NE(refusal.find("another process serves"), std::string::npos) << refusal;
-    EXPECT_GT(Connect()->Open(), 0) << "the refused server took the socket away";
+    EXPECT_TRUE(Session(Path()).IsServed()) << "the refused server took the socket away";
 }
 
 TEST_F(HostTest, AStaleSocketIsReplacedAndAFileIsNot) {
-    const std::string run = Folder() + "/run";
-    ASSERT_EQ(mkdir(run.c_str(), 0700), 0);
+    ASSERT_EQ(mkdir(Folder().c_str(), 0700), 0);
     LeaveSocketBehind(Path());
     Start();
-    EXPECT_GT(Connect()->Open(), 0);
+    EXPECT_TRUE(Session(Path()).IsServed());
     Stop();
     std::ofstream(Path()) << "precious";
-    platform::ServerOptions options;
-    options.socketPath = Path();
-    std::thread([&] { EXPECT_THROW(platform::Server(app, options), std::runtime_error); }).join();
-    std::ifstream kept(Path());
+    EXPECT_NE(RefusalOfAnother(), "");
     std::string text;
-    kept >> text;
+    std::ifstream(Path()) >> text;
     EXPECT_EQ(text, "precious");
 }
 

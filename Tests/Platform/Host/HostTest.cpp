@@ -1,11 +1,6 @@
 #include "Platform/Host/HostTest.h"
 
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <future>
 
 #include "Log/Log.h"
@@ -13,8 +8,6 @@
 namespace test {
 
 HostTest::HostTest() {
-    char folder[] = "/tmp/pliv-host-XXXXXX";
-    m_folder = mkdtemp(folder);
     platform::SetLogSink([this](const platform::LogLine& line) {
         std::lock_guard<std::mutex> lock(m_logMutex);
         m_log += line.text + "\n";
@@ -24,12 +17,16 @@ HostTest::HostTest() {
 HostTest::~HostTest() {
     Stop();
     platform::SetLogSink(nullptr);
-    std::filesystem::remove_all(m_folder);
+}
+
+platform::ServerOptions HostTest::Options() const {
+    platform::ServerOptions options;
+    options.socketPath = Path();
+    return options;
 }
 
 void HostTest::Start(const std::function<void(platform::ServerOptions&)>& change) {
-    platform::ServerOptions options;
-    options.socketPath = Path();
+    platform::ServerOptions options = Options();
     if (change) change(options);
     std::promise<platform::Server*> made;
     m_thread = std::thread([this, options, &made] {
@@ -51,26 +48,21 @@ void HostTest::Stop() {
     EXPECT_FALSE(std::filesystem::exists(Path())) << "the socket was left behind";
 }
 
+std::string HostTest::RefusalOfAnother() {
+    std::string refusal;
+    std::thread([&] {
+        try {
+            platform::Server another(app, Options());
+        } catch (const std::runtime_error& error) {
+            refusal = error.what();
+        }
+    }).join();
+    return refusal;
+}
+
 std::string HostTest::LogText() {
     std::lock_guard<std::mutex> lock(m_logMutex);
     return m_log;
-}
-
-bool HostTest::Until(const std::function<bool()>& reached) {
-    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
-    while (!reached()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
-
-size_t ResidentBytes() {
-    std::ifstream statm("/proc/self/statm");
-    size_t pages = 0;
-    size_t resident = 0;
-    statm >> pages >> resident;
-    return resident * static_cast<size_t>(sysconf(_SC_PAGESIZE));
 }
 
 }  // namespace test

@@ -1,33 +1,30 @@
 // Which storage, which file: what stays the same when sticks come and go and files move.
-#include <sys/stat.h>
+#include <set>
 
 #include "Library.h"
-#include "MediaContent/Database.h"
-#include "Sound.h"
 
 namespace media_test {
 namespace {
 
-std::map<std::string, std::string> WithoutMount(const std::map<std::string, std::string>& ids,
-                                                const std::string& mount) {
-    std::map<std::string, std::string> relative;
-    for (const auto& [path, id] : ids) relative[path.substr(mount.size())] = id;
-    return relative;
-}
+namespace fs = std::filesystem;
 
 class IdentityTest : public MediaTest {
 protected:
     IdentityTest() {
-        WriteFile(Stick("a") + "/one.jpg", "1");
-        WriteFile(Stick("a") + "/DCIM/two.jpg", "22");
-        WriteFile(Stick("a") + "/DCIM/three.mp3", "333");
+        WriteFile(Stick("a/one.jpg"), "1");
+        WriteFile(Stick("a/DCIM/two.jpg"), "22");
+        WriteFile(Stick("a/DCIM/three.mp3"), "333");
+    }
+    void ExpectSoundAtTheEnd() {
+        Disconnect();
+        ExpectSound(DatabaseFile());
     }
 };
 
 TEST_F(IdentityTest, ComesBackAfterReplugRestartAndElsewhere) {
     Connect();
     const std::string storage = Mount("a", "U1");
-    const auto ids = WithoutMount(IdsByPath(), Stick("a"));
+    const Texts ids = Ids("a");
     ASSERT_EQ(ids.size(), 3u);
 
     Unmount("a");
@@ -38,18 +35,17 @@ TEST_F(IdentityTest, ComesBackAfterReplugRestartAndElsewhere) {
               MEDIA_CONTENT_ERROR_NOT_FOUND);
 
     // Another mount point, and a restart in between.
-    Disconnect();
-    ExpectSound(DatabaseFile());
-    std::filesystem::rename(Stick("a"), Stick("b"));
+    ExpectSoundAtTheEnd();
+    fs::rename(Stick("a"), Stick("b"));
     Connect();
     EXPECT_EQ(Mount("b", "U1"), storage);
-    EXPECT_EQ(WithoutMount(IdsByPath(), Stick("b")), ids);
-    EXPECT_EQ(Folders().count(Stick("b") + "/DCIM"), 1u);
+    EXPECT_EQ(Ids("b"), ids);
+    EXPECT_EQ(Folders().count(Stick("b/DCIM")), 1u);
 }
 
 TEST_F(IdentityTest, TellsStoragesApart) {
-    WriteFile(Stick("b") + "/b.jpg");
-    WriteFile(Stick("c") + "/c.jpg");
+    WriteFile(Stick("b/b.jpg"));
+    WriteFile(Stick("c/c.jpg"));
     Connect();
     const std::string a = Mount("a", "SAME");
     const std::string b = Mount("b", "SAME");  // a stick copied whole
@@ -69,119 +65,105 @@ TEST_F(IdentityTest, TellsStoragesApart) {
 }
 
 TEST_F(IdentityTest, FollowsFilesThatMove) {
-    WriteFile(Stick("a") + "/linked.jpg", "4444");
+    WriteFile(Stick("a/linked.jpg"), "4444");
     Connect();
     const std::string storage = Mount("a", "U1");
-    const auto before = WithoutMount(IdsByPath(), Stick("a"));
-    namespace fs = std::filesystem;
-    fs::rename(Stick("a") + "/one.jpg", Stick("a") + "/DCIM/uno.jpg");
-    fs::rename(Stick("a") + "/DCIM/three.mp3", Stick("a") + "/drei.mp3");
-    fs::create_directories(Stick("a") + "/new/deep");
-    fs::rename(Stick("a") + "/DCIM/two.jpg", Stick("a") + "/new/deep/two.png");
-    fs::create_hard_link(Stick("a") + "/linked.jpg", Stick("a") + "/second name.jpg");
-    platform::StorageContentChanged(Stick("a"), {});
-    WaitForScan(storage);
-    const auto after = WithoutMount(IdsByPath(), Stick("a"));
-    ASSERT_EQ(after.size(), 5u);
-    EXPECT_EQ(after.at("/DCIM/uno.jpg"), before.at("/one.jpg"));
-    EXPECT_EQ(after.at("/drei.mp3"), before.at("/DCIM/three.mp3"));
-    EXPECT_EQ(after.at("/new/deep/two.png"), before.at("/DCIM/two.jpg"));
-    EXPECT_EQ(after.at("/linked.jpg"), before.at("/linked.jpg"));
-    EXPECT_NE(after.at("/second name.jpg"), before.at("/linked.jpg"));
-    for (const Item& item : List({storage, "MEDIA_MIME_TYPE = 'image/png'"}))
-        EXPECT_EQ(item.path, Stick("a") + "/new/deep/two.png");
-    for (const Item& item : List({storage, "MEDIA_TITLE = 'uno'"}))
-        EXPECT_EQ(item.path, Stick("a") + "/DCIM/uno.jpg");
-    EXPECT_EQ(Count({storage, "MEDIA_TITLE = 'uno'"}), 1);
+    const Texts before = Ids("a");
+    fs::rename(Stick("a/one.jpg"), Stick("a/DCIM/uno.jpg"));
+    fs::rename(Stick("a/DCIM/three.mp3"), Stick("a/drei.mp3"));
+    fs::create_directories(Stick("a/new/deep"));
+    fs::rename(Stick("a/DCIM/two.jpg"), Stick("a/new/deep/two.png"));
+    fs::create_hard_link(Stick("a/linked.jpg"), Stick("a/second name.jpg"));
+    TellChanged("a");
+    Texts after = Ids("a");
+    EXPECT_NE(after["second name.jpg"], before.at("linked.jpg"));
+    after.erase("second name.jpg");
+    EXPECT_EQ(after, (Texts{{"DCIM/uno.jpg", before.at("one.jpg")},
+                            {"drei.mp3", before.at("DCIM/three.mp3")},
+                            {"new/deep/two.png", before.at("DCIM/two.jpg")},
+                            {"linked.jpg", before.at("linked.jpg")}}));
+    // What depends on the name has followed it.
+    EXPECT_EQ(Ids("a", {storage, "MEDIA_MIME_TYPE = 'image/png'"}).count("new/deep/two.png"), 1u);
+    EXPECT_EQ(Ids("a", {storage, "MEDIA_TITLE = 'uno'"}).count("DCIM/uno.jpg"), 1u);
     // Changed in place: another content, the same item.
-    WriteFile(Stick("a") + "/drei.mp3", "more than before");
-    ScanFolder(Stick("a"), false);
-    EXPECT_EQ(IdsByPath().at(Stick("a") + "/drei.mp3"), before.at("/DCIM/three.mp3"));
-    Disconnect();
-    ExpectSound(DatabaseFile());
+    WriteFile(Stick("a/drei.mp3"), "more than before");
+    ScanFolder("a", false);
+    EXPECT_EQ(Ids("a").at("drei.mp3"), before.at("DCIM/three.mp3"));
+    ExpectSoundAtTheEnd();
 }
 
 // No file is lost and none bears another's id. The moved one keeps its own when the scan comes by
 // its new place first; otherwise the file that took its name does.
 TEST_F(IdentityTest, TellsAMovedFileFromTheOneInItsPlace) {
-    WriteFile(Stick("a") + "/z/last.jpg", "55555");
+    WriteFile(Stick("a/z/last.jpg"), "55555");
     Connect();
     const std::string storage = Mount("a", "U1");
-    const auto before = WithoutMount(IdsByPath(), Stick("a"));
-    namespace fs = std::filesystem;
-    fs::rename(Stick("a") + "/one.jpg", Stick("a") + "/z/moved one.jpg");
-    WriteFile(Stick("a") + "/one.jpg", "a new one");
-    fs::rename(Stick("a") + "/z/last.jpg", Stick("a") + "/moved last.jpg");
-    WriteFile(Stick("a") + "/z/last.jpg", "a new last");
-    platform::StorageContentChanged(Stick("a"), {});
-    WaitForScan(storage);
-    const auto after = WithoutMount(IdsByPath(), Stick("a"));
+    const Texts before = Ids("a");
+    fs::rename(Stick("a/one.jpg"), Stick("a/z/moved one.jpg"));
+    WriteFile(Stick("a/one.jpg"), "a new one");
+    fs::rename(Stick("a/z/last.jpg"), Stick("a/moved last.jpg"));
+    WriteFile(Stick("a/z/last.jpg"), "a new last");
+    TellChanged("a");
+    const Texts after = Ids("a");
     ASSERT_EQ(after.size(), 6u);
-    EXPECT_EQ(after.at("/moved last.jpg"), before.at("/z/last.jpg"));
+    EXPECT_EQ(after.at("moved last.jpg"), before.at("z/last.jpg"));
     std::set<std::string> distinct;
     for (const auto& [path, id] : after) distinct.insert(id);
     EXPECT_EQ(distinct.size(), 6u);
     EXPECT_EQ(Count({storage, "MEDIA_SIZE = 9 OR MEDIA_SIZE = 10"}), 2);
-    Disconnect();
-    ExpectSound(DatabaseFile());
+    ExpectSoundAtTheEnd();
 }
 
 TEST_F(IdentityTest, KeepsWhatAnEmptyMountPointHides) {
     Connect();
     const std::string storage = Mount("a", "U1");
-    const auto ids = IdsByPath();
+    const Texts ids = Ids("a");
     Unmount("a");
-    std::filesystem::rename(Stick("a"), Stick("aside"));
-    std::filesystem::create_directory(Stick("a"));
+    fs::rename(Stick("a"), Stick("aside"));
+    fs::create_directory(Stick("a"));
     EXPECT_EQ(Mount("a", "U1"), storage);
     EXPECT_EQ(ScanStatus(storage), MEDIA_STORAGE_SCAN_STOPPED);
     Unmount("a");
     // A mount point that has vanished altogether.
-    std::filesystem::remove(Stick("a"));
-    platform::MountedStorage gone;
-    gone.uuid = "U1";
-    gone.mountPath = Stick("a");
-    platform::StorageMounted(gone);
-    WaitForScan(storage);
+    fs::remove(Stick("a"));
+    EXPECT_EQ(Mount("a", "U1"), storage);
     Unmount("a");
-    std::filesystem::rename(Stick("aside"), Stick("a"));
+    fs::rename(Stick("aside"), Stick("a"));
     EXPECT_EQ(Mount("a", "U1"), storage);
     EXPECT_EQ(ScanStatus(storage), MEDIA_STORAGE_SCAN_COMPLETE);
-    EXPECT_EQ(IdsByPath(), ids);
+    EXPECT_EQ(Ids("a"), ids);
 }
 
 TEST_F(IdentityTest, ForgetsStoragesUnseenForLong) {
-    WriteFile(Stick("b") + "/b.jpg");
+    WriteFile(Stick("b/b.jpg"));
     Connect();
     const std::string a = Mount("a", "U1");
     Mount("b", "U2");
-    const auto ids = IdsByPath({a});
+    const Texts ids = Ids("a");
     Unmount("a");
     Disconnect();
     Ask(DatabaseFile(), "UPDATE storage SET last_seen = last_seen - 181 * 86400");
     Connect();  // "b" is mounted and therefore seen
-    EXPECT_TRUE(WaitFor([&] {
+    EXPECT_TRUE(Until([&] {
         return Ask(DatabaseFile(), "SELECT count(*) FROM storage") == 1 && Count({}) == 1;
     }));
     EXPECT_EQ(Ask(DatabaseFile(), "SELECT count(*) FROM item"), 1);
     EXPECT_EQ(Mount("a", "U1"), a);  // the storage's id does not come from the database
-    EXPECT_NE(IdsByPath({a}), ids);
-    Disconnect();
-    ExpectSound(DatabaseFile());
+    EXPECT_NE(Ids("a"), ids);
+    ExpectSoundAtTheEnd();
 }
 
 TEST_F(IdentityTest, GivesNoOldIdToAnotherFile) {
     Connect();
     Mount("a", "U1");
-    const auto ids = IdsByPath();
+    const Texts ids = Ids("a");
     Unmount("a");
     Disconnect();
-    std::filesystem::remove(DatabaseFile());
+    fs::remove(DatabaseFile());
     Connect();
     Mount("a", "U1");
-    for (const auto& [path, id] : IdsByPath()) {
+    for (const auto& [path, id] : Ids("a"))
         for (const auto& [oldPath, oldId] : ids) EXPECT_NE(id, oldId);
-    }
 }
 
 }  // namespace

@@ -1,14 +1,9 @@
 #include "Library.h"
 
-#include <stdlib.h>
-#include <unistd.h>
-
 #include <atomic>
-#include <chrono>
 #include <fstream>
-#include <mutex>
-#include <thread>
 
+#include "MediaContent/Database.h"
 #include "MediaContent/Records.h"
 
 namespace media_test {
@@ -21,31 +16,11 @@ bool Append(media_info_h media, void* list) {
 
 }  // namespace
 
-TemporaryFolder::TemporaryFolder() {
-    char name[] = "/tmp/media-test-XXXXXX";
-    if (!mkdtemp(name)) throw std::runtime_error("no temporary folder");
-    m_path = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
 void WriteFile(const std::string& path, const std::string& content) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file << content;
     ASSERT_TRUE(file.good()) << path;
-}
-
-bool WaitFor(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
 }
 
 std::string Text(const std::function<int(char**)>& getter) {
@@ -68,22 +43,16 @@ Item Describe(media_info_h media) {
 FilterHandle Make(const Filter& filter) {
     media_filter_h handle = nullptr;
     EXPECT_EQ(media_filter_create(&handle), 0);
-    if (!filter.storage.empty()) {
-        EXPECT_EQ(media_filter_set_storage(handle, filter.storage.c_str()), 0);
-    }
-    if (!filter.condition.empty()) {
-        EXPECT_EQ(
-            media_filter_set_condition(handle, filter.condition.c_str(), filter.conditionCollation),
-            0);
-    }
-    if (!filter.order.empty()) {
-        EXPECT_EQ(media_filter_set_order(handle, filter.direction, filter.order.c_str(),
-                                         filter.orderCollation),
-                  0);
-    }
-    if (filter.count >= 0) {
-        EXPECT_EQ(media_filter_set_offset(handle, filter.offset, filter.count), 0);
-    }
+    int error = 0;
+    if (!filter.storage.empty()) error |= media_filter_set_storage(handle, filter.storage.c_str());
+    if (!filter.condition.empty())
+        error |=
+            media_filter_set_condition(handle, filter.condition.c_str(), filter.conditionCollation);
+    if (!filter.order.empty())
+        error |= media_filter_set_order(handle, filter.direction, filter.order.c_str(),
+                                        filter.orderCollation);
+    if (filter.count >= 0) error |= media_filter_set_offset(handle, filter.offset, filter.count);
+    EXPECT_EQ(error, 0) << filter.condition << filter.order;
     return {handle, media_filter_destroy};
 }
 
@@ -116,12 +85,12 @@ int CountFolder(const std::string& folderId, const Filter& filter) {
     return count;
 }
 
-std::map<std::string, std::string> Folders(const Filter& filter) {
-    std::map<std::string, std::string> folders;
+Texts Folders(const Filter& filter) {
+    Texts folders;
     const auto add = [](media_folder_h folder, void* map) {
         const std::string path =
             Text([&](char** out) { return media_folder_get_path(folder, out); });
-        (*static_cast<std::map<std::string, std::string>*>(map))[path] =
+        (*static_cast<Texts*>(map))[path] =
             Text([&](char** out) { return media_folder_get_folder_id(folder, out); });
         return true;
     };
@@ -129,28 +98,17 @@ std::map<std::string, std::string> Folders(const Filter& filter) {
     return folders;
 }
 
-std::map<std::string, std::string> IdsByPath(const Filter& filter) {
-    std::map<std::string, std::string> ids;
-    for (const Item& item : List(filter)) ids[item.path] = item.id;
-    return ids;
-}
-
 std::string StorageAt(const std::string& mountPath) {
-    struct Search {
-        std::string path;
-        std::string id;
-    } search{mountPath, ""};
-    const auto compare = [](media_storage_h storage, void* data) {
-        Search& wanted = *static_cast<Search*>(data);
+    Texts storages;
+    const auto add = [](media_storage_h storage, void* map) {
         const std::string path =
             Text([&](char** out) { return media_storage_get_path(storage, out); });
-        if (path == wanted.path)
-            wanted.id =
-                Text([&](char** out) { return media_storage_get_storage_id(storage, out); });
+        (*static_cast<Texts*>(map))[path] =
+            Text([&](char** out) { return media_storage_get_storage_id(storage, out); });
         return true;
     };
-    EXPECT_EQ(media_storage_foreach_storage_from_db(nullptr, compare, &search), 0);
-    return search.id;
+    EXPECT_EQ(media_storage_foreach_storage_from_db(nullptr, add, &storages), 0);
+    return storages[mountPath];
 }
 
 media_storage_scan_status_e ScanStatus(const std::string& storageId) {
@@ -159,12 +117,33 @@ media_storage_scan_status_e ScanStatus(const std::string& storageId) {
     return status;
 }
 
+long long Ask(const std::string& databaseFile, const std::string& sql) {
+    platform::Connection connection(databaseFile, SQLITE_OPEN_READWRITE);
+    platform::Query query(connection, connection.Prepare(sql));
+    return query.Next() ? query.Int(0) : 0;
+}
+
+void ExpectSound(const std::string& databaseFile) {
+    platform::Connection connection(databaseFile, SQLITE_OPEN_READWRITE);
+    platform::Query check(connection, connection.Prepare("PRAGMA integrity_check"));
+    ASSERT_TRUE(check.Next());
+    EXPECT_EQ(check.Text(0), "ok");
+    std::vector<std::string> wrong = {
+        "folder AS f WHERE below <> (SELECT coalesce(sum(count0 + count1 + count2 + count3 +"
+        " count4), 0) FROM folder WHERE storage = f.storage AND (f.path = '' OR path = f.path OR"
+        " substr(path, 1, length(f.path) + 1) = f.path || '/'))",
+        "item WHERE folder NOT IN (SELECT number FROM folder)"};
+    for (const std::string table : {"storage", "folder"})
+        for (const std::string type : {"0", "1", "2", "3", "4"})
+            wrong.push_back(table + " AS t WHERE count" + type +
+                            " <> (SELECT count(*) FROM item WHERE " + table +
+                            " = t.number AND type = " + type + ")");
+    for (const std::string& rows : wrong)
+        EXPECT_EQ(Ask(databaseFile, "SELECT count(*) FROM " + rows), 0) << rows;
+}
+
 MediaTest::MediaTest() {
-    platform::MediaServiceOptions options;
-    options.databaseFile = DatabaseFile();
-    options.extractorPath = "/nonexistent/extractor";
-    if (const char* helper = getenv("CM_EXTRACTOR")) options.extractorPath = helper;
-    platform::ConfigureMediaService(options);
+    platform::ConfigureMediaService({DatabaseFile(), "/nonexistent/extractor"});
 }
 
 MediaTest::~MediaTest() {
@@ -175,40 +154,31 @@ MediaTest::~MediaTest() {
     EXPECT_EQ(platform::LiveRecords(), 0);
 }
 
-void MediaTest::Connect() {
-    ASSERT_EQ(media_content_connect(), 0);
-}
-
-void MediaTest::Disconnect() {
-    ASSERT_EQ(media_content_disconnect(), 0);
-}
-
-std::string MediaTest::Mount(const std::string& name, const std::string& uuid) {
-    std::filesystem::create_directories(Stick(name));
+void MediaTest::StartMount(const std::string& name, const std::string& uuid, bool announced) {
     platform::MountedStorage storage;
     storage.uuid = uuid;
     storage.mountPath = Stick(name);
+    storage.announced = announced;
     platform::StorageMounted(storage);
+}
+
+std::string MediaTest::Mount(const std::string& name, const std::string& uuid) {
+    StartMount(name, uuid);
     const std::string id = StorageAt(Stick(name));
-    EXPECT_FALSE(id.empty());
+    EXPECT_NE(id, "");
     WaitForScan(id);
     return id;
 }
 
 void MediaTest::WaitForScan(const std::string& storageId) {
-    EXPECT_TRUE(WaitFor([&] {
+    EXPECT_TRUE(Until([&] {
         for (const auto& scan : platform::CurrentScans())
             if (scan.storageId == storageId) return false;
         return true;
     }));
 }
 
-void MediaTest::Unmount(const std::string& name) {
-    platform::StorageUnmounted(Stick(name));
-}
-
-void MediaTest::ScanFolder(const std::string& path, bool recursive,
-                           media_content_error_e expected) {
+void MediaTest::ScanFolder(const std::string& name, bool recursive) {
     struct End {
         std::atomic<bool> came{false};
         media_content_error_e error = MEDIA_CONTENT_ERROR_NONE;
@@ -217,9 +187,25 @@ void MediaTest::ScanFolder(const std::string& path, bool recursive,
         static_cast<End*>(data)->error = error;
         static_cast<End*>(data)->came = true;
     };
-    ASSERT_EQ(media_content_scan_folder(path.c_str(), recursive, ended, &end), 0);
-    ASSERT_TRUE(WaitFor([&] { return end.came.load(); }));
-    EXPECT_EQ(end.error, expected);
+    ASSERT_EQ(media_content_scan_folder(Stick(name).c_str(), recursive, ended, &end), 0);
+    ASSERT_TRUE(Until([&] { return end.came.load(); }));
+    EXPECT_EQ(end.error, 0);
+}
+
+void MediaTest::TellChanged(const std::string& stick, const std::vector<std::string>& names) {
+    std::vector<std::string> paths;
+    for (const std::string& name : names) paths.push_back(Stick(stick) + "/" + name);
+    platform::StorageContentChanged(Stick(stick), paths);
+    if (paths.empty()) WaitForScan(StorageAt(Stick(stick)));
+}
+
+Texts MediaTest::Ids(const std::string& name, const Filter& filter) const {
+    const std::string folder = Stick(name) + "/";
+    Texts ids;
+    for (const Item& item : List(filter))
+        if (item.path.compare(0, folder.size(), folder) == 0)
+            ids[item.path.substr(folder.size())] = item.id;
+    return ids;
 }
 
 }  // namespace media_test

@@ -5,38 +5,25 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "MediaContent.h"
 #include "MediaContent/MediaService.h"
+#include "Platform/Support.h"
 
 namespace media_test {
 
-// A temporary folder that goes with the object.
-class TemporaryFolder {
-public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    const std::string& Path() const { return m_path; }
-    std::string operator/(const std::string& name) const { return m_path + '/' + name; }
+using test::Until;
+using Texts = std::map<std::string, std::string>;
 
-private:
-    std::string m_path;
-};
+constexpr auto REFUSED = MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
 
 // Makes the file with its folders; an old file of the name is overwritten.
 void WriteFile(const std::string& path, const std::string& content = "x");
-
-// True as soon as `condition` holds, false when it does not within a minute.
-bool WaitFor(const std::function<bool()>& condition);
 
 struct Item {
     std::string id;
@@ -67,13 +54,18 @@ int Count(const Filter& filter, int expected = MEDIA_CONTENT_ERROR_NONE);
 std::vector<Item> List(const Filter& filter, int expected = MEDIA_CONTENT_ERROR_NONE);
 std::vector<Item> ListFolder(const std::string& folderId, const Filter& filter = {});
 int CountFolder(const std::string& folderId, const Filter& filter = {});
-std::map<std::string, std::string> Folders(const Filter& filter = {});  // path to id
+Texts Folders(const Filter& filter = {});  // path to id
 Item Describe(media_info_h media);
 std::string Text(const std::function<int(char**)>& getter);
 
-std::map<std::string, std::string> IdsByPath(const Filter& filter = {});
 std::string StorageAt(const std::string& mountPath);  // its id, "" when there is none
 media_storage_scan_status_e ScanStatus(const std::string& storageId);
+
+// These two look into a database file directly, while no service has it open. The first adds a test
+// failure when SQLite finds the file damaged or the kept counts differ from the rows; the other
+// runs one statement and returns its first number.
+void ExpectSound(const std::string& databaseFile);
+long long Ask(const std::string& databaseFile, const std::string& sql);
 
 // Configures the service for a database in a temporary folder; shuts it down at the end and
 // expects that no scan and no record is left.
@@ -82,21 +74,26 @@ protected:
     MediaTest();
     ~MediaTest() override;
 
-    void Connect();
-    void Disconnect();
-    // Mounts the folder `name` of the sticks' folder and waits for the end of its scan.
+    void Connect() { ASSERT_EQ(media_content_connect(), 0); }
+    void Disconnect() { ASSERT_EQ(media_content_disconnect(), 0); }
+    // Mounts the folder `name` of the sticks' folder.
+    void StartMount(const std::string& name, const std::string& uuid, bool announced = true);
+    // ... waits for the end of its scan, and returns its id.
     std::string Mount(const std::string& name, const std::string& uuid);
     void WaitForScan(const std::string& storageId);
-    void Unmount(const std::string& name);
-    void ScanFolder(const std::string& path, bool recursive,
-                    media_content_error_e expected = MEDIA_CONTENT_ERROR_NONE);
+    void Unmount(const std::string& name) { platform::StorageUnmounted(Stick(name)); }
+    void ScanFolder(const std::string& name, bool recursive);
+    // Tells that these files or folders of the stick have changed: without any, that anything may
+    // have, and waits for the end of that scan.
+    void TellChanged(const std::string& stick, const std::vector<std::string>& names = {});
+    // The ids of what is listed below the folder, by their paths from there.
+    Texts Ids(const std::string& name, const Filter& filter = {}) const;
     std::string Stick(const std::string& name) const { return m_sticks / name; }
     std::string DatabaseFile() const { return m_state / "media.db"; }
 
 private:
-    TemporaryFolder m_sticks;
-    TemporaryFolder m_state;
-    int m_connections = 0;
+    test::TempFolder m_sticks;
+    test::TempFolder m_state;
 };
 
 }  // namespace media_test

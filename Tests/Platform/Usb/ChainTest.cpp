@@ -15,6 +15,7 @@
 #include "EndToEnd/Support/Crew.h"
 #include "EndToEnd/Support/ServiceTest.h"
 #include "MockDevices.h"
+#include "Platform/Support.h"
 
 namespace fs = std::filesystem;
 
@@ -36,8 +37,6 @@ class ChainTest : public ::testing::Test {
 protected:
     void SetUp() override {
         if (!g_ownNamespace) GTEST_SKIP() << "no mount namespace of its own for this test";
-        std::string pattern = "/tmp/usb-chain-XXXXXX";
-        folder = mkdtemp(&pattern[0]);
         if (!MakeLoop()) GTEST_SKIP() << "no ext4 image can be made a loop device here";
         ASSERT_EQ(0, mount("none", "/opt", "tmpfs", 0, nullptr)) << strerror(errno);
         fs::create_directories(kRoot);
@@ -57,7 +56,6 @@ protected:
         }
         umount2("/opt", MNT_DETACH);
         if (!loop.empty()) Line("losetup -d " + loop);
-        fs::remove_all(folder);
     }
 
     bool MakeLoop() {
@@ -81,24 +79,13 @@ protected:
             std::vector<std::string>{CONTENTS_MGR, "--address", "unix:path=" + Socket(), "--usb",
                                      "udev", "--database", folder + "/media.db"},
             folder + "/log", variables);
-        const auto deadline = std::chrono::steady_clock::now() + test::kDeadline;
-        while (!fs::exists(Socket()) && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::yield();
-        ASSERT_TRUE(fs::exists(Socket()));
+        ASSERT_TRUE(test::Until([this] { return fs::exists(Socket()); }));
     }
 
     void MountAt(const std::string& name) {
         fs::create_directory(kRoot / name);
         EXPECT_EQ(0,
                   Shell("mount -o ro,nosuid,nodev,noexec " + loop + " " + (kRoot / name).string()));
-    }
-
-    // A folder that is just being listed makes the kernel refuse for that moment.
-    void Unmount(const std::string& name) {
-        const auto deadline = std::chrono::steady_clock::now() + test::kDeadline;
-        while (umount((kRoot / name).c_str()) != 0 && errno == EBUSY &&
-               std::chrono::steady_clock::now() < deadline)
-            std::this_thread::yield();
     }
 
     // The storage of the next such event.
@@ -110,7 +97,9 @@ protected:
 
     std::string Socket() const { return folder + "/socket"; }
 
-    std::string folder, loop, uuid;
+    const test::TempFolder temporary;
+    const std::string folder = temporary.Path();
+    std::string loop, uuid;
     const std::string disk = DiskPath("stick", "loop");
     MockDevices mock;
     std::unique_ptr<test::Program> service;
@@ -141,7 +130,7 @@ TEST_F(ChainTest, AStickAndACameraComeAndGo) {
     mock.Send(disk, "change");
     EXPECT_EQ("7", Storage(client, "USB_DISCONNECTED")["deviceAddress"].asString());
 
-    Unmount("one");
+    Unmount(kRoot / "one");
     EXPECT_EQ(id, Storage(client, "USB_DISCONNECTED")["id"].asString());
     MountAt("two");  // the same stick at another place
     EXPECT_EQ(id, Storage(client, "USB_CONNECTED")["id"].asString());
@@ -163,7 +152,7 @@ TEST_F(ChainTest, AStickIsMountedAndUnmountedAtAnyMomentUnderThreeClients) {
         for (int cycle = 0; cycle < test::FromEnvironment("CM_CYCLES", 30); ++cycle) {
             ASSERT_EQ(0, mount(loop.c_str(), (kRoot / "one").c_str(), "ext4", MS_RDONLY, nullptr));
             std::this_thread::sleep_for(std::chrono::milliseconds(random() % 60));
-            Unmount("one");
+            Unmount(kRoot / "one");
             std::this_thread::sleep_for(std::chrono::milliseconds(random() % 60));
         }
     }

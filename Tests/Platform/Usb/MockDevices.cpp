@@ -5,8 +5,12 @@
 #include <sys/mount.h>
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+
+#include "Platform/Support.h"
 
 const char* const kBus = "/devices/pci0000:00/usb1/";
 
@@ -57,4 +61,13 @@ bool EnterOwnMountNamespace() {
 int Shell(const std::string& command) {
     const int status = system((command + " 2>&1").c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void Unmount(const std::string& path) {
+    int error = 0;
+    test::Until([&] {
+        error = umount(path.c_str()) == 0 ? 0 : errno;
+        return error != EBUSY;
+    });
+    EXPECT_EQ(0, error) << path << ": " << strerror(error);
 }

@@ -41,4 +41,7 @@ bool EnterOwnMountNamespace();
 // Runs a shell command; its exit status.
 int Shell(const std::string& command);
 
+// A folder that is just being listed makes the kernel refuse for that moment: not for good.
+void Unmount(const std::string& path);
+
 #endif

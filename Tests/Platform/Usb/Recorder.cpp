@@ -3,15 +3,13 @@
 #include <glib.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr std::chrono::seconds kDeadline{10};
 
 std::string Take(int (*get)(usb_device_s*, char**), usb_device_s* device) {
     char* text = nullptr;
@@ -28,6 +26,43 @@ int Take(int (*get)(usb_device_s*, Value*), usb_device_s* device) {
     return static_cast<int>(value);
 }
 
+std::string Describe(usb_device_s* device) {
+    std::ostringstream line;
+    line << Take(usb_device_get_devname, device) << ' ' << Take(usb_device_get_manufacturer, device)
+         << '/' << Take(usb_device_get_product, device) << '/'
+         << Take(usb_device_get_serial, device) << " \"" << Take(usb_device_get_partlabel, device)
+         << "\" " << std::hex << Take(usb_device_get_vendor_id, device) << std::dec << ' '
+         << Take(usb_device_get_bus, device) << ':' << Take(usb_device_get_address, device) << ' '
+         << Take(usb_device_get_class, device) << '.' << Take(usb_device_get_protocol, device)
+         << " #" << Take(usb_device_get_number, device) << " disk "
+         << Take(usb_mass_storage_get_disk_type, device) << " fs "
+         << Take(usb_mass_storage_get_filesystem_type, device) << " at "
+         << Take(usb_device_get_mountpath, device);
+    return line.str();
+}
+
+// Each thread of the service has a name of its own.
+int CountServiceThreads() {
+    int count = 0;
+    for (const auto& task : fs::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        count += name.rfind("usb-", 0) == 0;
+    }
+    return count;
+}
+
+// Without event descriptors: GLib's own worker makes some whenever it starts.
+int CountDescriptors() {
+    int count = 0;
+    for (const auto& descriptor : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;  // the one that lists them
+        const std::string target = fs::read_symlink(descriptor, gone).string();
+        count += target.find("[eventfd]") == std::string::npos;
+    }
+    return count;
+}
+
 }  // namespace
 
 Journal& Journal::Instance() {
@@ -41,7 +76,7 @@ void Journal::Add(const std::string& line) {
     m_added.notify_all();
 }
 
-std::vector<std::string> Journal::Lines() {
+Strings Journal::Lines() {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_lines;
 }
@@ -54,25 +89,22 @@ void Journal::Clear() {
     holdContentChanged = false;
 }
 
-bool Journal::WaitUntil(const std::function<bool(const std::vector<std::string>&)>& condition) {
+bool Journal::WaitForAny(const Strings& lines, int times) {
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (m_added.wait_for(lock, kDeadline, [&] { return condition(m_lines); })) return true;
-    std::string all;
-    for (const std::string& line : m_lines) all += line + "\n";
-    ADD_FAILURE() << "it never came; the journal holds:\n" << all;
+    const auto came = [&] {
+        return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+            return std::count(m_lines.begin(), m_lines.end(), line) >= times;
+        });
+    };
+    if (m_added.wait_for(lock, std::chrono::seconds(10), came)) return true;
+    ADD_FAILURE() << ::testing::PrintToString(lines) << " never came " << times
+                  << " times; the journal holds " << ::testing::PrintToString(m_lines);
     return false;
 }
 
-bool Journal::WaitFor(const std::string& line) {
-    SCOPED_TRACE("waiting for: " + line);
-    return WaitUntil([&](const std::vector<std::string>& lines) {
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
-    });
-}
-
-std::map<std::string, platform::MountedStorage> Journal::Storages() {
+platform::MountedStorage Journal::StorageAt(const std::string& path) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return m_storages;
+    return m_storages.at(path);
 }
 
 void Journal::SetStorage(const platform::MountedStorage& storage) {
@@ -84,6 +116,8 @@ void Journal::SetStorage(const platform::MountedStorage& storage) {
 namespace platform {
 
 void StorageMounted(const MountedStorage& storage) {
+    if (Journal::Instance().holdStorageMounted)
+        Journal::Instance().Add("held " + storage.mountPath);
     while (Journal::Instance().holdStorageMounted) std::this_thread::yield();
     Journal::Instance().SetStorage(storage);
     Journal::Instance().Add("db+ " + storage.mountPath);
@@ -118,27 +152,8 @@ MainLoop::~MainLoop() {
     m_thread.join();
 }
 
-Seen Read(usb_device_s* device) {
-    Seen seen;
-    seen.name = Take(usb_device_get_devname, device);
-    seen.vendor = Take(usb_device_get_manufacturer, device);
-    seen.product = Take(usb_device_get_product, device);
-    seen.serial = Take(usb_device_get_serial, device);
-    seen.mountPath = Take(usb_device_get_mountpath, device);
-    seen.label = Take(usb_device_get_partlabel, device);
-    seen.vendorId = Take(usb_device_get_vendor_id, device);
-    seen.address = Take(usb_device_get_address, device);
-    seen.bus = Take(usb_device_get_bus, device);
-    seen.deviceClass = Take(usb_device_get_class, device);
-    seen.protocol = Take(usb_device_get_protocol, device);
-    seen.number = Take(usb_device_get_number, device);
-    seen.diskType = Take(usb_mass_storage_get_disk_type, device);
-    seen.fileSystem = Take(usb_mass_storage_get_filesystem_type, device);
-    return seen;
-}
-
-std::vector<Seen> ListDevices(int deviceClass) {
-    std::vector<Seen> seen;
+Strings ListDevices(int deviceClass) {
+    Strings seen;
     usb_device_list_s* list = nullptr;
     if (usb_device_get_device_list(static_cast<usb_class_e>(deviceClass), &list) != 0) {
         ADD_FAILURE() << "no device list";
@@ -147,7 +162,7 @@ std::vector<Seen> ListDevices(int deviceClass) {
     usb_device_s* device = nullptr;
     int result = usb_device_list_get_first(list, &device);
     for (; result == 0; result = usb_device_list_get_next(list, &device))
-        seen.push_back(Read(device));
+        seen.push_back(Describe(device));
     EXPECT_EQ(USB_DEVICE_ERROR_NO_DEVICE, result);
     int count = -1;
     EXPECT_EQ(0, usb_device_list_get_count(list, &count));
@@ -156,50 +171,18 @@ std::vector<Seen> ListDevices(int deviceClass) {
     return seen;
 }
 
-std::string NameOf(const Seen& device) {
-    return device.mountPath == "n/a" ? device.product
-                                     : fs::path(device.mountPath).filename().string();
+std::string NameOf(usb_device_s* device) {
+    const std::string path = Take(usb_device_get_mountpath, device);
+    return path == "n/a" ? Take(usb_device_get_product, device)
+                         : fs::path(path).filename().string();
 }
 
 void RecordChange(usb_device_s* device, char* action, void*) {
-    Journal::Instance().Add(std::string(action) + " " + NameOf(Read(device)));
-}
-
-int CountServiceThreads() {
-    int count = 0;
-    for (const auto& task : fs::directory_iterator("/proc/self/task")) {
-        std::string name;
-        std::getline(std::ifstream(task.path() / "comm"), name);
-        count += name.rfind("usb-", 0) == 0;
-    }
-    return count;
-}
-
-// Without event descriptors: GLib's own worker makes some whenever it starts.
-int CountDescriptors() {
-    int count = 0;
-    for (const auto& descriptor : fs::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;  // the one that lists them
-        const std::string target = fs::read_symlink(descriptor, gone).string();
-        count += target.find("[eventfd]") == std::string::npos;
-    }
-    return count;
-}
-
-bool Eventually(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::yield();
-    }
-    return true;
+    Journal::Instance().Add(std::string(action) + " " + NameOf(device));
 }
 
 void UsbTest::SetUp() {
     Journal::Instance().Clear();
-    std::string pattern = (fs::temp_directory_path() / "usb-test-XXXXXX").string();
-    folder = mkdtemp(&pattern[0]);
-    root = folder / "usb";
     fs::create_directory(root);
     g_main_context_iteration(nullptr, FALSE);  // what GLib opens once is not counted below
     m_descriptors = CountDescriptors();
@@ -210,9 +193,8 @@ void UsbTest::TearDown() {
     platform::ShutdownUsbService();
     m_loop.reset();
     // The kernel lists a thread that was joined for a moment longer.
-    EXPECT_TRUE(Eventually([] { return CountServiceThreads() == 0; }));
+    EXPECT_TRUE(test::Until([] { return CountServiceThreads() == 0; }));
     EXPECT_EQ(m_descriptors, CountDescriptors());
-    fs::remove_all(folder);
 }
 
 void UsbTest::Start(platform::UsbBackEnd backEnd) {
@@ -228,4 +210,13 @@ void UsbTest::Start(platform::UsbBackEnd backEnd) {
 
 void UsbTest::WriteFile(const std::string& name, const std::string& content) {
     std::ofstream(root / name) << content;
+}
+
+void UsbTest::MakeFolders(const Strings& names) {
+    for (const std::string& name : names) fs::create_directories(root / name);
+}
+
+bool UsbTest::SawChangeIn(const std::string& name, const std::string& file) {
+    const std::string line = "changed " + PathOf(name);
+    return Journal::Instance().WaitForAny({line, line + "/" + file});
 }

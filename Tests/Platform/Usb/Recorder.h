@@ -7,24 +7,26 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <filesystem>
-#include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "MediaContent/MediaService.h"
+#include "Platform/Support.h"
 #include "UsbDevice.h"
 #include "UsbDevice/UsbService.h"
+
+using Strings = std::vector<std::string>;
 
 // One journal for the process. Its lines:
 //   db+ PATH          the database was told of a mounted storage
 //   db- PATH          ... of one that went
 //   changed PATH      ... of a change at that path
 //   anything on PATH  ... of changes on a storage that could be anywhere
-//   held PATH         ... of changes, and does not return yet
+//   held PATH         ... of a storage or of changes, and does not return yet
 //   ACTION NAME       a receiver was told; NAME is the last part of the mount path, else the
 //   product
 class Journal {
@@ -32,27 +34,37 @@ public:
     static Journal& Instance();
 
     void Add(const std::string& line);
-    std::vector<std::string> Lines();
+    Strings Lines();
     void Clear();
 
-    // Waits until the condition holds for the lines; false after ten seconds, with the lines as a
-    // test failure.
-    bool WaitUntil(const std::function<bool(const std::vector<std::string>&)>& condition);
-    bool WaitFor(const std::string& line);
+    // Waits until the journal holds any of the lines, or one of them so often; false after ten
+    // seconds, with what it holds as a test failure.
+    bool WaitForAny(const Strings& lines, int times = 1);
 
     // While set, StorageMounted and StorageContentChanged do not return.
     std::atomic<bool> holdStorageMounted{false};
     std::atomic<bool> holdContentChanged{false};
 
-    std::map<std::string, platform::MountedStorage> Storages();
+    platform::MountedStorage StorageAt(const std::string& path);  // as the database was told
     void SetStorage(const platform::MountedStorage& storage);
 
 private:
     std::mutex m_mutex;
     std::condition_variable m_added;
-    std::vector<std::string> m_lines;
+    Strings m_lines;  // these are guarded by m_mutex
     std::map<std::string, platform::MountedStorage> m_storages;
 };
+
+// All that the seam tells of the devices of a class, a line each:
+//   NODE VENDOR/PRODUCT/SERIAL "LABEL" VENDOR-ID BUS:ADDRESS CLASS.PROTOCOL #PARTITION
+//   disk TYPE fs TYPE at MOUNT-PATH
+Strings ListDevices(int deviceClass = USB_CLASS_ALL);
+
+// The last part of the mount path, or the product of a device without one.
+std::string NameOf(usb_device_s* device);
+
+// A receiver that writes what it hears into the journal.
+void RecordChange(usb_device_s* device, char* action, void* userData);
 
 // Runs the default main context, as the plugin's watchers do.
 class MainLoop {
@@ -65,26 +77,6 @@ private:
     std::thread m_thread;
 };
 
-// A device as it comes through the seam.
-struct Seen {
-    std::string name, vendor, product, serial, mountPath, label;
-    int vendorId = -1, address = -1, bus = -1, deviceClass = -1, protocol = -1, number = -1;
-    int diskType = -1, fileSystem = -1;
-};
-Seen Read(usb_device_s* device);
-std::vector<Seen> ListDevices(int deviceClass);
-std::string NameOf(const Seen& device);
-
-// A receiver that writes what it hears into the journal.
-void RecordChange(usb_device_s* device, char* action, void* userData);
-
-// Threads of the service: each has a name of its own.
-int CountServiceThreads();
-int CountDescriptors();
-
-// Looks until the condition holds; false after ten seconds.
-bool Eventually(const std::function<bool()>& condition);
-
 // A folder of its own, the service over it while the test runs, and the proof at the end that
 // nothing of it is left.
 class UsbTest : public ::testing::Test {
@@ -96,11 +88,22 @@ protected:
     void Start(platform::UsbBackEnd backEnd = platform::UsbBackEnd::Directory);
     std::string PathOf(const std::string& name) const { return (root / name).string(); }
     void WriteFile(const std::string& name, const std::string& content);
-    static bool WaitFor(const std::string& line) { return Journal::Instance().WaitFor(line); }
-    static std::vector<std::string> Lines() { return Journal::Instance().Lines(); }
+    void MakeFolders(const Strings& names);
+    static bool WaitFor(const std::string& line, int times = 1) {
+        return Journal::Instance().WaitForAny({line}, times);
+    }
+    bool SawChange(const std::string& name) { return WaitFor("changed " + PathOf(name)); }
+    // A change of the file, or of the folder when its watch came after the file.
+    bool SawChangeIn(const std::string& folder, const std::string& file);
+    static Strings Lines() { return Journal::Instance().Lines(); }
+    platform::MountedStorage StorageAt(const std::string& name) const {
+        return Journal::Instance().StorageAt(PathOf(name));
+    }
 
-    std::filesystem::path folder;  // holds the root, and whatever else a test needs
-    std::filesystem::path root;
+    test::TempFolder temporary;
+    const std::filesystem::path folder =
+        temporary.Path();  // holds the root and what else is needed
+    std::filesystem::path root = folder / "usb";
     std::string mountTable = "/proc/self/mountinfo";
 
 private:
