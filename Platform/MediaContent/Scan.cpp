@@ -17,9 +17,9 @@
 namespace platform {
 namespace {
 
-constexpr size_t BATCH = 500;                 // changes a transaction
-constexpr int64_t WRITE_EVERY_MS = 500;       // sooner when files are slow to read
-constexpr size_t GROUP = 32;                  // files that a worker gets at once
+constexpr size_t BATCH = 500;            // changes a transaction
+constexpr int64_t WRITE_EVERY_MS = 500;  // sooner when files are slow to read
+constexpr size_t GROUP = 32;             // files that a worker gets at once
 // Files with the workers, some megabytes: the walk goes on while the first helpers get ready.
 constexpr size_t MAX_READING = 128 * GROUP;
 constexpr uint64_t CHECKPOINT_EVERY = 20000;  // changes
