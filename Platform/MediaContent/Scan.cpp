@@ -39,9 +39,13 @@ FileFacts FactsOf(const struct stat& facts) {
             static_cast<int64_t>(facts.st_ino)};
 }
 
-void LearnFacts(Change& change, int file) {
+// What cannot be looked at now, short of descriptors for one, is there all the same: it gets facts
+// that no file has, so that the next scan takes it for changed. `error` is from opening it.
+void LearnFacts(Change& change, const FileHandle& file, int error) {
     struct stat facts {};
-    if (fstat(file, &facts) == 0 && S_ISREG(facts.st_mode)) change.facts = FactsOf(facts);
+    if (!file && !MeansGone(error)) change.facts = {0, 0, 0, 0};
+    if (file && fstat(file.Get(), &facts) == 0 && S_ISREG(facts.st_mode))
+        change.facts = FactsOf(facts);
 }
 
 bool StatBelow(int root, const std::string& folder, const std::string& name, struct stat& facts) {
@@ -50,7 +54,7 @@ bool StatBelow(int root, const std::string& folder, const std::string& name, str
 }
 
 // Opens files that mostly lie in the same folder as the one before: the way to the folder is then
-// gone once.
+// gone once. Without a handle errno says why.
 class FolderOpener {
 public:
     explicit FolderOpener(int root) : m_root(root) {}
@@ -92,10 +96,11 @@ bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& c
         FileHandle file =
             folder.OpenFile(change.folder, change.name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
         change.state = ItemState::UNREAD;
-        // One that may not be read is still there.
-        if (change.facts.size < 0)
-            LearnFacts(change, file ? file.Get()
-                                    : folder.OpenFile(change.folder, change.name, O_PATH).Get());
+        if (change.facts.size < 0 && file) LearnFacts(change, file, 0);
+        if (change.facts.size < 0 && !file) {  // one that may not be read is still there
+            const FileHandle seen = folder.OpenFile(change.folder, change.name, O_PATH);
+            LearnFacts(change, seen, errno);
+        }
         if (!file || change.facts.size < 0) continue;
         files.push_back({file.Get(), change.type, change.mime.c_str()});
         handles.push_back(std::move(file));

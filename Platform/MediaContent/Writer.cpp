@@ -19,7 +19,7 @@ constexpr const char* CONTENT_COLUMNS[] = {
     "orientation", "bit_rate", "duration",    "latitude", "longitude", "description",
     "album",       "artist",   "genre",       "composer", "copyright", "track"};
 
-// The change, and `title` when its file has none, stay as they are until the query has run.
+// The change and the title stay as they are until the query has run.
 void BindContent(Query& query, const Change& change, const std::string& title, bool pinned) {
     const Metadata& meta = change.metadata;
     query.Bind(static_cast<int64_t>(change.type)).Bind(change.facts.modified);
