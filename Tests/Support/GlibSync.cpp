@@ -56,9 +56,13 @@ void g_mutex_init(GMutex* mutex) {
     __atomic_store_n(&mutex->p, nullptr, __ATOMIC_RELEASE);
 }
 
+// Whoever clears a mutex knows by a count of references that nobody uses it any more, and that
+// count lies inside GLib too. Taking the lock once more puts this after the last unlock.
 void g_mutex_clear(GMutex* mutex) {
-    auto* own = static_cast<pthread_mutex_t*>(mutex->p);
+    auto* own = static_cast<pthread_mutex_t*>(__atomic_load_n(&mutex->p, __ATOMIC_ACQUIRE));
     if (own) {
+        pthread_mutex_lock(own);
+        pthread_mutex_unlock(own);
         pthread_mutex_destroy(own);
         delete own;
     }
