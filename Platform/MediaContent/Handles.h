@@ -5,7 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <string>
+#include <string_view>
 
 #include "MediaContent.h"
 #include "MediaContent/Records.h"
@@ -13,8 +13,8 @@
 namespace platform {
 
 // Heap memory for the receiver; a value that is not there is null.
-inline int GiveText(const std::string& text, char** out) {
-    char* copy = text.empty() ? nullptr : strdup(text.c_str());
+inline int GiveText(std::string_view text, char** out) {
+    char* copy = text.empty() ? nullptr : strndup(text.data(), text.size());
     if (!text.empty() && !copy) return MEDIA_CONTENT_ERROR_OUT_OF_MEMORY;
     *out = copy;
     return MEDIA_CONTENT_ERROR_NONE;

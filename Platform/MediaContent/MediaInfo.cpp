@@ -9,6 +9,7 @@
 
 using platform::GiveText;
 using platform::Guarded;
+using platform::ItemText;
 using platform::MediaRecord;
 using platform::Reader;
 using platform::Service;
@@ -23,9 +24,9 @@ int GiveNumber(Value value, Out* out) {
     return MEDIA_CONTENT_ERROR_NONE;
 }
 
-int GiveMember(media_info_h media, std::string media_info_s::*member, char** out) {
+int GiveMember(media_info_h media, ItemText which, char** out) {
     if (!media || !out) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
-    return GiveText(media->*member, out);
+    return GiveText(media->texts[which], out);
 }
 
 }  // namespace
@@ -75,16 +76,16 @@ int media_info_destroy(media_info_h media) {
 }
 
 int media_info_get_media_id(media_info_h media, char** media_id) {
-    return GiveMember(media, &media_info_s::id, media_id);
+    return GiveMember(media, ItemText::ID, media_id);
 }
 
 int media_info_get_file_path(media_info_h media, char** path) {
-    return GiveMember(media, &media_info_s::path, path);
+    if (!media || !path) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
+    return GiveText(media->texts.Path(), path);
 }
 
 int media_info_get_display_name(media_info_h media, char** name) {
-    if (!media || !name) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
-    return GiveText(media->path.substr(media->nameAt), name);
+    return GiveMember(media, ItemText::NAME, name);
 }
 
 int media_info_get_media_type(media_info_h media, media_content_type_e* type) {
@@ -93,7 +94,7 @@ int media_info_get_media_type(media_info_h media, media_content_type_e* type) {
 }
 
 int media_info_get_mime_type(media_info_h media, char** mime_type) {
-    return GiveMember(media, &media_info_s::mime, mime_type);
+    return GiveMember(media, ItemText::MIME, mime_type);
 }
 
 int media_info_get_size(media_info_h media, unsigned long long* size) {
@@ -118,11 +119,11 @@ int media_info_get_thumbnail_path(media_info_h media, char** path) {
 }
 
 int media_info_get_description(media_info_h media, char** description) {
-    return GiveMember(media, &media_info_s::description, description);
+    return GiveMember(media, ItemText::DESCRIPTION, description);
 }
 
 int media_info_get_title(media_info_h media, char** title) {
-    return GiveMember(media, &media_info_s::title, title);
+    return GiveMember(media, ItemText::TITLE, title);
 }
 
 // Nothing that the service reads carries a rating.

@@ -2,6 +2,7 @@
 #include "MediaContent/Handles.h"
 
 using platform::GiveText;
+using platform::ItemText;
 
 namespace {
 
@@ -23,9 +24,9 @@ int DropMeta(Meta* meta) {
 }
 
 template <typename Meta>
-int GiveMember(Meta* meta, std::string media_info_s::*member, char** out) {
+int GiveMember(Meta* meta, ItemText which, char** out) {
     if (!meta || !out) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
-    return GiveText(meta->item->*member, out);
+    return GiveText(meta->item->texts[which], out);
 }
 
 template <typename Meta>
@@ -60,27 +61,27 @@ int audio_meta_destroy(audio_meta_h audio) {
 }
 
 int audio_meta_get_album(audio_meta_h audio, char** album) {
-    return GiveMember(audio, &media_info_s::album, album);
+    return GiveMember(audio, ItemText::ALBUM, album);
 }
 
 int audio_meta_get_artist(audio_meta_h audio, char** artist) {
-    return GiveMember(audio, &media_info_s::artist, artist);
+    return GiveMember(audio, ItemText::ARTIST, artist);
 }
 
 int audio_meta_get_genre(audio_meta_h audio, char** genre) {
-    return GiveMember(audio, &media_info_s::genre, genre);
+    return GiveMember(audio, ItemText::GENRE, genre);
 }
 
 int audio_meta_get_composer(audio_meta_h audio, char** composer) {
-    return GiveMember(audio, &media_info_s::composer, composer);
+    return GiveMember(audio, ItemText::COMPOSER, composer);
 }
 
 int audio_meta_get_copyright(audio_meta_h audio, char** copyright) {
-    return GiveMember(audio, &media_info_s::copyright, copyright);
+    return GiveMember(audio, ItemText::COPYRIGHT, copyright);
 }
 
 int audio_meta_get_track_num(audio_meta_h audio, char** track_num) {
-    return GiveMember(audio, &media_info_s::track, track_num);
+    return GiveMember(audio, ItemText::TRACK, track_num);
 }
 
 int audio_meta_get_bit_rate(audio_meta_h audio, int* bit_rate) {
@@ -126,9 +127,9 @@ int video_meta_get_height(video_meta_h video, int* height) {
 }
 
 int video_meta_get_album(video_meta_h video, char** album) {
-    return GiveMember(video, &media_info_s::album, album);
+    return GiveMember(video, ItemText::ALBUM, album);
 }
 
 int video_meta_get_genre(video_meta_h video, char** genre) {
-    return GiveMember(video, &media_info_s::genre, genre);
+    return GiveMember(video, ItemText::GENRE, genre);
 }

@@ -64,13 +64,12 @@ std::string FolderPrefix(const std::string& mountPath, const std::string& folder
 }
 
 void FillRecord(const Query& query, media_info_s& record) {
-    record.path += query.View(3);
+    for (const int text : {3, 8, 9, 17, 18, 19, 20, 21, 22, 23})  // in the order of ItemText
+        record.texts.Add(query.View(text));
     record.type = static_cast<media_content_type_e>(query.Int(4));
     record.added = query.Int(5);
     record.modified = query.Int(6);
     record.size = query.Int(7);
-    record.mime = query.View(8);
-    record.title = query.View(9);
     record.width = static_cast<int32_t>(query.Int(10));
     record.height = static_cast<int32_t>(query.Int(11));
     record.orientation = static_cast<int32_t>(query.Int(12));
@@ -78,13 +77,6 @@ void FillRecord(const Query& query, media_info_s& record) {
     record.duration = static_cast<int32_t>(query.Int(14));
     record.latitude = query.Real(15);
     record.longitude = query.Real(16);
-    record.description = query.View(17);
-    record.album = query.View(18);
-    record.artist = query.View(19);
-    record.genre = query.View(20);
-    record.composer = query.View(21);
-    record.copyright = query.View(22);
-    record.track = query.View(23);
 }
 
 constexpr const char* RECORD =

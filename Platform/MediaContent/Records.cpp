@@ -31,8 +31,8 @@ bool TryHold(media_info_s& record) {
 
 bool IsSame(const media_info_s& record, int64_t revision, const std::string& id,
             const std::string& folderPath) {
-    return record.revision == revision && record.id == id &&
-           record.path.compare(0, record.nameAt, folderPath) == 0;
+    return record.revision == revision && record.texts[ItemText::ID] == id &&
+           record.texts[ItemText::FOLDER] == folderPath;
 }
 
 // Only for records whose count is 0.
@@ -48,6 +48,19 @@ void Forget(media_info_s* record) {
 
 }  // namespace
 
+void ItemTexts::Add(std::string_view text) {
+    m_letters += text;
+    m_ends.at(m_count++) = static_cast<uint32_t>(m_letters.size());
+}
+
+std::string_view ItemTexts::Between(ItemText first, ItemText last) const {
+    const auto from = static_cast<uint32_t>(first);
+    const auto to = static_cast<uint32_t>(last);
+    if (to >= m_count) return {};
+    const uint32_t begin = from == 0 ? 0 : m_ends[from - 1];
+    return std::string_view(m_letters).substr(begin, m_ends[to] - begin);
+}
+
 MediaRecord ShareRecord(int64_t number, int64_t revision, const std::string& id,
                         const std::string& folderPath,
                         const std::function<void(media_info_s&)>& fill) {
@@ -58,10 +71,10 @@ MediaRecord ShareRecord(int64_t number, int64_t revision, const std::string& id,
         return MediaRecord(known, false);
     known = nullptr;
     auto made = std::make_unique<media_info_s>(number, revision);
-    made->id = id;
-    made->path = folderPath;
-    made->nameAt = folderPath.size();
+    made->texts.Add(id);
+    made->texts.Add(folderPath);
     fill(*made);
+    made->texts.Seal();
     known = made.release();
     return MediaRecord(known);
 }

@@ -2,11 +2,13 @@
 #ifndef PLATFORM_MEDIA_CONTENT_RECORDS_H
 #define PLATFORM_MEDIA_CONTENT_RECORDS_H
 
+#include <array>
 #include <atomic>
 #include <boost/intrusive_ptr.hpp>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "MediaContent.h"
 
@@ -21,6 +23,47 @@ struct video_meta_s {
     media_info_s* item;
 };
 
+namespace platform {
+
+// In the order in which they are added.
+enum class ItemText {
+    ID,
+    FOLDER,  // absolute, with a slash at its end
+    NAME,
+    MIME,
+    TITLE,
+    DESCRIPTION,
+    ALBUM,
+    ARTIST,
+    GENRE,
+    COMPOSER,
+    COPYRIGHT,
+    TRACK,
+    COUNT
+};
+
+// All texts of an item in one piece of memory. Some clients of the C interface keep their clones to
+// the end of the process; twelve strings of their own would double what each of them costs.
+class ItemTexts {
+public:
+    // The next text. Not thread-safe.
+    void Add(std::string_view text);
+    // No more will come.
+    void Seal() { m_letters.shrink_to_fit(); }
+    // Valid as long as this object; empty for what was not added.
+    std::string_view operator[](ItemText text) const { return Between(text, text); }
+    std::string_view Path() const { return Between(ItemText::FOLDER, ItemText::NAME); }
+
+private:
+    std::string_view Between(ItemText first, ItemText last) const;
+
+    std::string m_letters;
+    std::array<uint32_t, static_cast<size_t>(ItemText::COUNT)> m_ends{};
+    uint32_t m_count = 0;
+};
+
+}  // namespace platform
+
 // Filled in by whoever makes it; never changed once it is shared.
 struct media_info_s {
     media_info_s(int64_t itemNumber, int64_t itemRevision);
@@ -30,18 +73,7 @@ struct media_info_s {
 
     const int64_t number;
     const int64_t revision;
-    std::string id;
-    std::string path;   // absolute
-    size_t nameAt = 0;  // where the name begins in `path`
-    std::string mime;
-    std::string title;
-    std::string description;
-    std::string album;
-    std::string artist;
-    std::string genre;
-    std::string composer;
-    std::string copyright;
-    std::string track;
+    platform::ItemTexts texts;
     media_content_type_e type = MEDIA_CONTENT_TYPE_OTHERS;
     int32_t width = 0;
     int32_t height = 0;
@@ -81,10 +113,10 @@ using FolderRecord = boost::intrusive_ptr<media_folder_s>;
 using StorageRecordPtr = boost::intrusive_ptr<StorageRecord>;
 
 // The record of one version of one item: the one that somebody still holds, or else a new one that
-// `fill` completes. The same unchanged item is therefore one object however often it is read, and
-// whoever keeps clones for ever keeps at most one record an item. `id` and `folderPath` (absolute,
-// with a slash at its end) tell databases and mount points apart. Any thread; `fill` runs under the
-// table's lock when it runs.
+// `fill` completes, with the texts from the name on. The same unchanged item is therefore one
+// object however often it is read, and whoever keeps clones for ever keeps at most one record an
+// item. `id` and `folderPath` (absolute, with a slash at its end) tell databases and mount points
+// apart. Any thread; `fill` runs under the table's lock when it runs.
 MediaRecord ShareRecord(int64_t number, int64_t revision, const std::string& id,
                         const std::string& folderPath,
                         const std::function<void(media_info_s&)>& fill);
