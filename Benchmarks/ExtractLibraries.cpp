@@ -22,7 +22,7 @@
 #include "MediaContent/Extract/Extractor.h"
 #include "MediaContent/Extract/MediaTypes.h"
 #include "MediaContent/Extract/ReadMetadata.h"
-#include "MediaContent/Extract/UniqueFd.h"
+#include "Process/UniqueFd.h"
 
 extern "C" {
 #include <libavformat/avformat.h>

@@ -41,7 +41,7 @@ FileFacts FactsOf(const struct stat& facts) {
 
 // What cannot be looked at now, short of descriptors for one, is there all the same: it gets facts
 // that no file has, so that the next scan takes it for changed. `error` is from opening it.
-void LearnFacts(Change& change, const FileHandle& file, int error) {
+void LearnFacts(Change& change, const UniqueFd& file, int error) {
     struct stat facts {};
     if (!file && !MeansGone(error)) change.facts = {0, 0, 0, 0};
     if (file && fstat(file.Get(), &facts) == 0 && S_ISREG(facts.st_mode))
@@ -49,7 +49,7 @@ void LearnFacts(Change& change, const FileHandle& file, int error) {
 }
 
 bool StatBelow(int root, const std::string& folder, const std::string& name, struct stat& facts) {
-    const FileHandle opened = OpenBelow(root, folder, O_PATH | O_DIRECTORY);
+    const UniqueFd opened = OpenBelow(root, folder, O_PATH | O_DIRECTORY);
     return opened && fstatat(opened.Get(), name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
@@ -59,18 +59,18 @@ class FolderOpener {
 public:
     explicit FolderOpener(int root) : m_root(root) {}
 
-    FileHandle OpenFile(const std::string& folder, const std::string& name, int flags) {
+    UniqueFd OpenFile(const std::string& folder, const std::string& name, int flags) {
         if (!m_folder || folder != m_path) {
             m_folder = OpenBelow(m_root, folder, O_PATH | O_DIRECTORY);
             m_path = folder;
         }
-        return m_folder ? OpenBelow(m_folder.Get(), name, flags) : FileHandle();
+        return m_folder ? OpenBelow(m_folder.Get(), name, flags) : UniqueFd();
     }
 
 private:
     const int m_root;
     std::string m_path;
-    FileHandle m_folder;
+    UniqueFd m_folder;
 };
 
 // A file of which not even the ends can be read is no bad file: its stick has gone, or is failing.
@@ -86,19 +86,19 @@ bool IsReadable(int file) {
 
 bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& changes,
                       const std::atomic<bool>& cancel) {
-    std::vector<FileHandle> handles;
+    std::vector<UniqueFd> handles;
     std::vector<ExtractFile> files;
     std::vector<Change*> asked;
     FolderOpener folder(root);
     for (Change& change : changes) {
         change.state = ItemState::READ;
         if (change.type == MEDIA_CONTENT_TYPE_OTHERS) continue;
-        FileHandle file =
+        UniqueFd file =
             folder.OpenFile(change.folder, change.name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
         change.state = ItemState::UNREAD;
         if (change.facts.size < 0 && file) LearnFacts(change, file, 0);
         if (change.facts.size < 0 && !file) {  // one that may not be read is still there
-            const FileHandle seen = folder.OpenFile(change.folder, change.name, O_PATH);
+            const UniqueFd seen = folder.OpenFile(change.folder, change.name, O_PATH);
             LearnFacts(change, seen, errno);
         }
         if (!file || change.facts.size < 0) continue;
@@ -161,7 +161,7 @@ media_content_error_e Scan::Run() {
 }
 
 media_content_error_e Scan::OpenRoot() {
-    m_root = FileHandle(open(m_mount.path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    m_root = UniqueFd(open(m_mount.path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct statfs fileSystem {};
     if (!m_root || fstat(m_root.Get(), &m_rootFacts) != 0) {
         PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "scan of %s: %s", m_mount.path.c_str(),
@@ -207,7 +207,7 @@ media_content_error_e Scan::ScanFolder(const ScanTarget& target) {
         Keep(path, 0);
         return MEDIA_CONTENT_ERROR_NONE;
     }
-    const FileHandle folder = OpenBelow(m_root.Get(), path, O_RDONLY | O_DIRECTORY);
+    const UniqueFd folder = OpenBelow(m_root.Get(), path, O_RDONLY | O_DIRECTORY);
     struct stat facts {};
     const int openError = !folder || fstat(folder.Get(), &facts) != 0 ? errno : 0;
     if (openError == 0 && facts.st_dev != m_rootFacts.st_dev) return MEDIA_CONTENT_ERROR_NONE;
@@ -244,8 +244,7 @@ bool Scan::LooksUnmounted(const FolderContent& content) const {
     return fstatat(m_root.Get(), "..", &parent, 0) != 0 || parent.st_dev == m_rootFacts.st_dev;
 }
 
-void Scan::ScanFiles(const FileHandle& folder, const std::string& path,
-                     const FolderContent& content,
+void Scan::ScanFiles(const UniqueFd& folder, const std::string& path, const FolderContent& content,
                      std::unordered_map<std::string, KnownItem> known) {
     for (const FolderEntry& entry : content.files) {
         if (m_activity.cancel) return;
@@ -257,7 +256,7 @@ void Scan::ScanFiles(const FileHandle& folder, const std::string& path,
 }
 
 // Takes what is still there out of `known`.
-void Scan::ScanFile(const FileHandle& folder, const std::string& path, const std::string& name,
+void Scan::ScanFile(const UniqueFd& folder, const std::string& path, const std::string& name,
                     std::unordered_map<std::string, KnownItem>& known) {
     Change change;
     const char* mime = "application/octet-stream";
@@ -421,7 +420,7 @@ bool Scan::IsKept(const std::string& path) const {
 void Scan::FindGoneFolders() {
     for (const std::string& path : m_knownFolders) {
         if (IsKept(path)) continue;
-        const FileHandle opened = OpenBelow(m_root.Get(), path, O_PATH | O_DIRECTORY);
+        const UniqueFd opened = OpenBelow(m_root.Get(), path, O_PATH | O_DIRECTORY);
         const bool gone = !opened && MeansGone(errno);
         if (!gone && !IsExcluded(m_root.Get(), path)) continue;
         for (const auto& [name, item] : m_reader.KnownItems(m_storage, path))

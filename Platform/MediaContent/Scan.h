@@ -63,9 +63,9 @@ private:
     media_content_error_e WalkAll();
     media_content_error_e ScanFolder(const ScanTarget& target);
     bool LooksUnmounted(const FolderContent& content) const;
-    void ScanFiles(const FileHandle& folder, const std::string& path, const FolderContent& content,
+    void ScanFiles(const UniqueFd& folder, const std::string& path, const FolderContent& content,
                    std::unordered_map<std::string, KnownItem> known);
-    void ScanFile(const FileHandle& folder, const std::string& path, const std::string& name,
+    void ScanFile(const UniqueFd& folder, const std::string& path, const std::string& name,
                   std::unordered_map<std::string, KnownItem>& known);
     void CompareFile(Change change, const KnownItem& known);
     void NewFile(Change change);
@@ -91,7 +91,7 @@ private:
     const std::vector<ScanTarget> m_targets;
     Reader m_reader;
 
-    FileHandle m_root;
+    UniqueFd m_root;
     struct stat m_rootFacts {};
     bool m_heldItems = false;    // the storage had items before
     bool m_stableInodes = true;  // the file system keeps inode numbers from mount to mount

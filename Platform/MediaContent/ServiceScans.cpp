@@ -181,8 +181,8 @@ int Service::Insert(const char* path, MediaRecord& record) {
     const EnteredActivity entered(m_activities, activity);
     const int64_t storage = mount->number;
     if (activity->cancel || storage == 0) return MEDIA_CONTENT_ERROR_NOT_FOUND;
-    const FileHandle root(open(mount->path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    const FileHandle file = OpenBelow(root.Get(), below, O_PATH);
+    const UniqueFd root(open(mount->path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const UniqueFd file = OpenBelow(root.Get(), below, O_PATH);
     struct stat facts {};
     if (!file || fstat(file.Get(), &facts) != 0) return MEDIA_CONTENT_ERROR_NOT_FOUND;
     if (!S_ISREG(facts.st_mode)) return MEDIA_CONTENT_ERROR_UNSUPPORTED;

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <utility>
 
 namespace platform {
 namespace {
@@ -27,50 +26,35 @@ unsigned char TypeOf(int folder, const dirent& entry) {
 }
 
 // For kernels and sandboxes without openat2: one part after the other, none of them a link.
-FileHandle OpenStepwise(int root, const std::string& path, int flags) {
-    FileHandle at(openat(root, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+UniqueFd OpenStepwise(int root, const std::string& path, int flags) {
+    UniqueFd at(openat(root, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
     size_t begin = 0;
     while (at) {
         const size_t slash = path.find('/', begin);
         const std::string part = path.substr(begin, slash - begin);
         if (slash == std::string::npos)
-            return FileHandle(openat(at.Get(), part.c_str(), flags | O_NOFOLLOW | O_CLOEXEC));
-        at = FileHandle(
-            openat(at.Get(), part.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            return UniqueFd(openat(at.Get(), part.c_str(), flags | O_NOFOLLOW | O_CLOEXEC));
+        at =
+            UniqueFd(openat(at.Get(), part.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         begin = slash + 1;
     }
     return at;
 }
 
 bool HoldsNoMedia(int root, const std::string& folder) {
-    const FileHandle opened = OpenBelow(root, folder, O_PATH | O_DIRECTORY);
+    const UniqueFd opened = OpenBelow(root, folder, O_PATH | O_DIRECTORY);
     struct stat facts {};
     return opened && fstatat(opened.Get(), ".nomedia", &facts, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 }  // namespace
 
-FileHandle& FileHandle::operator=(FileHandle&& other) noexcept {
-    if (this == &other) return *this;
-    if (m_fd >= 0) close(m_fd);
-    m_fd = other.Release();
-    return *this;
-}
-
-FileHandle::~FileHandle() {
-    if (m_fd >= 0) close(m_fd);
-}
-
-int FileHandle::Release() {
-    return std::exchange(m_fd, -1);
-}
-
-FileHandle OpenBelow(int root, const std::string& path, int flags) {
-    if (path.empty()) return FileHandle(openat(root, ".", flags | O_CLOEXEC));
+UniqueFd OpenBelow(int root, const std::string& path, int flags) {
+    if (path.empty()) return UniqueFd(openat(root, ".", flags | O_CLOEXEC));
     struct open_how how {};
     how.flags = static_cast<uint64_t>(flags | O_NOFOLLOW | O_CLOEXEC);
     how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV | RESOLVE_NO_MAGICLINKS;
-    FileHandle opened(static_cast<int>(syscall(SYS_openat2, root, path.c_str(), &how, sizeof how)));
+    UniqueFd opened(static_cast<int>(syscall(SYS_openat2, root, path.c_str(), &how, sizeof how)));
     if (!opened && (errno == ENOSYS || errno == EPERM)) return OpenStepwise(root, path, flags);
     return opened;
 }
@@ -79,8 +63,8 @@ bool MeansGone(int error) {
     return error == ENOENT || error == ENOTDIR || error == ELOOP || error == EXDEV;
 }
 
-int ReadFolder(const FileHandle& folder, FolderContent& content) {
-    FileHandle copy(fcntl(folder.Get(), F_DUPFD_CLOEXEC, 0));
+int ReadFolder(const UniqueFd& folder, FolderContent& content) {
+    UniqueFd copy(fcntl(folder.Get(), F_DUPFD_CLOEXEC, 0));
     const std::unique_ptr<DIR, FolderCloser> stream(copy ? fdopendir(copy.Get()) : nullptr);
     if (!stream) return errno;
     copy.Release();  // now the stream's

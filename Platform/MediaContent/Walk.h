@@ -8,28 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "Process/UniqueFd.h"
+
 namespace platform {
-
-// Owns a file descriptor; -1 for none.
-class FileHandle {
-public:
-    FileHandle() = default;
-    explicit FileHandle(int fd) : m_fd(fd) {}
-    FileHandle(FileHandle&& other) noexcept : m_fd(other.Release()) {}
-    FileHandle& operator=(FileHandle&& other) noexcept;
-    ~FileHandle();
-    explicit operator bool() const { return m_fd >= 0; }
-    int Get() const { return m_fd; }
-    int Release();
-
-private:
-    int m_fd = -1;
-};
 
 // Opens `path`, relative to the folder open at `root` ("" for that folder itself), with `flags` as
 // open takes them. No part of the path may be a symbolic link or lie on another file system.
 // None with errno on failure.
-FileHandle OpenBelow(int root, const std::string& path, int flags);
+UniqueFd OpenBelow(int root, const std::string& path, int flags);
 
 // The errno of an OpenBelow that means "there is no such thing in this storage", as against one
 // that could not be looked at now.
@@ -48,7 +34,7 @@ struct FolderContent {
 };
 
 // Reads the folder open at `folder`. Returns 0 or an errno.
-int ReadFolder(const FileHandle& folder, FolderContent& content);
+int ReadFolder(const UniqueFd& folder, FolderContent& content);
 
 inline bool IsHidden(const std::string& name) {
     return name.empty() || name[0] == '.';

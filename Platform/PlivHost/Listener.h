@@ -4,9 +4,9 @@
 
 #include <functional>
 
-#include "MediaContent/Extract/UniqueFd.h"
 #include "PlivHost/GlibPtr.h"
 #include "PlivHost/HostLoop.h"
+#include "Process/UniqueFd.h"
 
 namespace platform {
 

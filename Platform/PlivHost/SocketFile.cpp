@@ -106,15 +106,8 @@ ino_t InodeOf(const std::string& path) {
 
 SocketFile::LockFile::LockFile(const std::string& path)
     : m_file(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
-    if (m_file < 0) Refuse("cannot make the lock file of", path, strerror(errno));
-    if (!StaysTrue([this] { return flock(m_file, LOCK_EX | LOCK_NB) != 0; })) return;
-    close(m_file);
-    RefuseLive(path);
-}
-
-// The file stays: removing it would let two processes each hold a lock of that name.
-SocketFile::LockFile::~LockFile() {
-    close(m_file);
+    if (!m_file) Refuse("cannot make the lock file of", path, strerror(errno));
+    if (StaysTrue([this] { return flock(m_file.Get(), LOCK_EX | LOCK_NB) != 0; })) RefuseLive(path);
 }
 
 SocketFile::SocketFile(std::string path)

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "PlivHost/GlibPtr.h"
+#include "Process/UniqueFd.h"
 
 namespace platform {
 
@@ -24,15 +25,13 @@ public:
     GSocket* Socket() const { return m_socket.get(); }
 
 private:
+    // The file stays: removing it would let two processes each hold a lock of that name.
     class LockFile {
     public:
         explicit LockFile(const std::string& path);
-        ~LockFile();
-        LockFile(const LockFile&) = delete;
-        LockFile& operator=(const LockFile&) = delete;
 
     private:
-        int m_file;
+        UniqueFd m_file;
     };
 
     const std::string m_path;

@@ -10,7 +10,7 @@
 #include <memory>
 #include <optional>
 
-#include "MediaContent/Extract/UniqueFd.h"
+#include "Process/UniqueFd.h"
 
 namespace platform {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "MediaContent/Extract/UniqueFd.h"
+#include "Process/UniqueFd.h"
 
 namespace platform {
 

@@ -7,7 +7,7 @@
 #include <map>
 #include <string>
 
-#include "MediaContent/Extract/UniqueFd.h"
+#include "Process/UniqueFd.h"
 
 struct inotify_event;
 

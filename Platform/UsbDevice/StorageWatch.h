@@ -11,7 +11,7 @@
 #include <set>
 #include <string>
 
-#include "MediaContent/Extract/UniqueFd.h"
+#include "Process/UniqueFd.h"
 
 struct inotify_event;
 

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "MediaContent/Extract/UniqueFd.h"
+#include "Process/UniqueFd.h"
 
 namespace platform {
 

@@ -20,7 +20,7 @@
 #include "MediaContent/Extract/Protocol.h"
 #include "MediaContent/Extract/ReadMetadata.h"
 #include "MediaContent/Extract/Sandbox.h"
-#include "MediaContent/Extract/UniqueFd.h"
+#include "Process/UniqueFd.h"
 
 namespace {
 

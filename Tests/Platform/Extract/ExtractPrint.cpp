@@ -6,8 +6,8 @@
 #include <string>
 
 #include "MediaContent/Extract/MediaTypes.h"
-#include "MediaContent/Extract/UniqueFd.h"
 #include "MetadataJson.h"
+#include "Process/UniqueFd.h"
 
 int main(int argc, char** argv) {
     platform::ExtractorOptions options;

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "MediaContent/Extract/Extractor.h"
-#include "MediaContent/Extract/UniqueFd.h"
 #include "Platform/Support.h"
+#include "Process/UniqueFd.h"
 
 using test::TempFolder;
 

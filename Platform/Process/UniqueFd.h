@@ -1,6 +1,6 @@
 // A file descriptor with one owner.
-#ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_UNIQUE_FD_H
-#define PLATFORM_MEDIA_CONTENT_EXTRACT_UNIQUE_FD_H
+#ifndef PLATFORM_PROCESS_UNIQUE_FD_H
+#define PLATFORM_PROCESS_UNIQUE_FD_H
 
 #include <unistd.h>
 
