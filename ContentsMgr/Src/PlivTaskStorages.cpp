@@ -1,15 +1,13 @@
-// The connection to the platform, and the discovery of attached storages.
+// The discovery of attached storages.
 #include <boost/make_shared.hpp>
 #include <cstring>
-#include <utility>
 
 #include "Log.h"
 #include "MediaFilter.h"
+#include "PlatformLists.h"
 #include "PlatformText.h"
 #include "PlivTaskContentsMgr.h"
 #include "StorageRecord.h"
-#include "SyncCompletionWatcher.h"
-#include "USBConnectionWatcher.h"
 #include "UsbRoot.h"
 
 namespace dorn {
@@ -17,63 +15,6 @@ namespace {
 
 constexpr int kPairingPasses = 3;
 constexpr int kDeviceListFailureLines = 10;  // repeated so that it stands out in a busy log
-
-// The database's storage handles of one listing.
-class StorageHandles {
-public:
-    StorageHandles() = default;
-    ~StorageHandles() {
-        for (void* handle : m_handles) media_storage_destroy(handle);
-    }
-    StorageHandles(const StorageHandles&) = delete;
-    StorageHandles& operator=(const StorageHandles&) = delete;
-
-    void List(media_filter_h filter) {
-        media_storage_foreach_storage_from_db(filter, CPlivTaskContentsMgr::s_GetStorageCallback,
-                                              &m_handles);
-    }
-    int Size() const { return static_cast<int>(m_handles.size()); }
-    std::vector<void*>::const_iterator begin() const { return m_handles.begin(); }
-    std::vector<void*>::const_iterator end() const { return m_handles.end(); }
-
-private:
-    std::vector<void*> m_handles;
-};
-
-// One list of devices, given back through the task manager.
-class UsbList {
-public:
-    explicit UsbList(CPlivTaskContentsMgr& task) : m_task(task) {}
-    ~UsbList() { Free(); }
-    UsbList(const UsbList&) = delete;
-    UsbList& operator=(const UsbList&) = delete;
-
-    int Get(usb_class_e deviceClass) { return usb_device_get_device_list(deviceClass, &m_list); }
-    void Free() { m_task.m_DestroyUSBList(std::exchange(m_list, nullptr)); }
-
-    int Count() const {
-        int count = 0;
-        usb_device_list_get_count(m_list, &count);
-        return count;
-    }
-
-    // The walk's next device: of index 0 first, then one after the other. Null, and logged, when
-    // it cannot be had.
-    usb_device_s* At(int index) {
-        usb_device_s* device = nullptr;
-        if (index == 0) {
-            if (usb_device_list_get_first(m_list, &device) != 0)
-                CM_PROGRESS(" FAILED TO usb_device_list_get_first \n");
-        } else if (usb_device_list_get_next(m_list, &device) != 0) {
-            CM_PROGRESS(" FAILED TO usb_device_list_get_next \n");
-        }
-        return device;
-    }
-
-private:
-    CPlivTaskContentsMgr& m_task;
-    usb_device_list_s* m_list = nullptr;
-};
 
 std::string MountPath(usb_device_s* device) {
     CM_PLATFORM_TEXT(path, usb_device_get_mountpath, device);
@@ -96,114 +37,7 @@ void LogDeviceListFailure(int error) {
         CM_PROGRESS(" FAILED TO usb_device_get_device_list \n");
 }
 
-// Copies one text of the device into the record.
-void CopyText(CMediaStorage& storage, usb_device_s* device, int (*getter)(usb_device_s*, char**),
-              void (CMediaStorage::*setter)(const char*)) {
-    CM_PLATFORM_TEXT(text, getter, device);
-    (storage.*setter)(text.Get());
-}
-
-// Copies one number; what cannot be read becomes `fallback`.
-template <typename Value, typename Argument>
-void CopyValue(CMediaStorage& storage, usb_device_s* device, int (*getter)(usb_device_s*, Value*),
-               void (CMediaStorage::*setter)(Argument), Value fallback) {
-    Value value = fallback;
-    static_cast<void>(getter(device, &value));
-    (storage.*setter)(value);
-}
-
 }  // namespace
-
-void FillStorageFromDevice(CMediaStorage& storage, usb_device_s* device) {
-    using S = CMediaStorage;
-    CopyText(storage, device, usb_device_get_devname, &S::SetDeviceName);
-    CopyValue(storage, device, usb_mass_storage_get_disk_type, &S::SetDiskType, DISK_TYPE_UNKNOWN);
-    CopyText(storage, device, usb_device_get_manufacturer, &S::SetManufacturer);
-    CopyValue(storage, device, usb_device_get_vendor_id, &S::SetVendorID, 0);
-    CopyValue(storage, device, usb_mass_storage_get_filesystem_type, &S::SetFileSystem,
-              FSTYPE_OTHER);
-    CopyText(storage, device, usb_device_get_product, &S::SetModelName);
-    CopyText(storage, device, usb_device_get_serial, &S::SetSerial);
-    CopyText(storage, device, usb_device_get_mountpath, &S::SetMountPath);
-    CopyText(storage, device, usb_device_get_partlabel, &S::SetPartitionLabel);
-    CopyValue(storage, device, usb_device_get_address, &S::SetAddress, 0);
-    CopyValue(storage, device, usb_device_get_bus, &S::SetBus, 0);
-    CopyValue(storage, device, usb_device_get_class, &S::SetDeviceClass, USB_CLASS_ALL);
-}
-
-bool CPlivTaskContentsMgr::Connect() {
-    if (m_connected) {
-        CM_PROGRESS(" Media is already Connected");
-        return true;
-    }
-    if (media_content_connect() != 0) {
-        CM_PROGRESS("failed to Media_content_connect");
-        return false;
-    }
-    CM_PROGRESS("start usb_device_init...\n");
-    if (usb_device_init() != 0) {
-        CM_PROGRESS("failed to usb_device_init \n");
-        return false;
-    }
-    {
-        GMutexLock lock(m_storageMutex);
-        m_storages.clear();
-        if (!m_GetStorages(m_storages)) return m_CloseAfterFailedConnect();
-    }
-    m_StartWatchers();
-    m_connected = true;
-    return true;
-}
-
-// The database first; while it will not let go, the USB service is left as it is.
-bool CPlivTaskContentsMgr::m_CloseAfterFailedConnect() {
-    CM_PROGRESS(" failed to m_GetStorages() \n");
-    if (media_content_disconnect() == 0)
-        usb_device_fini();
-    else
-        CM_PROGRESS("failed to Media_content_disconnect");
-    return false;
-}
-
-// The watchers take what is registered for their class when they are made: no other engine may
-// register in between.
-void CPlivTaskContentsMgr::m_StartWatchers() {
-    static OwnGMutex registering;
-    GMutexLock lock(registering);
-    USBConnectionWatcher::SetUsbConnectedCallback(s_USBConnctedCallback, this);
-    SyncCompletionWatcher::SetSyncCompletionCallback(s_SyncCompletedCallback, this);
-    m_syncWatcher = std::make_unique<SyncCompletionWatcher>();
-    m_usbWatcher = std::make_unique<USBConnectionWatcher>();
-    m_listening = true;
-}
-
-bool CPlivTaskContentsMgr::Disconnect() {
-    if (!m_connected) {
-        CM_PROGRESS(" Media is already Disonnected");
-        return false;
-    }
-    // A notification that is being worked on ends its pauses, so that the watchers can end.
-    m_endPairing.Raise();
-    m_listening = false;
-    m_usbWatcher.reset();
-    m_syncWatcher.reset();
-    m_endPairing.Clear();
-    if (media_content_disconnect() != 0) {
-        CM_PROGRESS("failed to Media_content_disconnect");
-        return false;
-    }
-    {
-        GMutexLock lock(m_storageClearMutex);
-        m_storages.clear();
-    }
-    {
-        GMutexLock lock(m_queryMutex);
-        m_queries.clear();
-    }
-    usb_device_fini();
-    m_connected = false;
-    return true;
-}
 
 bool CPlivTaskContentsMgr::GetStorages(StorageList& out) {
     if (!m_connected) {

@@ -1,0 +1,83 @@
+// The connection to the platform: its services and what they notify.
+#include "Log.h"
+#include "PlivTaskContentsMgr.h"
+#include "SyncCompletionWatcher.h"
+#include "USBConnectionWatcher.h"
+
+namespace dorn {
+
+bool CPlivTaskContentsMgr::Connect() {
+    if (m_connected) {
+        CM_PROGRESS(" Media is already Connected");
+        return true;
+    }
+    if (media_content_connect() != 0) {
+        CM_PROGRESS("failed to Media_content_connect");
+        return false;
+    }
+    CM_PROGRESS("start usb_device_init...\n");
+    if (usb_device_init() != 0) {
+        CM_PROGRESS("failed to usb_device_init \n");
+        return false;
+    }
+    {
+        GMutexLock lock(m_storageMutex);
+        m_storages.clear();
+        if (!m_GetStorages(m_storages)) return m_CloseAfterFailedConnect();
+    }
+    m_StartWatchers();
+    m_connected = true;
+    return true;
+}
+
+// The database first; while it will not let go, the USB service is left as it is.
+bool CPlivTaskContentsMgr::m_CloseAfterFailedConnect() {
+    CM_PROGRESS(" failed to m_GetStorages() \n");
+    if (media_content_disconnect() == 0)
+        usb_device_fini();
+    else
+        CM_PROGRESS("failed to Media_content_disconnect");
+    return false;
+}
+
+// The watchers take what is registered for their class when they are made: no other engine may
+// register in between.
+void CPlivTaskContentsMgr::m_StartWatchers() {
+    static OwnGMutex registering;
+    GMutexLock lock(registering);
+    USBConnectionWatcher::SetUsbConnectedCallback(s_USBConnctedCallback, this);
+    SyncCompletionWatcher::SetSyncCompletionCallback(s_SyncCompletedCallback, this);
+    m_syncWatcher = std::make_unique<SyncCompletionWatcher>();
+    m_usbWatcher = std::make_unique<USBConnectionWatcher>();
+    m_listening = true;
+}
+
+bool CPlivTaskContentsMgr::Disconnect() {
+    if (!m_connected) {
+        CM_PROGRESS(" Media is already Disonnected");
+        return false;
+    }
+    // A notification that is being worked on ends its pauses, so that the watchers can end.
+    m_endPairing.Raise();
+    m_listening = false;
+    m_usbWatcher.reset();
+    m_syncWatcher.reset();
+    m_endPairing.Clear();
+    if (media_content_disconnect() != 0) {
+        CM_PROGRESS("failed to Media_content_disconnect");
+        return false;
+    }
+    {
+        GMutexLock lock(m_storageClearMutex);
+        m_storages.clear();
+    }
+    {
+        GMutexLock lock(m_queryMutex);
+        m_queries.clear();
+    }
+    usb_device_fini();
+    m_connected = false;
+    return true;
+}
+
+}  // namespace dorn
