@@ -17,11 +17,8 @@
 namespace platform {
 namespace {
 
-constexpr size_t BATCH = 500;            // changes a transaction
-constexpr int64_t WRITE_EVERY_MS = 500;  // sooner when files are slow to read
-constexpr size_t GROUP = 32;             // files that a worker gets at once
-// Files with the workers, some megabytes: the walk goes on while the first helpers get ready.
-constexpr size_t MAX_READING = 128 * GROUP;
+constexpr size_t BATCH = 500;                 // changes a transaction
+constexpr int64_t WRITE_EVERY_MS = 500;       // sooner when files are slow to read
 constexpr uint64_t CHECKPOINT_EVERY = 20000;  // changes
 constexpr int MAX_SKIP_LINES = 20;            // log lines a scan
 
@@ -34,88 +31,12 @@ int64_t NowMs() {
     return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-FileFacts FactsOf(const struct stat& facts) {
-    return {facts.st_size, facts.st_mtim.tv_sec, facts.st_mtim.tv_nsec,
-            static_cast<int64_t>(facts.st_ino)};
-}
-
-// What cannot be looked at now, short of descriptors for one, is there all the same: it gets facts
-// that no file has, so that the next scan takes it for changed. `error` is from opening it.
-void LearnFacts(Change& change, const UniqueFd& file, int error) {
-    struct stat facts {};
-    if (!file && !MeansGone(error)) change.facts = {0, 0, 0, 0};
-    if (file && fstat(file.Get(), &facts) == 0 && S_ISREG(facts.st_mode))
-        change.facts = FactsOf(facts);
-}
-
 bool StatBelow(int root, const std::string& folder, const std::string& name, struct stat& facts) {
     const UniqueFd opened = OpenBelow(root, folder, O_PATH | O_DIRECTORY);
     return opened && fstatat(opened.Get(), name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-// Opens files that mostly lie in the same folder as the one before: the way to the folder is then
-// gone once. Without a handle errno says why.
-class FolderOpener {
-public:
-    explicit FolderOpener(int root) : m_root(root) {}
-
-    UniqueFd OpenFile(const std::string& folder, const std::string& name, int flags) {
-        if (!m_folder || folder != m_path) {
-            m_folder = OpenBelow(m_root, folder, O_PATH | O_DIRECTORY);
-            m_path = folder;
-        }
-        return m_folder ? OpenBelow(m_folder.Get(), name, flags) : UniqueFd();
-    }
-
-private:
-    const int m_root;
-    std::string m_path;
-    UniqueFd m_folder;
-};
-
-// A file of which not even the ends can be read is no bad file: its stick has gone, or is failing.
-bool IsReadable(int file) {
-    struct stat facts {};
-    char byte = 0;
-    if (fstat(file, &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
-    return facts.st_size == 0 ||
-           (pread(file, &byte, 1, 0) == 1 && pread(file, &byte, 1, facts.st_size - 1) == 1);
-}
-
 }  // namespace
-
-bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& changes,
-                      const std::atomic<bool>& cancel) {
-    std::vector<UniqueFd> handles;
-    std::vector<ExtractFile> files;
-    std::vector<Change*> asked;
-    FolderOpener folder(root);
-    for (Change& change : changes) {
-        change.state = ItemState::READ;
-        if (change.type == MEDIA_CONTENT_TYPE_OTHERS) continue;
-        UniqueFd file =
-            folder.OpenFile(change.folder, change.name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
-        change.state = ItemState::UNREAD;
-        if (change.facts.size < 0 && file) LearnFacts(change, file, 0);
-        if (change.facts.size < 0 && !file) {  // one that may not be read is still there
-            const UniqueFd seen = folder.OpenFile(change.folder, change.name, O_PATH);
-            LearnFacts(change, seen, errno);
-        }
-        if (!file || change.facts.size < 0) continue;
-        files.push_back({file.Get(), change.type, change.mime.c_str()});
-        handles.push_back(std::move(file));
-        asked.push_back(&change);
-    }
-    std::vector<ExtractResult> results = extractor.Extract(files, cancel);
-    for (size_t i = 0; i < results.size(); ++i) {
-        if (results[i].status == ExtractStatus::CANCELLED) return false;
-        if (results[i].status == ExtractStatus::OK) asked[i]->state = ItemState::READ;
-        if (results[i].status == ExtractStatus::FAILED && IsReadable(files[i].fd))
-            asked[i]->state = ItemState::FAILED;
-        asked[i]->metadata = std::move(results[i].metadata);
-    }
-    return !cancel;
-}
 
 Scan::Scan(const ScanTools& tools, Activity& activity, std::vector<ScanTarget> targets)
     : m_tools(tools),
@@ -123,13 +44,8 @@ Scan::Scan(const ScanTools& tools, Activity& activity, std::vector<ScanTarget> t
       m_mount(*activity.mount),
       m_storage(activity.mount->number),
       m_targets(std::move(targets)),
-      m_reader(tools.store) {}
-
-// The workers write into this object: it must not go before them.
-Scan::~Scan() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_resultCame.wait(lock, [this] { return m_reading == 0; });
-}
+      m_reader(tools.store),
+      m_reading(tools.extractor, tools.workers, activity.cancel) {}
 
 media_content_error_e Scan::Run() {
     if (m_activity.cancel || m_storage == 0) return MEDIA_CONTENT_ERROR_CANCELLED;
@@ -137,7 +53,7 @@ media_content_error_e Scan::Run() {
         media_content_error_e error = OpenRoot();
         if (error == MEDIA_CONTENT_ERROR_NONE) error = WalkAll();
         if (error != MEDIA_CONTENT_ERROR_NONE) return error;
-        TakeResults(true);
+        m_reading.TakeAll(m_changes);
         if (m_activity.cancel) return MEDIA_CONTENT_ERROR_CANCELLED;
         Write(true);
         if (!RootIsTheSame()) return MEDIA_CONTENT_ERROR_NOT_FOUND;
@@ -249,7 +165,7 @@ void Scan::ScanFiles(const UniqueFd& folder, const std::string& path, const Fold
     for (const FolderEntry& entry : content.files) {
         if (m_activity.cancel) return;
         ScanFile(folder, path, entry.name, known);
-        TakeResults(false);
+        m_reading.Take(m_changes);
         Write(false);
     }
     for (const auto& [name, item] : known) m_gone.push_back({item.number, path, name, item.pinned});
@@ -329,50 +245,7 @@ bool Scan::FindMoved(const Change& change, KnownPlace& from) {
 
 void Scan::ReadLater(Change change) {
     ++m_activity.filesRead;
-    m_group.push_back(std::move(change));
-    if (m_group.size() >= GROUP) HandOut();
-}
-
-void Scan::HandOut() {
-    if (m_group.empty()) return;
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_resultCame.wait(lock, [this] { return m_reading < MAX_READING; });
-        m_reading += m_group.size();
-    }
-    m_tools.workers.Submit(
-        [this, group = std::exchange(m_group, {})]() mutable { ReadGroup(std::move(group)); });
-}
-
-// On a worker's thread.
-void Scan::ReadGroup(std::vector<Change> group) {
-    const size_t files = group.size();
-    bool given = false;
-    try {
-        given = !m_activity.cancel &&
-                ReadMetadataInto(m_tools.extractor, m_root.Get(), group, m_activity.cancel);
-    } catch (const std::exception& error) {
-        PLATFORM_LOG("MEDIA_CONTENT", LOG_ERROR, "metadata of %zu files: %s", files, error.what());
-    }
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (Change& change : group) {
-        const bool news = !change.retry || change.state != ItemState::UNREAD;
-        const bool isThere = change.facts.size >= 0;
-        if (given && isThere && news) m_results.push_back(std::move(change));
-    }
-    m_reading -= files;
-    m_hasResults = true;
-    m_resultCame.notify_all();
-}
-
-void Scan::TakeResults(bool all) {
-    if (all) HandOut();
-    if (!all && !m_hasResults) return;
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_hasResults = false;
-    if (all) m_resultCame.wait(lock, [this] { return m_reading == 0; });
-    std::move(m_results.begin(), m_results.end(), std::back_inserter(m_changes));
-    m_results.clear();
+    m_reading.Add(m_root.Get(), std::move(change));
 }
 
 void Scan::Write(bool all) {

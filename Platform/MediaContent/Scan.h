@@ -2,9 +2,8 @@
 #ifndef PLATFORM_MEDIA_CONTENT_SCAN_H
 #define PLATFORM_MEDIA_CONTENT_SCAN_H
 
-#include <atomic>
-#include <condition_variable>
-#include <mutex>
+#include <sys/stat.h>
+
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -12,6 +11,7 @@
 
 #include "MediaContent/Activity.h"
 #include "MediaContent/Extract/Extractor.h"
+#include "MediaContent/FilesBeingRead.h"
 #include "MediaContent/Reader.h"
 #include "MediaContent/Store.h"
 #include "MediaContent/Updates.h"
@@ -32,18 +32,11 @@ struct ScanTools {
     Updates& updates;
 };
 
-// Opens the changes' files below `root`, reads their metadata and completes the changes; a file
-// that cannot be opened or read costs its metadata only. False when it was cancelled: the changes
-// are then worth nothing.
-bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& changes,
-                      const std::atomic<bool>& cancel);
-
 // The scan's own thread walks and is the only one that writes; the workers only read files.
 // Used once, by one thread.
 class Scan {
 public:
     Scan(const ScanTools& tools, Activity& activity, std::vector<ScanTarget> targets);
-    ~Scan();
     Scan(const Scan&) = delete;
     Scan& operator=(const Scan&) = delete;
 
@@ -71,9 +64,6 @@ private:
     void NewFile(Change change);
     bool FindMoved(const Change& change, KnownPlace& from);
     void ReadLater(Change change);
-    void HandOut();
-    void ReadGroup(std::vector<Change> group);
-    void TakeResults(bool all);
     void Write(bool all);
     void Checkpoint();
     void Keep(const std::string& path, int error);
@@ -101,17 +91,12 @@ private:
     std::vector<std::string> m_kept;  // could not be read: nothing below is judged
     std::vector<Gone> m_gone;
     std::unordered_set<int64_t> m_claimed;  // items that moved, or whose content changed in place
-    std::vector<Change> m_group;            // to be read, not yet with the workers
     std::vector<Change> m_changes;          // to be written
     int64_t m_lastWrite = 0;                // milliseconds
     uint64_t m_written = 0;                 // changes since the last checkpoint
     int m_skipLines = 0;
 
-    std::mutex m_mutex;
-    std::condition_variable m_resultCame;
-    std::vector<Change> m_results;          // guarded by m_mutex: completed by the workers
-    size_t m_reading = 0;                   // guarded by m_mutex: still with the workers
-    std::atomic<bool> m_hasResults{false};  // a look at it costs no lock
+    FilesBeingRead m_reading;  // the first to go: the workers read below m_root until then
 };
 
 }  // namespace platform

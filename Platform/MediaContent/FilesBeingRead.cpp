@@ -1,0 +1,166 @@
+#include "MediaContent/FilesBeingRead.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "Log/Log.h"
+#include "MediaContent/Walk.h"
+
+namespace platform {
+namespace {
+
+constexpr size_t GROUP = 32;  // files that a worker gets at once
+// Files with the workers, some megabytes: the walk goes on while the first helpers get ready.
+constexpr size_t MAX_READING = 128 * GROUP;
+
+// What cannot be looked at now, short of descriptors for one, is there all the same: it gets facts
+// that no file has, so that the next scan takes it for changed. `error` is from opening it.
+void LearnFacts(Change& change, const UniqueFd& file, int error) {
+    struct stat facts {};
+    if (!file && !MeansGone(error)) change.facts = {0, 0, 0, 0};
+    if (file && fstat(file.Get(), &facts) == 0 && S_ISREG(facts.st_mode))
+        change.facts = FactsOf(facts);
+}
+
+// Opens files that mostly lie in the same folder as the one before: the way to the folder is then
+// gone once. Without a handle errno says why.
+class FolderOpener {
+public:
+    explicit FolderOpener(int root) : m_root(root) {}
+
+    UniqueFd OpenFile(const std::string& folder, const std::string& name, int flags) {
+        if (!m_folder || folder != m_path) {
+            m_folder = OpenBelow(m_root, folder, O_PATH | O_DIRECTORY);
+            m_path = folder;
+        }
+        return m_folder ? OpenBelow(m_folder.Get(), name, flags) : UniqueFd();
+    }
+
+private:
+    const int m_root;
+    std::string m_path;
+    UniqueFd m_folder;
+};
+
+// A file of which not even the ends can be read is no bad file: its stick has gone, or is failing.
+bool IsReadable(int file) {
+    struct stat facts {};
+    char byte = 0;
+    if (fstat(file, &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
+    return facts.st_size == 0 ||
+           (pread(file, &byte, 1, 0) == 1 && pread(file, &byte, 1, facts.st_size - 1) == 1);
+}
+
+}  // namespace
+
+FileFacts FactsOf(const struct stat& facts) {
+    return {facts.st_size, facts.st_mtim.tv_sec, facts.st_mtim.tv_nsec,
+            static_cast<int64_t>(facts.st_ino)};
+}
+
+bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& changes,
+                      const std::atomic<bool>& cancel) {
+    std::vector<UniqueFd> handles;
+    std::vector<ExtractFile> files;
+    std::vector<Change*> asked;
+    FolderOpener folder(root);
+    for (Change& change : changes) {
+        change.state = ItemState::READ;
+        if (change.type == MEDIA_CONTENT_TYPE_OTHERS) continue;
+        UniqueFd file =
+            folder.OpenFile(change.folder, change.name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+        change.state = ItemState::UNREAD;
+        if (change.facts.size < 0 && file) LearnFacts(change, file, 0);
+        if (change.facts.size < 0 && !file) {  // one that may not be read is still there
+            const UniqueFd seen = folder.OpenFile(change.folder, change.name, O_PATH);
+            LearnFacts(change, seen, errno);
+        }
+        if (!file || change.facts.size < 0) continue;
+        files.push_back({file.Get(), change.type, change.mime.c_str()});
+        handles.push_back(std::move(file));
+        asked.push_back(&change);
+    }
+    std::vector<ExtractResult> results = extractor.Extract(files, cancel);
+    for (size_t i = 0; i < results.size(); ++i) {
+        if (results[i].status == ExtractStatus::CANCELLED) return false;
+        if (results[i].status == ExtractStatus::OK) asked[i]->state = ItemState::READ;
+        if (results[i].status == ExtractStatus::FAILED && IsReadable(files[i].fd))
+            asked[i]->state = ItemState::FAILED;
+        asked[i]->metadata = std::move(results[i].metadata);
+    }
+    return !cancel;
+}
+
+FilesBeingRead::FilesBeingRead(ExtractorPool& extractor, WorkerPool& workers,
+                               const std::atomic<bool>& cancel)
+    : m_extractor(extractor), m_workers(workers), m_cancel(cancel) {}
+
+FilesBeingRead::~FilesBeingRead() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_resultCame.wait(lock, [this] { return m_reading == 0; });
+}
+
+void FilesBeingRead::Add(int root, Change change) {
+    m_root = root;
+    m_group.push_back(std::move(change));
+    if (m_group.size() >= GROUP) HandOut();
+}
+
+void FilesBeingRead::HandOut() {
+    if (m_group.empty()) return;
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_resultCame.wait(lock, [this] { return m_reading < MAX_READING; });
+        m_reading += m_group.size();
+    }
+    m_workers.Submit([this, root = m_root, group = std::exchange(m_group, {})]() mutable {
+        ReadGroup(root, std::move(group));
+    });
+}
+
+// On a worker's thread.
+void FilesBeingRead::ReadGroup(int root, std::vector<Change> group) {
+    const size_t files = group.size();
+    bool given = false;
+    try {
+        given = !m_cancel && ReadMetadataInto(m_extractor, root, group, m_cancel);
+    } catch (const std::exception& error) {
+        PLATFORM_LOG("MEDIA_CONTENT", LOG_ERROR, "metadata of %zu files: %s", files, error.what());
+    }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (Change& change : group) {
+        const bool news = !change.retry || change.state != ItemState::UNREAD;
+        const bool isThere = change.facts.size >= 0;
+        if (given && isThere && news) m_results.push_back(std::move(change));
+    }
+    m_reading -= files;
+    m_hasResults = true;
+    m_resultCame.notify_all();
+}
+
+void FilesBeingRead::Take(std::vector<Change>& changes) {
+    if (!m_hasResults) return;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    MoveResults(changes);
+}
+
+void FilesBeingRead::TakeAll(std::vector<Change>& changes) {
+    HandOut();
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_resultCame.wait(lock, [this] { return m_reading == 0; });
+    MoveResults(changes);
+}
+
+// The caller holds the lock.
+void FilesBeingRead::MoveResults(std::vector<Change>& changes) {
+    m_hasResults = false;
+    std::move(m_results.begin(), m_results.end(), std::back_inserter(changes));
+    m_results.clear();
+}
+
+}  // namespace platform
