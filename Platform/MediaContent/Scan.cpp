@@ -259,9 +259,7 @@ void Scan::Write(bool all) {
             std::make_move_iterator(m_changes.begin() + static_cast<ptrdiff_t>(begin)),
             std::make_move_iterator(m_changes.begin() + static_cast<ptrdiff_t>(end)));
         for (const Done& done : m_tools.store.Write().Apply(m_storage, batch, time(nullptr)))
-            m_tools.updates.Report({MEDIA_CONTENT_ERROR_NONE, MEDIA_CONTENT_ITEM_FILE, done.update,
-                                    done.type, m_tools.store.ItemId(done.number),
-                                    m_mount.path + '/' + done.path, done.mime});
+            m_tools.updates.Report(UpdateOf(done, m_tools.store.ItemId(done.number), m_mount.path));
         m_written += batch.size();
     }
     m_changes.clear();

@@ -166,6 +166,23 @@ void Service::StartPurge(const SessionPtr& session) {
 
 // ---- single items -----------------------------------------------------------------------------
 
+namespace {
+
+// An item that somebody asks for by its path: it stays, whatever its kind.
+Change PinnedChange(const std::string& path, const struct stat& facts) {
+    Change change;
+    const char* mime = "application/octet-stream";
+    change.folder = ParentPath(path);
+    change.name = LastPart(path);
+    LookUpMediaType(change.name, change.type, mime);
+    change.mime = mime;
+    change.facts = FactsOf(facts);
+    change.pinned = true;
+    return change;
+}
+
+}  // namespace
+
 int Service::Insert(const char* path, MediaRecord& record) {
     const SessionPtr session = Open();
     if (!session) return MEDIA_CONTENT_ERROR_INVALID_OPERATION;
@@ -187,27 +204,12 @@ int Service::Insert(const char* path, MediaRecord& record) {
     if (!file || fstat(file.Get(), &facts) != 0) return MEDIA_CONTENT_ERROR_NOT_FOUND;
     if (!S_ISREG(facts.st_mode)) return MEDIA_CONTENT_ERROR_UNSUPPORTED;
 
-    Change change;
-    change.folder = ParentPath(below);
-    change.name = LastPart(below);
-    const char* mime = "application/octet-stream";
-    LookUpMediaType(change.name, change.type, mime);
-    change.mime = mime;
-    change.facts = {facts.st_size, facts.st_mtim.tv_sec, facts.st_mtim.tv_nsec,
-                    static_cast<int64_t>(facts.st_ino)};
-    change.pinned = true;
-    std::vector<Change> changes{std::move(change)};
+    std::vector<Change> changes{PinnedChange(below, facts)};
     if (!ReadMetadataInto(session->extractor, root.Get(), changes, activity->cancel))
         return MEDIA_CONTENT_ERROR_CANCELLED;
     const std::vector<Done> done = session->store.Write().Apply(storage, changes, time(nullptr));
     if (done.empty()) return MEDIA_CONTENT_ERROR_DB_FAILED;
-    Update update;
-    update.update = done[0].update;
-    update.type = done[0].type;
-    update.id = session->store.ItemId(done[0].number);
-    update.path = mount->path + '/' + done[0].path;
-    update.mime = done[0].mime;
-    m_updates.Report(std::move(update));
+    m_updates.Report(UpdateOf(done[0], session->store.ItemId(done[0].number), mount->path));
     record = Reader(session->store).FindItem({{storage, mount->path}}, done[0].number);
     return record ? MEDIA_CONTENT_ERROR_NONE : MEDIA_CONTENT_ERROR_NOT_FOUND;
 }
@@ -224,13 +226,7 @@ int Service::Remove(const char* mediaId) {
     Done done{};
     if (!session->store.Write().Remove(number, storage, done)) return MEDIA_CONTENT_ERROR_NOT_FOUND;
     const auto mounted = scope.find(storage);
-    Update update;
-    update.update = MEDIA_CONTENT_DELETE;
-    update.type = done.type;
-    update.id = mediaId;
-    update.path = (mounted == scope.end() ? "" : mounted->second) + '/' + done.path;
-    update.mime = done.mime;
-    m_updates.Report(std::move(update));
+    m_updates.Report(UpdateOf(done, mediaId, mounted == scope.end() ? "" : mounted->second));
     return MEDIA_CONTENT_ERROR_NONE;
 }
 

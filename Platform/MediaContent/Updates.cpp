@@ -23,6 +23,16 @@ char* Text(std::string& text) {
 
 }  // namespace
 
+Update UpdateOf(const Done& done, std::string id, const std::string& mountPath) {
+    Update update;
+    update.update = done.update;
+    update.type = done.type;
+    update.id = std::move(id);
+    update.path = mountPath + '/' + done.path;
+    update.mime = done.mime;
+    return update;
+}
+
 void Updates::AddReceiver(media_content_db_updated_cb callback, void* userData) {
     const Receiver receiver(callback, userData);
     std::lock_guard<std::mutex> lock(m_mutex);

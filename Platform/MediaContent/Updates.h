@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "MediaContent.h"
+#include "MediaContent/Writer.h"
 
 namespace platform {
 
@@ -22,6 +23,9 @@ struct Update {
     std::string path;  // absolute
     std::string mime;  // empty: none
 };
+
+// The report of a change to the item `id` of a storage mounted at `mountPath`.
+Update UpdateOf(const Done& done, std::string id, const std::string& mountPath);
 
 // Any thread. Never calls a receiver from Report, and never under a lock. When nobody runs the
 // default main context the backlog stays bounded: of the items' reports the later ones are dropped
