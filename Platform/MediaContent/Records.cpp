@@ -2,10 +2,16 @@
 
 #include <memory>
 #include <mutex>
+#include <new>
+#include <tuple>
 #include <unordered_map>
+
+#include "MediaContent/BlockPool.h"
 
 namespace platform {
 namespace {
+
+static_assert(sizeof(media_info_s) % alignof(std::max_align_t) == 0);
 
 std::atomic<int64_t> liveRecords{0};
 
@@ -21,6 +27,12 @@ RecordTable& Table() {
     return *table;
 }
 
+// Never destroyed, as the table.
+BlockPool& Blocks() {
+    static BlockPool* pool = new BlockPool(sizeof(media_info_s));
+    return *pool;
+}
+
 // A record whose count has reached 0 is being destroyed by another thread.
 bool TryHold(media_info_s& record) {
     int64_t holders = record.holders.load(std::memory_order_relaxed);
@@ -29,10 +41,21 @@ bool TryHold(media_info_s& record) {
     return false;
 }
 
-bool IsSame(const media_info_s& record, int64_t revision, const std::string& id,
-            const std::string& folderPath) {
+bool IsOfRow(const media_info_s& record, int64_t revision, const std::string& id,
+             const std::string& folderPath) {
     return record.revision == revision && record.texts[ItemText::ID] == id &&
            record.texts[ItemText::FOLDER] == folderPath;
+}
+
+auto NumbersOf(const media_info_s& record) {
+    return std::tie(record.type, record.width, record.height, record.orientation, record.bitRate,
+                    record.duration, record.size, record.added, record.modified, record.latitude,
+                    record.longitude);
+}
+
+// A row is often written again as it was, by a scan after a pull-out or by who adds a file twice.
+bool HaveSameContent(const media_info_s& a, const media_info_s& b) {
+    return a.texts == b.texts && NumbersOf(a) == NumbersOf(b);
 }
 
 // Only for records whose count is 0.
@@ -49,7 +72,7 @@ void Forget(media_info_s* record) {
 }  // namespace
 
 void ItemTexts::Add(std::string_view text) {
-    m_letters += text;
+    m_letters.insert(m_letters.end(), text.begin(), text.end());
     m_ends.at(m_count++) = static_cast<uint32_t>(m_letters.size());
 }
 
@@ -58,23 +81,26 @@ std::string_view ItemTexts::Between(ItemText first, ItemText last) const {
     const auto to = static_cast<uint32_t>(last);
     if (to >= m_count) return {};
     const uint32_t begin = from == 0 ? 0 : m_ends[from - 1];
-    return std::string_view(m_letters).substr(begin, m_ends[to] - begin);
+    return std::string_view(m_letters.data(), m_letters.size()).substr(begin, m_ends[to] - begin);
 }
 
 MediaRecord ShareRecord(int64_t number, int64_t revision, const std::string& id,
                         const std::string& folderPath,
                         const std::function<void(media_info_s&)>& fill) {
     RecordTable& table = Table();
+    MediaRecord held;  // let go of after the lock
     std::lock_guard<std::mutex> lock(table.mutex);
     media_info_s*& known = table.byNumber[number];
-    if (known && IsSame(*known, revision, id, folderPath) && TryHold(*known))
-        return MediaRecord(known, false);
-    known = nullptr;
+    if (known && TryHold(*known)) held = MediaRecord(known, false);
+    if (held && IsOfRow(*held, revision, id, folderPath)) return held;
     auto made = std::make_unique<media_info_s>(number, revision);
     made->texts.Add(id);
     made->texts.Add(folderPath);
     fill(*made);
-    made->texts.Seal();
+    if (held && HaveSameContent(*held, *made)) {
+        held->revision = revision;
+        return held;
+    }
     known = made.release();
     return MediaRecord(known);
 }
@@ -92,6 +118,25 @@ void intrusive_ptr_release(StorageRecord* record) {
 }
 
 }  // namespace platform
+
+#ifdef __SANITIZE_ADDRESS__
+// The sanitizer is to see each record by itself.
+void* media_info_s::operator new(size_t size) {
+    return ::operator new(size);
+}
+
+void media_info_s::operator delete(void* record) {
+    ::operator delete(record);
+}
+#else
+void* media_info_s::operator new(size_t) {
+    return platform::Blocks().Take();
+}
+
+void media_info_s::operator delete(void* record) {
+    platform::Blocks().Give(record);
+}
+#endif
 
 media_info_s::media_info_s(int64_t itemNumber, int64_t itemRevision)
     : number(itemNumber), revision(itemRevision) {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <atomic>
+#include <boost/container/small_vector.hpp>
 #include <boost/intrusive_ptr.hpp>
 #include <cstdint>
 #include <functional>
@@ -42,22 +43,23 @@ enum class ItemText {
     COUNT
 };
 
-// All texts of an item in one piece of memory. Some clients of the C interface keep their clones to
-// the end of the process; twelve strings of their own would double what each of them costs.
+// All texts of an item in one piece of memory, which for most items lies in this object. Some users
+// of the C interface keep their clones to the end of the process: what each of them costs counts.
 class ItemTexts {
 public:
     // The next text. Not thread-safe.
     void Add(std::string_view text);
-    // No more will come.
-    void Seal() { m_letters.shrink_to_fit(); }
     // Valid as long as this object; empty for what was not added.
     std::string_view operator[](ItemText text) const { return Between(text, text); }
     std::string_view Path() const { return Between(ItemText::FOLDER, ItemText::NAME); }
+    bool operator==(const ItemTexts& other) const {
+        return m_letters == other.m_letters && m_ends == other.m_ends;
+    }
 
 private:
     std::string_view Between(ItemText first, ItemText last) const;
 
-    std::string m_letters;
+    boost::container::small_vector<char, 144> m_letters;
     std::array<uint32_t, static_cast<size_t>(ItemText::COUNT)> m_ends{};
     uint32_t m_count = 0;
 };
@@ -70,9 +72,12 @@ struct media_info_s {
     ~media_info_s();
     media_info_s(const media_info_s&) = delete;
     media_info_s& operator=(const media_info_s&) = delete;
+    // From a pool of their own: those that are kept for ever would keep the heap from shrinking.
+    static void* operator new(size_t size);
+    static void operator delete(void* record);
 
     const int64_t number;
-    const int64_t revision;
+    int64_t revision;  // of the row when it was last found to hold just this; the table's lock
     platform::ItemTexts texts;
     media_content_type_e type = MEDIA_CONTENT_TYPE_OTHERS;
     int32_t width = 0;

@@ -210,6 +210,11 @@ TEST_F(ListingTest, TheSameItemIsOneRecordHoweverOftenItIsKept) {
     ScanFolder("a/Songs", false);
     media_folder_foreach_media_from_db(folder.c_str(), nullptr, CloneAndKeep, &again);
     EXPECT_EQ(platform::LiveRecords(), live + 1);
+    // One that is written again as it was is none.
+    media_info_h known = nullptr;
+    ASSERT_EQ(media_info_insert_to_db(Stick("a/Songs/3.mp3").c_str(), &known), 0);
+    EXPECT_EQ(platform::LiveRecords(), live + 1);
+    media_info_destroy(known);
     // Give everything back, the rounds' clones too, so that the next test begins with none.
     for (const media_info_h media : again) media_info_destroy(media);
     for (const media_info_h media : held)
