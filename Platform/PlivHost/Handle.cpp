@@ -75,6 +75,7 @@ void Handle::Join() {
 void Handle::Post(Command command) {
     const size_t size = command.Size();
     std::unique_lock<std::mutex> lock(m_mutex);
+    if (m_stop) return;  // the call says so itself
     if (m_commands.size() >= kMaxQueuedCommands ||
         (!m_commands.empty() && m_queuedBytes + size > kMaxQueuedBytes)) {
         lock.unlock();

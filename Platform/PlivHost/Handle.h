@@ -2,6 +2,7 @@
 #ifndef PLATFORM_PLIV_HOST_HANDLE_H
 #define PLATFORM_PLIV_HOST_HANDLE_H
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -27,7 +28,7 @@ struct Command {
 };
 
 // The thread makes the engine, runs its commands and destroys it, so that nothing slow in an
-// engine holds up anyone else. All operations: host thread.
+// engine holds up anyone else. All operations: host thread, unless told otherwise.
 class Handle {
 public:
     struct Hooks {
@@ -42,7 +43,8 @@ public:
     Handle(const Handle&) = delete;
     Handle& operator=(const Handle&) = delete;
 
-    // Queues a command. Answers an error when too many wait.
+    // Queues a command. Answers an error when too many wait or the handle is being closed. Any
+    // thread.
     void Post(Command command);
 
     // Destroys the engine when the commands queued before are done, then answers `close`.
@@ -52,7 +54,7 @@ public:
     // error. May follow CloseInOrder.
     void CloseNow();
 
-    bool IsClosing() const { return m_closing; }
+    bool IsClosing() const { return m_closing; }  // any thread
     void Join();
 
 private:
@@ -66,7 +68,7 @@ private:
     dorn::CPlivAppBase& m_app;
     const int m_number;
     const Hooks m_hooks;
-    bool m_closing = false;  // host thread
+    std::atomic<bool> m_closing{false};
 
     std::mutex m_mutex;  // held for the queue alone
     std::condition_variable m_changed;

@@ -52,10 +52,11 @@ void HandleTable::Start(MethodCall call, const std::shared_ptr<Owner>& owner, st
         // Nobody is left: what their pages have taken goes back to the system.
         if (--m_open == 0) TrimHeap();
     };
-    const auto reap = [this, number] { m_loop.Post([this, number] { m_entries.erase(number); }); };
+    const auto reap = [this, number] { m_loop.Post([this, number] { Erase(number); }); };
     try {
         auto handle = std::make_unique<Handle>(m_app, number, std::move(client), std::move(call),
                                                Handle::Hooks{release, reap});
+        const std::lock_guard<std::mutex> lock(m_mutex);
         m_entries.emplace(number, Entry{owner, std::move(handle)});
     } catch (const std::system_error& error) {
         PLATFORM_LOG(kLogTag, LOG_ERROR, "no thread for a new handle: %s", error.what());
@@ -80,6 +81,20 @@ void HandleTable::Execute(Command command, const Peer& caller, int number) {
         command.call.Fail(kErrorUnknownHandle, "no such handle of this client");
 }
 
+bool HandleTable::TryExecute(const Peer& caller, int number, const std::function<Command()>& make) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    Handle* handle = Find(caller, number);
+    if (handle) handle->Post(make());
+    return handle;
+}
+
+// The handle ends without the lock.
+void HandleTable::Erase(int number) {
+    std::map<int, Entry>::node_type ending;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    ending = m_entries.extract(number);
+}
+
 void HandleTable::Close(MethodCall call, const Peer& caller, int number) {
     if (Handle* handle = Find(caller, number))
         handle->CloseInOrder(std::move(call));
@@ -96,7 +111,9 @@ void HandleTable::CloseAllOf(const Peer& owner) {
 void HandleTable::CloseAll() {
     m_closed = true;
     for (auto& [number, entry] : m_entries) entry.handle->CloseNow();
-    m_entries.clear();  // joins
+    std::map<int, Entry> ending;  // joined without the lock
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    ending.swap(m_entries);
 }
 
 }  // namespace platform

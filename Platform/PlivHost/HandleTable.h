@@ -4,8 +4,10 @@
 
 #include <atomic>
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "PlivHost/Everyone.h"
@@ -21,7 +23,8 @@ struct HandleLimits {
     size_t lasting = 16;  // that belong to no client, so that nobody's end closes them
 };
 
-// All operations: host thread. Each answers its MethodCall, at once or later.
+// All operations: host thread, unless told otherwise. Each answers its MethodCall, at once or
+// later.
 class HandleTable {
 public:
     HandleTable(dorn::CPlivAppBase& app, HostLoop& loop, const HandleLimits& limits);
@@ -31,6 +34,9 @@ public:
     // A handle of all clients together, open until somebody closes it.
     void OpenLasting(MethodCall call, std::string client);
     void Execute(Command command, const Peer& caller, int number);
+    // Queues what `make` returns. False, and nothing was made, when the caller has no such handle
+    // or it is being closed. Any thread; takes the table's lock, under which `make` runs.
+    bool TryExecute(const Peer& caller, int number, const std::function<Command()>& make);
     void Close(MethodCall call, const Peer& caller, int number);
 
     // The client hears the events of lasting handles until CloseAllOf.
@@ -50,6 +56,7 @@ private:
 
     const char* WhyNotOpen(const Owner& owner, size_t limit) const;
     Handle* Find(const Peer& caller, int number);
+    void Erase(int number);
     void Open(MethodCall call, const std::shared_ptr<Owner>& owner, size_t limit,
               std::string client);
     void Start(MethodCall call, const std::shared_ptr<Owner>& owner, std::string client);
@@ -60,6 +67,7 @@ private:
     const std::shared_ptr<Everyone> m_everyone = std::make_shared<Everyone>();
     bool m_closed = false;
     std::atomic<size_t> m_open{0};  // counted down by the handles' threads
+    std::mutex m_mutex;  // held to change the entries, and to look at them off the host thread
     std::map<int, Entry> m_entries;
 };
 

@@ -61,11 +61,42 @@ std::vector<std::string> TextsOf(GVariant* array) {
     return texts;
 }
 
+// The first parameter of every method that is about a handle.
+int HandleOf(GVariant* parameters) {
+    gint32 handle = 0;
+    g_variant_get_child(parameters, 0, "i", &handle);
+    return handle;
+}
+
+Command NewCommand(MethodCall call, GVariant* parameters, bool isParamList) {
+    gint32 handle = 0;
+    const gchar* name = nullptr;
+    if (isParamList) {
+        GVariant* array = nullptr;
+        g_variant_get(parameters, "(i&s@as)", &handle, &name, &array);
+        const VariantPtr params(array);
+        return {std::move(call), name, true, TextsOf(array)};
+    }
+    const gchar* arguments[4] = {};
+    g_variant_get(parameters, "(i&s&s&s&s&s)", &handle, &name, &arguments[0], &arguments[1],
+                  &arguments[2], &arguments[3]);
+    return {std::move(call), name, false, {arguments, arguments + 4}};
+}
+
+// As a message bears it: the types of the arguments one after the other.
+std::string SignatureOf(const GDBusMethodInfo& method) {
+    std::string signature;
+    for (GDBusArgInfo** argument = method.in_args; argument && *argument; ++argument)
+        signature += (*argument)->signature;
+    return signature;
+}
+
 }  // namespace
 
 struct Interface::Registration {
     Interface* self;
     PeerFinder finder;
+    ServedHandler served;
 };
 
 Interface::Interface(HandleTable& handles, ScanReporter scans)
@@ -73,11 +104,33 @@ Interface::Interface(HandleTable& handles, ScanReporter scans)
       m_scans(std::move(scans)),
       m_info(g_dbus_node_info_new_for_xml(kIntrospection, nullptr)) {}
 
-std::unique_ptr<ExportedObject> Interface::Export(GDBusConnection* connection, PeerFinder finder) {
+std::unique_ptr<ExportedObject> Interface::Export(GDBusConnection* connection, PeerFinder finder,
+                                                  ServedHandler served) {
     static const GDBusInterfaceVTable vtable{s_Call, nullptr, nullptr, {}};
     return std::make_unique<ExportedObject>(
         connection, kObjectPath, m_info->interfaces[0], vtable,
-        std::make_shared<Registration>(Registration{this, std::move(finder)}));
+        std::make_shared<Registration>(Registration{this, std::move(finder), std::move(served)}));
+}
+
+bool Interface::IsCall(GDBusMessage* message) const {
+    if (g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL ||
+        g_strcmp0(g_dbus_message_get_path(message), kObjectPath) != 0 ||
+        g_strcmp0(g_dbus_message_get_interface(message), kInterface) != 0)
+        return false;
+    const char* member = g_dbus_message_get_member(message);
+    const GDBusMethodInfo* method =
+        member ? g_dbus_interface_info_lookup_method(m_info->interfaces[0], member) : nullptr;
+    return method && SignatureOf(*method) == g_dbus_message_get_signature(message);
+}
+
+bool Interface::TryExecute(GDBusMessage* message, const Peer& caller) {
+    const char* member = g_dbus_message_get_member(message);
+    const bool isParamList = strcmp(member, "ExecuteWithParamList") == 0;
+    if (!isParamList && strcmp(member, "Execute") != 0) return false;
+    GVariant* parameters = g_dbus_message_get_body(message);
+    return m_handles.TryExecute(caller, HandleOf(parameters), [&] {
+        return NewCommand(MethodCall(message, caller.Messages()), parameters, isParamList);
+    });
 }
 
 void Interface::s_Call(GDBusConnection*, const gchar* sender, const gchar*, const gchar*,
@@ -102,6 +155,7 @@ void Interface::s_Call(GDBusConnection*, const gchar* sender, const gchar*, cons
     Request request{MethodCall(message, peer->Messages()), peer, parameters};
     for (const auto& entry : kMethods)
         if (strcmp(method, entry.name) == 0) (known.self->*entry.run)(request);
+    if (known.served) known.served();
 }
 
 void Interface::Open(Request& request) {
@@ -117,28 +171,17 @@ void Interface::OpenLasting(Request& request) {
 }
 
 void Interface::Execute(Request& request) {
-    gint32 handle = 0;
-    const gchar* name = nullptr;
-    const gchar* arguments[4] = {};
-    g_variant_get(request.parameters, "(i&s&s&s&s&s)", &handle, &name, &arguments[0], &arguments[1],
-                  &arguments[2], &arguments[3]);
-    m_handles.Execute({std::move(request.call), name, false, {arguments, arguments + 4}},
-                      *request.peer, handle);
+    m_handles.Execute(NewCommand(std::move(request.call), request.parameters, false), *request.peer,
+                      HandleOf(request.parameters));
 }
 
 void Interface::ExecuteWithParamList(Request& request) {
-    gint32 handle = 0;
-    const gchar* name = nullptr;
-    GVariant* array = nullptr;
-    g_variant_get(request.parameters, "(i&s@as)", &handle, &name, &array);
-    const VariantPtr params(array);
-    m_handles.Execute({std::move(request.call), name, true, TextsOf(array)}, *request.peer, handle);
+    m_handles.Execute(NewCommand(std::move(request.call), request.parameters, true), *request.peer,
+                      HandleOf(request.parameters));
 }
 
 void Interface::Close(Request& request) {
-    gint32 handle = 0;
-    g_variant_get(request.parameters, "(i)", &handle);
-    m_handles.Close(std::move(request.call), *request.peer, handle);
+    m_handles.Close(std::move(request.call), *request.peer, HandleOf(request.parameters));
 }
 
 void Interface::GetScanProgress(Request& request) {

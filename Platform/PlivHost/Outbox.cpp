@@ -1,10 +1,9 @@
 #include "PlivHost/Outbox.h"
 
-#include <atomic>
-#include <unordered_map>
 #include <utility>
 
 #include "Log/Log.h"
+#include "PlivHost/ByNumber.h"
 #include "PlivHost/Names.h"
 #include "PlivHost/Utf8.h"
 
@@ -32,35 +31,9 @@ ObjectPtr<GDBusMessage> NewReply(const Reply& reply) {
     return message;
 }
 
-// A filter may still be running on GDBus's thread when it has been removed, so it finds its outbox
-// here by a number that never comes again, and not through a pointer.
-class OutboxesByNumber {
-public:
-    uintptr_t NewNumber() { return ++m_last; }
-
-    void Add(uintptr_t number, const std::shared_ptr<Outbox>& outbox) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_outboxes.emplace(number, outbox);
-    }
-    void Remove(uintptr_t number) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_outboxes.erase(number);
-    }
-    std::shared_ptr<Outbox> Find(uintptr_t number) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_outboxes.find(number);
-        return found == m_outboxes.end() ? nullptr : found->second.lock();
-    }
-
-private:
-    std::atomic<uintptr_t> m_last{0};
-    std::mutex m_mutex;
-    std::unordered_map<uintptr_t, std::weak_ptr<Outbox>> m_outboxes;  // guarded by m_mutex
-};
-
 // Never destroyed: GDBus's thread lives as long as the process.
-OutboxesByNumber& TheOutboxes() {
-    static auto* outboxes = new OutboxesByNumber;
+ByNumber<Outbox>& TheOutboxes() {
+    static auto* outboxes = new ByNumber<Outbox>;
     return *outboxes;
 }
 
@@ -71,8 +44,7 @@ Outbox::Outbox(GDBusConnection* connection, const OutboxLimits& limits, std::str
     : m_connection(Share(connection)),
       m_limits(limits),
       m_sender(std::move(sender)),
-      m_onOverflow(std::move(onOverflow)),
-      m_number(TheOutboxes().NewNumber()) {}
+      m_onOverflow(std::move(onOverflow)) {}
 
 Outbox::~Outbox() {
     TheOutboxes().Remove(m_number);
@@ -82,7 +54,7 @@ std::shared_ptr<Outbox> Outbox::Create(GDBusConnection* connection, const Outbox
                                        std::string sender, OverflowHandler onOverflow) {
     const std::shared_ptr<Outbox> outbox(
         new Outbox(connection, limits, std::move(sender), std::move(onOverflow)));
-    TheOutboxes().Add(outbox->m_number, outbox);
+    outbox->m_number = TheOutboxes().Add(outbox);
     outbox->m_filter = g_dbus_connection_add_filter(
         connection, s_Filter, reinterpret_cast<gpointer>(outbox->m_number), nullptr);
     return outbox;
@@ -91,7 +63,7 @@ std::shared_ptr<Outbox> Outbox::Create(GDBusConnection* connection, const Outbox
 GDBusMessage* Outbox::s_Filter(GDBusConnection*, GDBusMessage* message, gboolean incoming,
                                gpointer number) {
     if (incoming) return message;
-    if (const auto outbox = TheOutboxes().Find(reinterpret_cast<uintptr_t>(number)))
+    if (const auto outbox = TheOutboxes().Find(number))
         outbox->Written(g_dbus_message_get_serial(message));
     return message;
 }

@@ -97,8 +97,8 @@ private:
     const OutboxLimits m_limits;
     const std::string m_sender;
     const OverflowHandler m_onOverflow;
-    const uintptr_t m_number;  // names it to the filter
-    guint m_filter = 0;        // host thread
+    uintptr_t m_number = 0;  // names it to the filter; constant after Create
+    guint m_filter = 0;      // host thread
 
     mutable std::mutex m_mutex;  // held over g_dbus_connection_send_message, to keep the order
     bool m_dead = false;         // these are guarded by m_mutex

@@ -10,6 +10,7 @@
 
 #include "Log/Log.h"
 #include "PlivHost/BusStub.h"
+#include "PlivHost/CommandLane.h"
 #include "PlivHost/Names.h"
 
 namespace platform {
@@ -91,6 +92,7 @@ private:
     gulong m_closedHandler = 0;
     std::shared_ptr<Peer> m_peer;
     std::unique_ptr<ExportedObject> m_stub;
+    std::unique_ptr<CommandLane> m_lane;
     std::unique_ptr<ExportedObject> m_object;
 };
 
@@ -136,8 +138,10 @@ void SocketTransport::Client::Serve() {
     m_peer = std::make_shared<Peer>(m_transport.NewOutbox(connection, m_number), name);
     m_transport.m_parts.handles.Join(m_peer);
     m_stub = ExportBusStub(connection, name);
-    m_object =
-        m_transport.m_parts.object.Export(connection, [this](const char*) { return m_peer; });
+    Interface& object = m_transport.m_parts.object;
+    m_lane = std::make_unique<CommandLane>(connection, object, m_peer);
+    m_object = object.Export(
+        connection, [this](const char*) { return m_peer; }, [this] { m_lane->NoteServed(); });
     if (!m_stub->IsThere() || !m_object->IsThere()) Cut();
     g_dbus_connection_start_message_processing(connection);
     // GDBus reads before it is told to start, so the end may have been announced to nobody.
@@ -151,6 +155,7 @@ void SocketTransport::Client::s_Closed(GDBusConnection*, gboolean, GError*, gpoi
 
 SocketTransport::Client::~Client() {
     if (!m_connection) return;
+    m_lane.reset();
     m_object.reset();
     m_stub.reset();
     g_signal_handler_disconnect(m_connection.get(), m_closedHandler);

@@ -1,6 +1,7 @@
 // Commands and handles as one well-behaved client or several see them.
 #include <utility>
 
+#include "EndToEnd/Support/RawClient.h"
 #include "Platform/Host/HostTest.h"
 
 namespace test {
@@ -83,6 +84,30 @@ TEST_F(HostTest, ASlowCommandHoldsUpItsOwnHandleOnly) {
     EXPECT_EQ(slow.client->EventsSeen(), 0u) << "a command overtook the one before it";
     app.gate.Open();
     EXPECT_TRUE(slow.IsServed());
+}
+
+// Commands have a shorter way than other calls; what is sent in one go must keep its order all the
+// same.
+TEST_F(HostTest, CommandsDoNotOvertakeTheCallsBeforeThem) {
+    Start();
+    constexpr int kRounds = 100;
+    for (int round = 0; round < kRounds; ++round) {
+        RawClient client(Path());
+        ASSERT_TRUE(client.Authenticate());
+        client.Call("Open", g_variant_new("(s)", "hasty"));
+        const int handle = client.ReadHandle();
+        ASSERT_GT(handle, 0);
+        const auto echo = [&] {
+            client.Call("Execute", g_variant_new("(isssss)", handle, "echo", "", "", "", ""));
+        };
+        echo();
+        client.Call("GetScanProgress", nullptr);
+        echo();
+        client.Call("Close", g_variant_new("(i)", handle));
+        echo();
+        ASSERT_TRUE(Until([&] { return app.live == 0; }));
+    }
+    EXPECT_EQ(app.executed, 2 * kRounds) << "a command was run after the Close before it";
 }
 
 TEST_F(HostTest, HandlesAreBoundedAndTheirPlacesComeBack) {
