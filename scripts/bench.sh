@@ -1,14 +1,19 @@
 #!/usr/bin/env bash
-# Measures the service against its aims, and prints one table. Usage: bench.sh [--quick]
+# Measures the service against its aims, and prints one table. Usage: bench.sh [--quick|--cold]
 # Makes what it needs: libraries of real media files (kept below build/), databases (thrown away).
+# --cold, for root: first scans with a cold cache as well, for which the machine's caches are dropped.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-quick=
-[ "${1:-}" != --quick ] || quick=1
-[ $# -eq 0 ] || [ -n "$quick" ] || {
-    echo "usage: bench.sh [--quick]" >&2
+quick='' cold=''
+case ${1:-} in
+'') ;;
+--quick) quick=1 ;;
+--cold) cold=1 ;;
+*)
+    echo "usage: bench.sh [--quick|--cold]" >&2
     exit 2
-}
+    ;;
+esac
 
 build=${CM_BUILD:-build/release}
 if [ "$build" = build/release ]; then cmake --preset release; else cmake "$build" -DCM_BENCHMARKS=ON; fi >/dev/null
@@ -40,6 +45,10 @@ run() { # run PROGRAM ARG...: its output is shown and kept
 run MediaDatabase --items="$items" "${database[@]}"
 run MediaScan "$(library camera)" "$rounds"
 run MediaScan "$(library large)" "$rounds"
+if [ -n "$cold" ]; then
+    run MediaScan "$(library camera)" 3 cold
+    run MediaScan "$(library large)" 3 cold
+fi
 run CommandRoundTrip ${quick:+--quick}
 run ServiceRows ${quick:+--quick}
 

@@ -7,18 +7,14 @@
 #include <cerrno>
 #include <cstring>
 
+#include "MediaContent/Extract/Protocol.h"
+
 namespace platform {
-namespace {
-
-constexpr size_t WINDOW = 16 * 1024;
-
-}  // namespace
-
 FileSource::FileSource(int fd, uint64_t size)
     : m_fd(fd),
       m_size(std::min<uint64_t>(size, INT64_MAX)),
-      m_window(static_cast<size_t>(std::min<uint64_t>(m_size, WINDOW))) {
-    if (m_size <= WINDOW) return;
+      m_window(static_cast<size_t>(std::min<uint64_t>(m_size, READ_WINDOW))) {
+    if (m_size <= READ_WINDOW) return;
     // Without it the kernel reads ahead far more than is looked at: from a slow stick, that is most
     // of the time a file takes.
     posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
@@ -46,7 +42,7 @@ size_t FileSource::CopyFromWindow(uint64_t offset, unsigned char* buffer, size_t
 
 void FileSource::FillWindow(uint64_t offset) {
     m_windowStart = offset;
-    const uint64_t wanted = std::min<uint64_t>(WINDOW, m_size - offset);
+    const uint64_t wanted = std::min<uint64_t>(READ_WINDOW, m_size - offset);
     m_windowLength = ReadThrough(offset, m_window.data(), static_cast<size_t>(wanted));
 }
 
@@ -56,7 +52,7 @@ size_t FileSource::ReadAt(uint64_t offset, void* buffer, size_t length) {
     auto* out = static_cast<unsigned char*>(buffer);
     size_t done = CopyFromWindow(offset, out, length);
     if (done == length) return done;
-    if (length - done >= WINDOW)
+    if (length - done >= READ_WINDOW)
         return done + ReadThrough(offset + done, out + done, length - done);
     FillWindow(offset + done);
     return done + CopyFromWindow(offset + done, out + done, length - done);

@@ -18,6 +18,8 @@ namespace platform {
 // The descriptor on which a helper finds its end of the pair.
 constexpr int HELPER_SOCKET_FD = 3;
 constexpr size_t MAX_BATCH = 32;  // files in a request
+// Bytes that a helper reads of a file at once, and first of all from its beginning.
+constexpr size_t READ_WINDOW = 16 * 1024;
 constexpr size_t MAX_MIME_LENGTH = 64;
 constexpr size_t MAX_REQUEST = 32 + MAX_BATCH * (16 + MAX_MIME_LENGTH);  // bytes
 constexpr size_t MAX_FILE_ANSWER = 64 + 8 * (MAX_METADATA_TEXT + 2);     // bytes
