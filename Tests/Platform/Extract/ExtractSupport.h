@@ -10,7 +10,7 @@
 
 #include "MediaContent/Extract/Extractor.h"
 #include "MediaContent/Extract/UniqueFd.h"
-#include "Platform/Support.h"
+#include "Support/Basics.h"
 
 using test::TempFolder;
 
