@@ -18,7 +18,9 @@ void LearnWorld(FuzzWorld& world) {
     MediaClient client(world.socket);
     world.storages = {client.Storage("SMALL")["id"].asString()};
     if (client.Query(world.storages[0]) <= 0) throw std::runtime_error("nothing is found");
-    for (const auto& photo : client.Fetch(0, 50)["photos"]) {
+    const Json::Value page = client.Fetch(0, 50);
+    if (page["photos"].empty()) throw std::runtime_error("an empty page");
+    for (const auto& photo : page["photos"]) {
         world.mediaIds.push_back(photo["id"].asString());
         world.paths.push_back(photo["path"].asString());
     }
