@@ -9,17 +9,17 @@
 #include <fstream>
 #include <vector>
 
-#include "Endurance/Support/ServiceProcess.h"
-#include "Endurance/Support/Sticks.h"
-#include "Endurance/Support/Vitals.h"
 #include "Log/Log.h"
 #include "MediaContent/Store.h"
 #include "MediaContent/Writer.h"
+#include "Service/ServiceProcess.h"
+#include "Service/Sticks.h"
+#include "Service/Vitals.h"
 
 namespace {
 
 using namespace platform;
-using namespace endurance;
+using namespace test;
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
@@ -59,7 +59,7 @@ Change MakeChange(int number) {
 class Library {
 public:
     explicit Library(int items) : m_sticks(m_scratch.Path()), m_items(items) {
-        Store store((m_scratch.Path() / "media.db").string());
+        Store store(m_scratch / "media.db");
         for (int i = 0; i < STORAGES; ++i) AddStick(store, "STICK" + std::to_string(i));
     }
 
@@ -88,7 +88,7 @@ private:
         store.Write().Checkpoint();
     }
 
-    ScratchFolder m_scratch;
+    TempFolder m_scratch;
     Sticks m_sticks;
     const int m_items;
 };
@@ -130,7 +130,7 @@ std::string WordAfter(const std::string& text, const std::string& key) {
 }
 
 // Counts and pages of every stick, at both ends: what a client does before it falls silent.
-void UseAll(test::DBusClient& client, int handle, int items) {
+void UseAll(DBusClient& client, int handle, int items) {
     std::string storages = client.Execute(handle, "GetStorages").value;
     int counted = 0;
     for (size_t at; (at = storages.find("\"id\":\"")) != std::string::npos;) {
@@ -149,7 +149,7 @@ void UseAll(test::DBusClient& client, int handle, int items) {
     Require(counted == items - items / 10, "the service does not know the library");
 }
 
-double MillisecondsForPage(test::DBusClient& client, int handle, int start) {
+double MillisecondsForPage(DBusClient& client, int handle, int start) {
     const auto begin = Clock::now();
     client.Execute(handle, "Fetch", std::to_string(start), "1000");
     Require(client.Wait("FETCH_COMPLETED").has_value(), "no page");
@@ -158,7 +158,7 @@ double MillisecondsForPage(test::DBusClient& client, int handle, int start) {
 
 // What a client on the socket waits for: pages of the first stick from both ends, turn by turn,
 // and its count.
-void MeasurePages(test::DBusClient& client, int handle, int rounds) {
+void MeasurePages(DBusClient& client, int handle, int rounds) {
     const std::string id = WordAfter(client.Execute(handle, "GetStorages").value, "\"id\":\"");
     client.Execute(handle, "Query", id, "photo", "", "false");
     const auto event = client.Wait("QUERY_COMPLETED");
@@ -205,7 +205,7 @@ void MeasureIdle(int items, int quiet, std::chrono::seconds length) {
     MeasurePages(*client, handle, quiet);
     auto last = WakeUpsOf(service->Pid());
     auto since = Clock::now();
-    WaitUntil(  // until nothing has stirred for longer than GLib keeps idle threads
+    Until(  // until nothing has stirred for longer than GLib keeps idle threads
         [&] {
             const auto now = WakeUpsOf(service->Pid());
             if (now != last || !ChildrenOf(service->Pid()).empty()) since = Clock::now();
@@ -215,7 +215,7 @@ void MeasureIdle(int items, int quiet, std::chrono::seconds length) {
         std::chrono::seconds(90));
     const auto before = WakeUpsOf(service->Pid());
     const auto end = Clock::now() + length;
-    WaitUntil([&] { return Clock::now() >= end; }, length + length);
+    Until([&] { return Clock::now() >= end; }, length + length);
     const long wakeUps = Stirred(before, WakeUpsOf(service->Pid()));
     const Vitals idle = ReadVitals(service->Pid());
     const std::string known = std::to_string(items) + " items known, idle";

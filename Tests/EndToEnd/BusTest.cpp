@@ -2,10 +2,10 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
 
-#include "EndToEnd/Support/ServiceTest.h"
+#include "Service/ServiceTest.h"
+#include "Service/Vitals.h"
 
 namespace test {
 namespace {
@@ -16,12 +16,6 @@ constexpr char kConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
 <busconfig><type>session</type><listen>unix:path=%</listen><auth>EXTERNAL</auth>
 <policy context="default"><allow send_destination="*"/><allow eavesdrop="true"/>
 <allow own="*"/></policy></busconfig>)";
-
-long ThreadsOf(pid_t process) {
-    std::error_code gone;
-    const std::string folder = "/proc/" + std::to_string(process) + "/task";
-    return std::distance(std::filesystem::directory_iterator(folder, gone), {});
-}
 
 class BusTest : public ServiceTest {
 protected:
@@ -35,18 +29,18 @@ protected:
             Folder() + "/bus.log");
         ASSERT_TRUE(Until([&] { return access(BusSocket().c_str(), F_OK) == 0; }));
         m_onBus = std::make_unique<Program>(
-            std::vector<std::string>{CONTENTS_MGR, "--bus", "session", "--usb", "directory",
+            std::vector<std::string>{SERVICE_PROGRAM, "--bus", "session", "--usb", "directory",
                                      "--usb-root", UsbRoot(), "--database", Folder() + "/media.db",
                                      "--log-level", "trace"},
-            Folder() + "/log", Environment());
+            Folder() + "/service.log", Environment());
         ASSERT_TRUE(Until([&] { return OnBus({"run", "StartSync"}).status == 0; }));
     }
 
     void TearDown() override {
         m_onBus->Signal(SIGTERM);
         EXPECT_EQ(m_onBus->Wait(), m_busDied ? 1 : 0);
-        EXPECT_EQ(Told("> Process Created!!!"), 1);
-        EXPECT_EQ(Told("> Process Destroyed!!!"), 1);
+        EXPECT_EQ(Told("> Process Created!!!"), 1u);
+        EXPECT_EQ(Told("> Process Destroyed!!!"), 1u);
     }
 
     Outcome OnBus(std::vector<std::string> words) const {
@@ -58,13 +52,6 @@ protected:
     Variables Environment() const {
         return {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + BusSocket()}};
     }
-    // How often the log tells so.
-    int Told(const std::string& text) const {
-        const std::string log = LogText();
-        int count = 0;
-        for (size_t at = 0; (at = log.find(text, at)) != std::string::npos; ++at) ++count;
-        return count;
-    }
 
     std::unique_ptr<Program> m_bus;
     std::unique_ptr<Program> m_onBus;
@@ -72,12 +59,12 @@ protected:
 };
 
 TEST_F(BusTest, ServesClientsUnderItsName) {
-    PlugIn("stick", {"--photos", "DIR", "30"});
+    m_sticks.Make("stick", "--photos", 30);
     EXPECT_EQ(OnBus({"count", "stick", "photo"}).output, "31\n");
-    EXPECT_GT(Told("> CPlivEngineContentsMgr is allocated on : 0x"), 0);
+    EXPECT_GT(Told("> CPlivEngineContentsMgr is allocated on : 0x"), 0u);
     const Outcome second =
-        RunProgram({CONTENTS_MGR, "--bus", "session", "--usb", "directory", "--usb-root", UsbRoot(),
-                    "--database", Folder() + "/other.db"},
+        RunProgram({SERVICE_PROGRAM, "--bus", "session", "--usb", "directory", "--usb-root",
+                    UsbRoot(), "--database", Folder() + "/other.db"},
                    Environment());
     EXPECT_EQ(second.status, 1);
     EXPECT_NE(second.errors.find("has the name"), std::string::npos) << second.errors;
@@ -85,11 +72,11 @@ TEST_F(BusTest, ServesClientsUnderItsName) {
 
 // A client that is killed says no good-bye; its engine disconnects when the bus tells of it.
 TEST_F(BusTest, AClientThatVanishesTakesItsEngineAlong) {
-    PlugIn("stick", {"--photos", "DIR", "30"});
+    m_sticks.Make("stick", "--photos", 30);
     Program monitor({CONTENTSCTL, "--bus", "session", "monitor"}, Folder() + "/monitor",
                     Environment());
     ASSERT_TRUE(Shows(Folder() + "/monitor", "Listening"));
-    const auto threads = [&] { return ThreadsOf(m_onBus->Pid()); };
+    const auto threads = [&] { return ReadVitals(m_onBus->Pid()).threads; };
     const long before = threads();
     monitor.Signal(SIGKILL);
     monitor.Wait();
@@ -102,12 +89,12 @@ TEST_F(BusTest, TheEndOfTheBusEndsTheService) {
     m_bus->Signal(SIGTERM);
     m_bus->Wait();
     EXPECT_EQ(m_onBus->Wait(), 1);
-    EXPECT_EQ(Told("the connection to the message bus is lost"), 1);
+    EXPECT_EQ(Told("the connection to the message bus is lost"), 1u);
 }
 
 TEST_F(ServiceTest, ToolAndServiceTellThatThereIsNoBus) {
     const Variables nowhere{{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + Folder() + "/none"}};
-    const Outcome service = RunProgram({CONTENTS_MGR, "--bus", "session"}, nowhere);
+    const Outcome service = RunProgram({SERVICE_PROGRAM, "--bus", "session"}, nowhere);
     EXPECT_EQ(service.status, 1);
     EXPECT_NE(service.errors.find("message bus"), std::string::npos) << service.errors;
     EXPECT_EQ(RunProgram({CONTENTSCTL, "--bus", "session", "storages"}, nowhere).status, 2);

@@ -5,9 +5,9 @@
 #include <set>
 #include <vector>
 
-#include "EndToEnd/Support/Crew.h"
-#include "EndToEnd/Support/RawClient.h"
-#include "EndToEnd/Support/ServiceTest.h"
+#include "Service/Crew.h"
+#include "Service/RawClient.h"
+#include "Service/ServiceTest.h"
 
 namespace test {
 namespace {
@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 // CM_SECONDS in the environment makes it longer than a test run has time for.
 TEST_F(ServiceTest, FourClientsAskWhileAFifthRegistersAndUnregisters) {
-    PlugIn("stick", {"--photos", "DIR", "60"});
+    m_sticks.Make("stick", "--photos", 60);
     fs::create_directory(UsbRoot() + "/stick/more");
     const std::string extra = UsbRoot() + "/stick/.extra.jpg";  // the scanner skips it
     fs::copy_file(UsbRoot() + "/stick/IMG_0001.jpg", extra);
@@ -55,7 +55,7 @@ TEST_F(ServiceTest, FourClientsAskWhileAFifthRegistersAndUnregisters) {
 
 // Gone without a word: in the middle of a command, of a scan wait, of a message.
 TEST_F(ServiceTest, ClientsThatAreKilledLeaveTheOthersAlone) {
-    PlugIn("stick", {"--photos", "DIR", "300"});
+    m_sticks.Make("stick", "--photos", 300);
     StartService();
     MediaClient media(Socket());
     const std::string storage = media.Storage("stick")["id"].asString();
@@ -84,7 +84,7 @@ TEST_F(ServiceTest, ClientsThatAreKilledLeaveTheOthersAlone) {
 }
 
 TEST_F(ServiceTest, StoppingWhileClientsAreBusyEndsWell) {
-    PlugIn("stick", {"--photos", "DIR", "300"});
+    m_sticks.Make("stick", "--photos", 300);
     StartService();
     std::vector<std::unique_ptr<MediaClient>> clients;
     for (int i = 0; i < 4; ++i) {

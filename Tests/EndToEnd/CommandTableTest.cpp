@@ -1,5 +1,5 @@
 // Every command of the service over D-Bus, with arguments that it takes and that it does not.
-#include "EndToEnd/Support/ServiceTest.h"
+#include "Service/ServiceTest.h"
 
 namespace test {
 namespace {

@@ -1,7 +1,7 @@
 // The main job: real files on a stick, found, counted and kept up to date.
 #include <filesystem>
 
-#include "EndToEnd/Support/ServiceTest.h"
+#include "Service/ServiceTest.h"
 
 namespace test {
 namespace {
@@ -15,7 +15,7 @@ std::string ClientRoot(const std::string& usbRoot) {
 TEST_F(ServiceTest, AStickThatComesAndGoesIsToldAndKeepsItsIds) {
     StartService();
     MediaClient media(Socket());
-    PlugIn("late", {"--photos", "DIR", "20"});
+    m_sticks.Make("late", "--photos", 20);
     const auto connected = media.Raw().Wait("USB_CONNECTED");
     ASSERT_TRUE(connected);
     EXPECT_EQ(connected->kind, 0);
@@ -24,11 +24,11 @@ TEST_F(ServiceTest, AStickThatComesAndGoesIsToldAndKeepsItsIds) {
     const Json::Value storage = media.Storage("late");
     ASSERT_EQ(media.Query(storage["id"].asString(), "photo"), 21);
     const Json::Value before = media.FetchAll("photos", 1000);
-    PullOut("late");
+    m_sticks.PullOut("late");
     ASSERT_TRUE(media.Raw().Wait("USB_DISCONNECTED"));
     EXPECT_EQ(media.Run("GetStorages"), "{\"storages\":[]}\n");
     EXPECT_EQ(media.Query(storage["id"].asString(), "photo", "", "false"), 0);
-    fs::rename(Folder() + "/pulled-late", UsbRoot() + "/late");
+    m_sticks.PlugIn("late");
     ASSERT_TRUE(media.Raw().Wait("USB_CONNECTED"));
     EXPECT_EQ(media.Storage("late")["id"], storage["id"]);
     ASSERT_EQ(media.Query(storage["id"].asString(), "photo"), 21);
@@ -39,21 +39,21 @@ TEST_F(ServiceTest, AStickThatComesAndGoesIsToldAndKeepsItsIds) {
 TEST_F(ServiceTest, AScanEndIsToldAfterItsStorage) {
     StartService();
     MediaClient media(Socket());
-    PlugIn("small", {"--photos", "DIR", "1"});
+    m_sticks.Make("small", "--photos", 1);
     for (int cycle = 0; cycle < 20; ++cycle) {
         const auto connected = media.Raw().Wait("USB_CONNECTED");
         ASSERT_TRUE(connected) << cycle;
         const auto synced = media.Raw().Wait("SYNC_COMPLETED", std::chrono::seconds(20));
         ASSERT_TRUE(synced) << cycle;
         EXPECT_EQ(synced->payload, Parse(connected->payload)["storage"]["id"].asString());
-        PullOut("small");
+        m_sticks.PullOut("small");
         ASSERT_TRUE(media.Raw().Wait("USB_DISCONNECTED")) << cycle;
-        fs::rename(Folder() + "/pulled-small", UsbRoot() + "/small");
+        m_sticks.PlugIn("small");
     }
 }
 
 TEST_F(ServiceTest, RegisteredFilesAreListedAndRemovedOnesAreNot) {
-    PlugIn("stick", {"--photos", "DIR", "10"});
+    m_sticks.Make("stick", "--photos", 10);
     StartService();
     MediaClient media(Socket());
     const std::string id = media.Storage("stick")["id"].asString();
@@ -81,11 +81,10 @@ TEST_F(ServiceTest, RegisteredFilesAreListedAndRemovedOnesAreNot) {
 }
 
 TEST_F(ServiceTest, TheDatabaseSurvivesAKillInTheMiddleOfAScan) {
-    PlugIn("stick", {"--photos", "DIR", "600"});
+    m_sticks.Make("stick", "--photos", 600);
     StartService();
     MediaClient(Socket()).Storage("stick");
-    Service().Signal(SIGKILL);
-    EXPECT_EQ(Service().Wait(), 128 + SIGKILL);
+    m_service->Kill();
     StartService();
     MediaClient media(Socket());
     EXPECT_EQ(media.Query(media.Storage("stick")["id"].asString(), "photo"), 601);

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "EndToEnd/Support/ServiceTest.h"
+#include "Service/ServiceTest.h"
 
 namespace test {
 namespace {
@@ -27,7 +27,7 @@ TEST_F(ServiceTest, EachSampleIsTheItemThatItShouldBe) {
     std::ifstream file(EXPECTED_ITEMS);
     Json::Value expected;
     ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), file, &expected, nullptr));
-    PlugIn("samples", {"--small", "DIR"});
+    m_sticks.Make("samples", "--small");
     StartService();
     MediaClient media(Socket());
     const std::string id = media.Storage("samples")["id"].asString();

@@ -5,7 +5,7 @@
 #include <set>
 #include <sstream>
 
-#include "EndToEnd/Support/ServiceTest.h"
+#include "Service/ServiceTest.h"
 
 namespace test {
 namespace {
@@ -21,30 +21,28 @@ std::vector<Json::Value> JsonLines(const std::string& text) {
     return lines;
 }
 
-TEST_F(ServiceTest, TheServiceTellsWrongUsage) {
+class ToolsTest : public ServiceTest {
+protected:
+    Outcome Tool(Words arguments) const {  // contentsctl at our address
+        arguments.insert(arguments.begin(), CONTENTSCTL);
+        return RunProgram(arguments, {{"CONTENTS_MGR_ADDRESS", Address()}, {"TZ", "UTC"}});
+    }
+};
+
+TEST_F(ToolsTest, TheServiceTellsWrongUsage) {
     const Words cases[] = {{"--nonsense"}, {"extra"}, {"--bus", "omni"}, {"--log-level", "loud"}};
     for (Words words : cases) {
-        words.insert(words.begin(), CONTENTS_MGR);
+        words.insert(words.begin(), SERVICE_PROGRAM);
         const Outcome wrong = RunProgram(words);
         EXPECT_EQ(wrong.status, 2) << words[1];
         EXPECT_NE(wrong.errors.find("--help"), std::string::npos) << wrong.errors;
     }
-    EXPECT_EQ(RunProgram({CONTENTS_MGR, "--help"}).status, 0);
-    EXPECT_NE(RunProgram({CONTENTS_MGR, "--version"}).output.find("ContentsMgr 2.000"),
+    EXPECT_EQ(RunProgram({SERVICE_PROGRAM, "--help"}).status, 0);
+    EXPECT_NE(RunProgram({SERVICE_PROGRAM, "--version"}).output.find("ContentsMgr 2.000"),
               std::string::npos);
 }
 
-TEST_F(ServiceTest, ASecondServiceAtTheSameSocketIsRefused) {
-    StartService();
-    const Outcome second =
-        RunProgram({CONTENTS_MGR, "--address", Address(), "--usb", "directory", "--usb-root",
-                    UsbRoot(), "--database", Folder() + "/other.db"});
-    EXPECT_EQ(second.status, 1);
-    EXPECT_NE(second.errors.find("another process serves"), std::string::npos) << second.errors;
-    EXPECT_GT(Client()->Open(), 0);
-}
-
-TEST_F(ServiceTest, GdbusCanIntrospect) {
+TEST_F(ToolsTest, GdbusCanIntrospect) {
     StartService();
     const Outcome shown = RunProgram({"gdbus", "introspect", "--address", Address(), "--dest",
                                       "dorn.ContentsMgr", "--object-path", "/dorn/PlivHost"});
@@ -53,7 +51,7 @@ TEST_F(ServiceTest, GdbusCanIntrospect) {
         EXPECT_NE(shown.output.find(member), std::string::npos) << member;
 }
 
-TEST_F(ServiceTest, TheToolTellsWhatWasWrong) {
+TEST_F(ToolsTest, TheToolTellsWhatWasWrong) {
     const auto fails = [this](int status, const Words& words, const char* text) {
         const Outcome outcome = Tool(words);
         EXPECT_EQ(outcome.status, status) << text;
@@ -77,15 +75,15 @@ TEST_F(ServiceTest, TheToolTellsWhatWasWrong) {
     fails(0, {"storages"}, "No storage");
 }
 
-TEST_F(ServiceTest, TheToolRunsBareCommands) {
+TEST_F(ToolsTest, TheToolRunsBareCommands) {
     StartService();
     EXPECT_EQ(Tool({"run", "GetStorages"}).output, "{\"storages\":[]}\n");
     EXPECT_EQ(Parse(Tool({"--json", "run", "Connect"}).output)["returnValue"], "1");
     EXPECT_EQ(Tool({"run", "--", "Fetch", "-1", "10"}).output, "0\n");
 }
 
-TEST_F(ServiceTest, TheToolListsPagesAndBrowses) {
-    PlugIn("stick", {"--photos", "DIR", "1200"});
+TEST_F(ToolsTest, TheToolListsPagesAndBrowses) {
+    m_sticks.Make("stick", "--photos", 1200);
     StartService();
     const Outcome storages = Tool({"storages", "--json"});
     ASSERT_EQ(storages.status, 0) << storages.errors;
@@ -106,8 +104,8 @@ TEST_F(ServiceTest, TheToolListsPagesAndBrowses) {
 }
 
 // More subfolders and files than a page holds, in numbers where a page's arithmetic bites.
-TEST_F(ServiceTest, TheToolBrowsesFoldersLargerThanAPage) {
-    PlugIn("stick", {"--photos", "DIR", "1203"});
+TEST_F(ToolsTest, TheToolBrowsesFoldersLargerThanAPage) {
+    m_sticks.Make("stick", "--photos", 1203);
     const std::string folder = UsbRoot() + "/stick/Crowd";
     fs::create_directories(folder);
     std::multiset<std::string> onDisk, listed;
@@ -128,8 +126,8 @@ TEST_F(ServiceTest, TheToolBrowsesFoldersLargerThanAPage) {
     EXPECT_EQ(listed, onDisk);
 }
 
-TEST_F(ServiceTest, TheToolRegistersAndMonitors) {
-    PlugIn("stick", {"--photos", "DIR", "5"});
+TEST_F(ToolsTest, TheToolRegistersAndMonitors) {
+    m_sticks.Make("stick", "--photos", 5);
     StartService();
     const auto items = JsonLines(Tool({"--json", "query", "stick", "photo"}).output);
     ASSERT_EQ(items.size(), 6u);
@@ -141,25 +139,25 @@ TEST_F(ServiceTest, TheToolRegistersAndMonitors) {
     EXPECT_EQ(Tool({"count", "stick", "photo"}).output, "5\n");
     EXPECT_EQ(Tool({"register", items[0]["fullPathName"].asString()}).status, 0);
     EXPECT_EQ(Tool({"count", "stick", "photo"}).output, "6\n");
-    PullOut("stick");
+    m_sticks.PullOut("stick");
     EXPECT_TRUE(Shows(heard, "USB_DISCONNECTED"));
     monitor.Signal(SIGTERM);
     EXPECT_EQ(monitor.Wait(), 0);
 }
 
-TEST_F(ServiceTest, TheMonitorSpeaksToPeople) {
+TEST_F(ToolsTest, TheMonitorSpeaksToPeople) {
     StartService();
     const std::string heard = Folder() + "/monitor";
     Program monitor({CONTENTSCTL, "--address", Address(), "monitor"}, heard);
     ASSERT_TRUE(Shows(heard, "Listening"));
-    PlugIn("stick", {"--photos", "DIR", "5"});
+    m_sticks.Make("stick", "--photos", 5);
     for (const char* text : {"USB_CONNECTED  stick (msc, ", "$USB_DIR/stick\n", " is ready\n"})
         EXPECT_TRUE(Shows(heard, text)) << text << " is not in " << ReadFile(heard);
 }
 
 // The example in the documents, as a reader would run it.
-TEST_F(ServiceTest, TheExampleClientInTheDocumentsWorks) {
-    PlugIn("stick", {"--photos", "DIR", "12"});
+TEST_F(ToolsTest, TheExampleClientInTheDocumentsWorks) {
+    m_sticks.Make("stick", "--photos", 12);
     StartService();
     const Outcome outcome = RunProgram({"sh", EXAMPLE_CLIENT, Address(), "stick"});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;

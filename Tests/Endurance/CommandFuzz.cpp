@@ -1,383 +1,80 @@
 // Random commands, arguments and JSON against the real service, many under way at a time. It must
 // neither crash nor hang nor grow, and still serve an ordinary client afterwards.
-#include <json/json.h>
-#include <signal.h>
-
-#include <atomic>
 #include <cstdio>
-#include <cstring>
-#include <deque>
-#include <fstream>
 #include <thread>
 
-#include "EndToEnd/Support/RawClient.h"
-#include "Endurance/Support/Ledger.h"
-#include "Endurance/Support/RandomText.h"
-#include "Endurance/Support/ServiceProcess.h"
-#include "Endurance/Support/Sticks.h"
-#include "Endurance/Support/Vitals.h"
+#include "Endurance/Fuzzer.h"
+#include "Endurance/LongRun.h"
+#include "Service/MediaClient.h"
+#include "Service/Sticks.h"
 
-namespace endurance {
+namespace test {
 namespace {
 
-namespace fs = std::filesystem;
-using std::chrono::seconds;
-
 constexpr int kThreads = 2;
-constexpr int kUnderWay = 200;           // commands of one client without an answer yet
-constexpr int kPerHandle = 4000;         // then another one: what is registered stays with a handle
-constexpr int kPerRawClient = 5000;      // commands between two clients that break the protocol
-constexpr int kAnswerLimit = 90 * 1000;  // milliseconds
-constexpr long kMemorySlackKiB = 16 * 1024;  // pieces that the heap keeps, whatever the length
 
-const std::vector<std::string> kCommands = {"Connect",
-                                            "Disconnect",
-                                            "Query",
-                                            "Fetch",
-                                            "GetCount",
-                                            "GetStorages",
-                                            "StartSync",
-                                            "StopSync",
-                                            "GetSyncState",
-                                            "SubscribeEvent",
-                                            "UnsubscribeEvent",
-                                            "RegisterContents",
-                                            "UnregisterContents"};
-
-struct World {
-    std::string socket;
-    std::vector<std::string> storages;
-    std::vector<std::string> paths;
-    std::vector<std::string> mediaIds;
-    Ledger ledger;
-    std::atomic<bool> stop{false};
-};
-
-struct Call {
-    int handle = 0;
-    std::vector<std::string> words;  // the command and its arguments
-    bool asList = false;
-};
-
-// Makes up the calls.
-class Inventor {
-public:
-    Inventor(const World& world, unsigned long seed) : m_world(world), m_text(seed) {}
-
-    Call Next(int handle) {
-        Call call;
-        call.handle = m_text.OneIn(50) ? m_text.Number(400) - 10 : handle;
-        const std::string name = m_text.OneIn(40)   ? m_text.Mutated(m_text.OneOf(kCommands))
-                                 : m_text.OneIn(40) ? m_text.Any()
-                                                    : m_text.OneOf(kCommands);
-        call.words = {name};
-        // Rare, or else nothing but connecting would go on.
-        if (name == "Connect" || name == "Disconnect" || name == "GetStorages")
-            call.words[0] = m_text.OneIn(10) ? name : "Query";
-        for (int i = 1; i <= 4; ++i) call.words.push_back(Argument(call.words[0], i));
-        call.asList = m_text.OneIn(12);
-        return call;
-    }
-
-private:
-    std::string Argument(const std::string& name, int place) {
-        if (m_text.OneIn(3000)) return m_text.Huge();
-        const std::string fitting = Fitting(name, place);
-        if (m_text.OneIn(6)) return m_text.Any();
-        if (m_text.OneIn(6)) return m_text.Integer();
-        return m_text.OneIn(4) ? m_text.Mutated(fitting) : fitting;
-    }
-
-    std::string Fitting(const std::string& name, int place) {
-        static const std::vector<std::string> kKinds = {"photo", "music", "video", "folder"};
-        if (name == "Query") {
-            if (place == 1) return m_text.OneOf(m_world.storages);
-            if (place == 2) return m_text.OneOf(kKinds);
-            return place == 3 ? m_text.OneOf(m_world.paths) : m_text.OneIn(50) ? "true" : "false";
-        }
-        if (name == "Fetch" || name == "GetCount") return m_text.Integer();
-        if (name == "RegisterContents" && place == 2)
-            return m_text.OneIn(3) ? List("fullpaths", m_world.paths) : m_text.Json("fullpaths");
-        if (name == "UnregisterContents" && place == 2)
-            return m_text.OneIn(10) ? List("ids", m_world.mediaIds) : m_text.Json("ids");
-        return name.find("Subscribe") != std::string::npos ? m_text.Json("ids") : m_text.Any();
-    }
-
-    std::string List(const char* key, const std::vector<std::string>& texts) {
-        Json::Value root;
-        for (int i = m_text.Number(4); i >= 0; --i) root[key].append(m_text.OneOf(texts));
-        return Json::FastWriter().write(root);
-    }
-
-    const World& m_world;
-    RandomText m_text;
-};
-
-// One connection, used on the thread that made it.
-class Fuzzer {
-public:
-    Fuzzer(World& world, unsigned long seed, long commands)
-        : m_world(world), m_inventor(world, seed), m_text(seed + 1), m_left(commands) {}
-
-    void Run() {
-        GMainContext* context = g_main_context_new();
-        g_main_context_push_thread_default(context);
-        m_client = std::make_unique<test::DBusClient>(m_world.socket);
-        while (m_left > 0 && !m_world.stop) RunOneHandle(context);
-        m_client.reset();
-        g_main_context_pop_thread_default(context);
-        g_main_context_unref(context);
-    }
-
-private:
-    struct Answered {
-        Fuzzer* self;
-        Call call;
-    };
-
-    void RunOneHandle(GMainContext* context) {
-        if (m_text.OneIn(kPerRawClient / kPerHandle + 1)) BreakTheProtocol();
-        const int handle = m_client->Open("fuzz");
-        if (handle < 0) return Fail("no handle");
-        m_client->Execute(handle, "Connect");
-        for (int i = 0; i < kPerHandle && m_left > 0 && !m_world.stop; ++i, --m_left) {
-            Send(m_inventor.Next(handle));
-            while (m_underWay >= kUnderWay && !m_world.stop) Iterate(context);
-        }
-        while (m_underWay > 0 && !m_world.stop) Iterate(context);
-        m_client->TakeAll();
-        if (!m_client->Close(handle).empty()) Fail("Close failed");
-    }
-
-    // Every call has a time limit, so this ends.
-    static void Iterate(GMainContext* context) { g_main_context_iteration(context, TRUE); }
-
-    void Send(Call call) {
-        GVariant* parameters = nullptr;
-        if (call.asList) {
-            GVariantBuilder list;
-            g_variant_builder_init(&list, G_VARIANT_TYPE("as"));
-            for (const auto& word : call.words) g_variant_builder_add(&list, "s", word.c_str());
-            parameters = g_variant_new("(isas)", call.handle, call.words[0].c_str(), &list);
-        } else {
-            parameters =
-                g_variant_new("(isssss)", call.handle, call.words[0].c_str(), call.words[1].c_str(),
-                              call.words[2].c_str(), call.words[3].c_str(), call.words[4].c_str());
-        }
-        ++m_underWay;
-        const char* method = call.asList ? "ExecuteWithParamList" : "Execute";
-        m_world.ledger.Done(std::string(method));
-        g_dbus_connection_call(m_client->Connection(), nullptr, "/dorn/PlivHost", "dorn.PlivHost1",
-                               method, parameters, nullptr, G_DBUS_CALL_FLAGS_NONE, kAnswerLimit,
-                               nullptr, s_Answered, new Answered{this, std::move(call)});
-    }
-
-    static void s_Answered(GObject* connection, GAsyncResult* result, gpointer data) {
-        const std::unique_ptr<Answered> answered(static_cast<Answered*>(data));
-        GError* error = nullptr;
-        GVariant* value =
-            g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, &error);
-        answered->self->Take(answered->call, value, error);
-        if (value) g_variant_unref(value);
-        g_clear_error(&error);
-    }
-
-    void Take(const Call& call, GVariant* value, GError* error) {
-        --m_underWay;
-        if (value) {
-            gboolean handled = FALSE;
-            g_variant_get(value, "(bs)", &handled, nullptr);
-            m_world.ledger.Refused(handled ? "handled" : "not handled");
-            return;
-        }
-        gchar* name = g_dbus_error_get_remote_error(error);
-        if (name) {
-            m_world.ledger.Refused(name);
-            g_free(name);
-            return;
-        }
-        Fail("no answer to " + call.words[0] + ": " + error->message + ", arguments " +
-             ShortText(call));
-    }
-
-    static std::string ShortText(const Call& call) {
-        std::string all;
-        for (const auto& word : call.words) all += "[" + word.substr(0, 200) + "] ";
-        return all;
-    }
-
-    void Fail(const std::string& what) {
-        m_world.ledger.Wrong(what);
-        m_world.stop = true;
-    }
-
-    // Connections of their own, which the service may close, and nothing else.
-    void BreakTheProtocol() {
-        m_world.ledger.Done("protocol broken");
-        test::RawClient raw(m_world.socket);
-        if (m_text.OneIn(4)) return raw.Write(m_text.Bytes(m_text.Number(3000)));
-        if (!raw.Authenticate()) return Fail("authentication refused");
-        if (m_text.OneIn(3)) return raw.Write(m_text.Bytes(16 + m_text.Number(3000)));
-        raw.Write(DamagedMessage());
-        raw.Call("Open", g_variant_new("(s)", "raw"));
-    }
-
-    // A call as it would be, with some bytes changed: lengths that lie, text that is not UTF-8.
-    std::string DamagedMessage() {
-        GDBusMessage* message =
-            g_dbus_message_new_method_call(nullptr, "/dorn/PlivHost", "dorn.PlivHost1", "Execute");
-        g_dbus_message_set_body(
-            message, g_variant_new("(isssss)", 1, "Query", "\u00e9\u00e9", "a", "b", "c"));
-        g_dbus_message_set_serial(message, 1);
-        gsize size = 0;
-        guchar* blob =
-            g_dbus_message_to_blob(message, &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr);
-        std::string bytes(reinterpret_cast<char*>(blob), size);
-        g_free(blob);
-        g_object_unref(message);
-        for (int i = m_text.Number(4); i >= 0; --i)
-            bytes[static_cast<size_t>(m_text.Number(static_cast<int>(size)))] =
-                static_cast<char>(m_text.Number(256));
-        return bytes;
-    }
-
-    World& m_world;
-    Inventor m_inventor;
-    RandomText m_text;
-    long m_left;
-    int m_underWay = 0;
-    std::unique_ptr<test::DBusClient> m_client;
-};
-
-struct Words {
-    long count = 1000000;
-    unsigned long seed = std::random_device()();
-    std::string samples = "soak-samples";
-};
-
-// An ordinary client's way through the service; false when it does not find what it must.
-bool LearnWorld(ServiceProcess& service, World& world) {
-    const auto client = service.NewClient();
-    const int handle = client->Open();
-    if (client->Execute(handle, "Connect").value != "1") return false;
-    Json::Value root;
-    Json::Reader().parse(client->Execute(handle, "GetStorages").value, root);
-    world.storages.clear();
-    for (const auto& storage : root["storages"]) world.storages.push_back(storage["id"].asString());
-    if (world.storages.empty()) return false;
-    client->Execute(handle, "Query", world.storages[0], "photo", "", "true");
-    if (!client->Wait("QUERY_COMPLETED")) return false;
-    if (client->Execute(handle, "Fetch", "0", "50").value == "0") return false;
-    const auto page = client->Wait("FETCH_COMPLETED");
-    if (!page || !Json::Reader().parse(page->payload, root)) return false;
-    for (const auto& photo : root["photos"]) {
+// An ordinary client's way through the service; what it does not find as it must is thrown.
+void LearnWorld(FuzzWorld& world) {
+    MediaClient client(world.socket);
+    world.storages = {client.Storage("SMALL")["id"].asString()};
+    if (client.Query(world.storages[0]) <= 0) throw std::runtime_error("nothing is found");
+    const Json::Value page = client.Fetch(0, 50);
+    if (page["photos"].empty()) throw std::runtime_error("an empty page");
+    for (const auto& photo : page["photos"]) {
         world.mediaIds.push_back(photo["id"].asString());
         world.paths.push_back(photo["path"].asString());
     }
-    return root["photos"].size() > 0;
 }
 
-Vitals Quiet(pid_t process) {
-    Vitals last = ReadVitals(process);
-    auto since = Clock::now();
-    WaitUntil(
-        [&] {
-            const Vitals now = ReadVitals(process);
-            if (now.threads != last.threads || now.descriptors != last.descriptors)
-                since = Clock::now();
-            last = now;
-            return Clock::now() - since > seconds(2) && now.children == 0;
-        },
-        seconds(60));
-    return last;
-}
-
-void RunFuzzers(World& world, ServiceProcess& service, unsigned long seed, long count) {
+void RunFuzzers(FuzzWorld& world, ServiceProcess& service, unsigned long seed, long count) {
     std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i)
+    for (unsigned long i = 0; i < kThreads; ++i)
         threads.emplace_back([&world, seed, count, i] {
-            Fuzzer(world, seed + static_cast<unsigned long>(i) * 1000, count / kThreads).Run();
+            SendRandomCommands(world, seed + i * 1000, count / kThreads);
         });
     for (auto& thread : threads) thread.join();
     if (!service.IsRunning()) world.ledger.Wrong("the service ended by itself");
 }
 
-bool HasGrown(const Vitals& start, const Vitals& end) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    const long slack = 1L << 30;  // a sanitizer keeps what is freed
-#else
-    const long slack = kMemorySlackKiB;
-#endif
-    std::printf("%-28s %12s %12s\n", "service, when quiet", "start", "end");
-    std::printf("%-28s %12ld %12ld   may grow by %ld\n", "memory of its own, KiB", start.privateKiB,
-                end.privateKiB, slack);
-    std::printf("%-28s %12ld %12ld\n", "threads", start.threads, end.threads);
-    std::printf("%-28s %12ld %12ld\n", "descriptors", start.descriptors, end.descriptors);
-    return end.privateKiB > start.privateKiB + slack || end.threads > start.threads + 2 ||
-           end.descriptors > start.descriptors;
-}
-
-int Run(const Words& words) {
-    std::printf("command fuzz: %ld commands, seed %lu\n", words.count, words.seed);
-    std::fflush(stdout);
-    ScratchFolder scratch;
+int Run(const RunOptions& given) {
+    const TempFolder scratch;
     Sticks sticks(scratch.Path());
-    MakeSamples("--small", fs::path(words.samples) / "small");
-    sticks.Add("SMALL", fs::path(words.samples) / "small");
+    const auto samples = std::filesystem::path(given.samples) / "small";
+    MakeSamples("--small", samples);
+    sticks.Add("SMALL", samples);
     ServiceOptions options;
     options.folder = scratch.Path();
     options.usbRoot = sticks.Root();
     options.logLevel = "none";
     ServiceProcess service(options);
-    World world;
+    FuzzWorld world;
     world.socket = service.Socket();
-    if (!service.WaitUntilServing() || !LearnWorld(service, world)) {
-        std::printf("the service does not come up: %s\n", service.Log().c_str());
-        return 1;
-    }
+    if (!service.WaitUntilServing()) throw std::runtime_error("no service: " + service.Log());
+    LearnWorld(world);
     const auto begin = Clock::now();
-    RunFuzzers(world, service, words.seed, words.count / 10);
-    const Vitals start = Quiet(service.Pid());
-    if (!world.stop) RunFuzzers(world, service, words.seed + 1, words.count - words.count / 10);
+    RunFuzzers(world, service, given.seed, given.amount / 10);
+    const Vitals start = QuietVitals(service.Pid());
+    if (!world.stop) RunFuzzers(world, service, given.seed + 1, given.amount - given.amount / 10);
     const double took = std::chrono::duration<double>(Clock::now() - begin).count();
-    const Vitals end = Quiet(service.Pid());
+    JudgeGrowth(service.Pid(), start, QuietVitals(service.Pid()), world.ledger);
+    std::printf("%.1f s\n", took);
     if (service.IsRunning()) {
         // Its photos may have been removed, and are found again by the next scan.
         sticks.PullOut("SMALL");
         sticks.PlugIn("SMALL");
-        if (!LearnWorld(service, world)) world.ledger.Wrong("no ordinary client is served");
+        try {
+            LearnWorld(world);
+        } catch (const std::runtime_error& error) {
+            world.ledger.Wrong(std::string("no ordinary client is served: ") + error.what());
+        }
     }
-    const auto status = service.Stop();
-    if (!status || *status != 0)
-        world.ledger.Wrong("the service ended with " +
-                           (status ? std::to_string(*status) : "nothing: it hung"));
-    if (HasGrown(start, end)) world.ledger.Wrong("the service has grown");
-    world.ledger.Print();
-    if (world.ledger.WrongTotal() > 0) std::printf("log:\n%s\n", service.Log().c_str());
-    std::printf("%ld commands in %.1f s, %s\n", world.ledger.Total(), took,
-                world.ledger.WrongTotal() ? "FAILED" : "passed");
-    return world.ledger.WrongTotal() ? 1 : 0;
+    StopWell(service, world.ledger);
+    return Verdict(service, world.ledger);
 }
 
 }  // namespace
-}  // namespace endurance
+}  // namespace test
 
 int main(int argc, char** argv) {
-    signal(SIGPIPE, SIG_IGN);
-    endurance::Words words;
-    for (int i = 1; i + 1 < argc; i += 2) {
-        if (strcmp(argv[i], "--count") == 0) words.count = atol(argv[i + 1]);
-        if (strcmp(argv[i], "--seed") == 0) words.seed = strtoul(argv[i + 1], nullptr, 10);
-        if (strcmp(argv[i], "--samples") == 0) words.samples = argv[i + 1];
-    }
-    if (argc % 2 == 0 || words.count < 10) {
-        std::fprintf(stderr, "usage: command-fuzz [--count N] [--seed N] [--samples DIR]\n");
-        return 2;
-    }
-    try {
-        return endurance::Run(words);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "command-fuzz: %s\n", error.what());
-        return 1;
-    }
+    return test::RunWith({argv + 1, argv + argc}, {"count", 1000000, 10}, test::Run);
 }

@@ -2,9 +2,9 @@
 
 #include <json/json.h>
 
-#include "EndToEnd/Support/RawClient.h"
+#include "Service/RawClient.h"
 
-namespace endurance {
+namespace test {
 namespace {
 
 constexpr std::chrono::seconds kAnswerLimit{60};  // the bus client gives up then
@@ -22,8 +22,8 @@ std::string ListText(const char* key, const std::vector<std::string>& texts) {
 
 }  // namespace
 
-SoakClient::SoakClient(const SoakWorld& world, unsigned long seed)
-    : m_world(world), m_ledger(*world.ledger), m_random(seed) {}
+SoakClient::SoakClient(SoakWorld& world, unsigned long seed)
+    : m_world(world), m_ledger(world.ledger), m_random(seed) {}
 
 int SoakClient::Number(int below) {
     return std::uniform_int_distribution<int>(0, below - 1)(m_random);
@@ -35,7 +35,7 @@ const std::string& SoakClient::OneOf(const std::vector<std::string>& texts) {
 
 void SoakClient::Run() {
     Join();
-    while (!*m_world.stop && m_client) {
+    while (!m_world.stop && m_client) {
         (this->*Choose())();
         TakeEvents();
         const long owed = m_accepted.queries - m_completed.queries + m_accepted.registrations -
@@ -68,7 +68,7 @@ SoakClient::Action SoakClient::Choose() {
 
 void SoakClient::Join() {
     try {
-        m_client = std::make_unique<test::DBusClient>(m_world.socket);
+        m_client = std::make_unique<DBusClient>(m_world.socket);
     } catch (const std::runtime_error& error) {
         m_ledger.Wrong(std::string("no connection: ") + error.what());
         return;
@@ -118,7 +118,7 @@ void SoakClient::CloseRudely() {
 int SoakClient::Command(const std::string& name, const std::string& arg1, const std::string& arg2,
                         const std::string& arg3, const std::string& arg4) {
     const auto begin = Clock::now();
-    const test::Answer answer = m_client->Execute(m_handle, name, arg1, arg2, arg3, arg4);
+    const Answer answer = m_client->Execute(m_handle, name, arg1, arg2, arg3, arg4);
     const auto took = Clock::now() - begin;
     m_ledger.Done(name, took);
     if (took >= kAnswerLimit || answer.error == "local")
@@ -201,7 +201,7 @@ bool SoakClient::IsSettled() const {
 }
 
 void SoakClient::Settle() {
-    WaitForOwed([this] { return IsSettled() || *m_world.stop; });
+    WaitForOwed([this] { return IsSettled() || m_world.stop; });
 }
 
 // Waits for what is owed, until `enough`.
@@ -212,7 +212,7 @@ void SoakClient::WaitForOwed(const std::function<bool()>& enough) {
         const auto before = m_completed;
         const size_t pagesBefore = m_pagesSeen.size();
         const auto event =
-            m_client->Wait([](const test::Event&) { return true; }, std::chrono::seconds(1));
+            m_client->Wait([](const Event&) { return true; }, std::chrono::seconds(1));
         if (event) Take(*event);
         if (m_completed != before || m_pagesSeen.size() != pagesBefore) lastOfOurs = Clock::now();
         if (!m_client->IsConnected()) return m_ledger.Wrong("the service closed a connection");
@@ -233,10 +233,10 @@ void SoakClient::ReportMissing() {
 
 void SoakClient::TakeEvents() {
     if (!m_client) return;
-    for (const test::Event& event : m_client->TakeAll()) Take(event);
+    for (const Event& event : m_client->TakeAll()) Take(event);
 }
 
-void SoakClient::Take(const test::Event& event) {
+void SoakClient::Take(const Event& event) {
     m_ledger.Done("event " + event.name);
     if (event.handle != m_handle) return m_ledger.Wrong("an event of a handle of somebody else");
     Json::Value payload;
@@ -271,7 +271,7 @@ void SoakClient::TakePage(const Json::Value& page) {
 
 int RunVictim(const std::string& socket, unsigned long seed) {
     std::mt19937_64 random(seed);
-    test::DBusClient client(socket);
+    DBusClient client(socket);
     const int handle = client.Open("victim");
     client.Execute(handle, "Connect");
     const std::vector<std::string> commands = {"GetStorages", "GetCount", "Disconnect", "Connect",
@@ -280,7 +280,7 @@ int RunVictim(const std::string& socket, unsigned long seed) {
 }
 
 int RunSlowReader(const std::string& socket, const std::string& storage) {
-    test::RawClient client(socket);
+    RawClient client(socket);
     if (!client.Authenticate()) return 1;
     client.Call("Open", g_variant_new("(s)", "slow"));
     const int handle = client.ReadHandle();
@@ -292,4 +292,4 @@ int RunSlowReader(const std::string& socket, const std::string& storage) {
     for (;;) send("Fetch", "0", "1000");
 }
 
-}  // namespace endurance
+}  // namespace test

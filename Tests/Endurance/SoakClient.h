@@ -2,7 +2,6 @@
 #ifndef TESTS_ENDURANCE_SOAK_CLIENT_H
 #define TESTS_ENDURANCE_SOAK_CLIENT_H
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <random>
@@ -10,28 +9,19 @@
 #include <string>
 #include <vector>
 
-#include "EndToEnd/Support/DBusClient.h"
-#include "Endurance/Support/Ledger.h"
+#include "Endurance/SoakWorld.h"
+#include "Service/DBusClient.h"
 
 namespace Json {
 class Value;
 }
 
-namespace endurance {
-
-struct SoakWorld {
-    std::string socket;
-    std::vector<std::string> storages;  // their ids, also of those that are away now
-    std::vector<std::string> folders;   // as clients write them
-    std::vector<std::string> files;
-    Ledger* ledger = nullptr;
-    std::atomic<bool>* stop = nullptr;
-};
+namespace test {
 
 // One thread.
 class SoakClient {
 public:
-    SoakClient(const SoakWorld& world, unsigned long seed);
+    SoakClient(SoakWorld& world, unsigned long seed);
     // Until `stop`; then the last events are waited for.
     void Run();
 
@@ -69,7 +59,7 @@ private:
     int Command(const std::string& name, const std::string& arg1 = "", const std::string& arg2 = "",
                 const std::string& arg3 = "", const std::string& arg4 = "");
     void TakeEvents();
-    void Take(const test::Event& event);
+    void Take(const Event& event);
     void TakePage(const Json::Value& page);
     bool IsSettled() const;
     int Number(int below);
@@ -78,7 +68,7 @@ private:
     const SoakWorld& m_world;
     Ledger& m_ledger;
     std::mt19937_64 m_random;
-    std::unique_ptr<test::DBusClient> m_client;
+    std::unique_ptr<DBusClient> m_client;
     int m_handle = -1;
     bool m_connected = false;
     // What was accepted since the handle was opened, and what has come of it.
@@ -93,6 +83,6 @@ private:
 int RunVictim(const std::string& socket, unsigned long seed);
 int RunSlowReader(const std::string& socket, const std::string& storage);
 
-}  // namespace endurance
+}  // namespace test
 
 #endif

@@ -4,36 +4,13 @@
 
 #include <fstream>
 #include <random>
-#include <sstream>
 
 #include "Endurance/Faults/FaultTest.h"
-#include "Endurance/Faults/Sound.h"
 
-namespace endurance {
+namespace test {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr int kPhotos = 40;
-
-class DatabaseFaults : public FaultTest {
-protected:
-    ServiceOptions DatabaseIn(const fs::path& folder) const {
-        ServiceOptions options = Options();
-        options.database = folder / "media.db";
-        return options;
-    }
-};
-
-std::string ReadAll(const fs::path& file) {
-    std::ostringstream text;
-    text << std::ifstream(file, std::ios::binary).rdbuf();
-    return text.str();
-}
-
-void WriteAll(const fs::path& file, const std::string& bytes) {
-    std::ofstream(file, std::ios::binary | std::ios::trunc) << bytes;
-}
 
 // Fills what is left of the file system; the file is the caller's to remove.
 void Fill(const fs::path& file) {
@@ -44,137 +21,152 @@ void Fill(const fs::path& file) {
     close(descriptor);
 }
 
-TEST_F(DatabaseFaults, DiskFullFromTheStartRefusesConnectAndServesWhenThereIsRoom) {
-    if (!MayMount()) GTEST_SKIP() << "needs the right to mount";
-    const fs::path disk = m_scratch.Path() / "disk";
-    const OwnMount mount("mount -t tmpfs -o size=4M none", disk);
-    Fill(disk / "filler");
-    const auto stick = AddPhotos("STICK", kPhotos);
-    Start(DatabaseIn(disk));
-    Visitor visitor(*m_service);
+// The service keeps its database on a small disk of its own.
+class DiskFaults : public FaultTest {
+protected:
+    void SetUp() override {
+        if (!MayMount()) GTEST_SKIP() << "needs the right to mount";
+        m_mount = std::make_unique<OwnMount>("mount -t tmpfs -o size=4M none", m_disk);
+        m_options = Options();
+        m_options.database = m_disk / "media.db";
+    }
+    ~DiskFaults() override {
+        if (m_service) StopService();  // before its disk goes
+    }
+    void Remount(const std::string& how) const {
+        RunCommand("mount -o remount," + how + " '" + m_disk.string() + "'");
+    }
+
+    const fs::path m_disk = m_scratch / "disk";
+    std::unique_ptr<OwnMount> m_mount;
+    ServiceOptions m_options;
+};
+
+// A database that has been filled, and lies at rest.
+class DatabaseFaults : public FaultTest {
+protected:
+    void SetUp() override {
+        m_stick = AddPhotos("STICK");
+        StartService();
+        ASSERT_EQ(CountOn(m_stick), kPhotos);
+        StopService();
+        m_sound = ReadFile(m_file);
+        ASSERT_GT(m_sound.size(), 8u * 4096);
+    }
+    // In the database's place, with nothing left beside it.
+    void Put(const std::string& bytes) const {
+        for (const char* part : {"-wal", "-shm", ".aside", ".aside-wal", ".aside-shm"})
+            fs::remove(m_file + part);
+        std::ofstream(m_file, std::ios::binary | std::ios::trunc) << bytes;
+    }
+
+    const std::string m_file = m_scratch / "media.db";
+    fs::path m_stick;
+    std::string m_sound;
+};
+
+TEST_F(DiskFaults, DiskFullFromTheStartRefusesConnectAndServesWhenThereIsRoom) {
+    Fill(m_disk / "filler");
+    const auto stick = AddPhotos("STICK");
+    StartService(m_options);
+    MediaClient visitor(Socket());
     EXPECT_FALSE(visitor.IsConnected());
     EXPECT_TRUE(m_service->WaitForLog("disk is full")) << m_service->Log();
-    fs::remove(disk / "filler");
+    fs::remove(m_disk / "filler");
     ASSERT_TRUE(visitor.Connect());
-    EXPECT_EQ(visitor.CountPhotos(visitor.StorageAt(stick)), kPhotos);
+    EXPECT_EQ(visitor.Query(visitor.StorageAt(stick)), kPhotos);
 }
 
-TEST_F(DatabaseFaults, DiskFullDuringAScanLosesNothing) {
-    if (!MayMount()) GTEST_SKIP() << "needs the right to mount";
-    const fs::path disk = m_scratch.Path() / "disk";
-    const OwnMount mount("mount -t tmpfs -o size=4M none", disk);
-    const auto first = AddPhotos("FIRST", kPhotos);
-    Start(DatabaseIn(disk));
-    Visitor visitor(*m_service);
+TEST_F(DiskFaults, DiskFullDuringAScanLosesNothing) {
+    const auto first = AddPhotos("FIRST");
+    StartService(m_options);
+    MediaClient visitor(Socket());
     ASSERT_TRUE(visitor.IsConnected());
     const std::string storage = visitor.StorageAt(first);
-    ASSERT_EQ(visitor.CountPhotos(storage), kPhotos);
+    ASSERT_EQ(visitor.Query(storage), kPhotos);
 
     // Enough for the new storage's record, and for a part of its items.
-    Fill(disk / "filler");
-    fs::resize_file(disk / "filler", fs::file_size(disk / "filler") - 200 * 1024);
-    visitor.Client().TakeAll();
+    Fill(m_disk / "filler");
+    fs::resize_file(m_disk / "filler", fs::file_size(m_disk / "filler") - 200 * 1024);
+    visitor.Raw().TakeAll();
     const auto second = AddPhotos("SECOND", 1500);
-    const auto end = visitor.Client().Wait(
-        [](const test::Event& event) { return event.name.compare(0, 5, "SYNC_") == 0; });
+    const auto end = visitor.Raw().Wait(
+        [](const Event& event) { return event.name.compare(0, 5, "SYNC_") == 0; });
     ASSERT_TRUE(end) << "the scan's end is not told";
     EXPECT_EQ(end->name, "SYNC_FAILED");
     EXPECT_TRUE(m_service->WaitForLog("disk is full")) << m_service->Log();
-    EXPECT_EQ(visitor.CountPhotos(storage), kPhotos);
-    EXPECT_NE(visitor.Fetch(0, 10), "");
+    EXPECT_EQ(visitor.Query(storage), kPhotos);
+    EXPECT_NE(visitor.FetchEvent(0, 10), "");
 
-    fs::remove(disk / "filler");
-    RunCommand("mount -o remount,size=64M '" + disk.string() + "'");
+    fs::remove(m_disk / "filler");
+    Remount("size=64M");
     m_sticks.PullOut("SECOND");
-    ASSERT_TRUE(visitor.Client().Wait("USB_DISCONNECTED"));
+    ASSERT_TRUE(visitor.Raw().Wait("USB_DISCONNECTED"));
     m_sticks.PlugIn("SECOND");
-    ASSERT_TRUE(WaitUntil([&] { return !visitor.StorageAt(second).empty(); }));
-    EXPECT_EQ(visitor.CountPhotos(visitor.StorageAt(second)), 1500);
-    EXPECT_EQ(visitor.CountPhotos(storage), kPhotos);
+    ASSERT_TRUE(Until([&] { return !visitor.StorageAt(second).empty(); }));
+    EXPECT_EQ(visitor.Query(visitor.StorageAt(second)), 1500);
+    EXPECT_EQ(visitor.Query(storage), kPhotos);
 }
 
-TEST_F(DatabaseFaults, ReadOnlyFolderRefusesConnectUntilItCanBeWritten) {
-    if (!MayMount()) GTEST_SKIP() << "needs the right to mount";
-    const fs::path disk = m_scratch.Path() / "disk";
-    const OwnMount mount("mount -t tmpfs -o size=16M none", disk);
-    const auto stick = AddPhotos("STICK", kPhotos);
-    Start(DatabaseIn(disk));
+TEST_F(DiskFaults, ReadOnlyFolderRefusesConnectUntilItCanBeWritten) {
+    const auto stick = AddPhotos("STICK");
+    StartService(m_options);
     ASSERT_EQ(CountOn(stick), kPhotos);
-    ASSERT_EQ(m_service->Stop(), 0);
-    const std::string before = ReadAll(disk / "media.db");
+    StopService();
+    const std::string before = ReadFile(m_disk / "media.db");
 
-    RunCommand("mount -o remount,ro '" + disk.string() + "'");
-    Start(DatabaseIn(disk));
-    Visitor visitor(*m_service);
+    Remount("ro");
+    StartService(m_options);
+    MediaClient visitor(Socket());
     EXPECT_FALSE(visitor.IsConnected());
     EXPECT_TRUE(m_service->WaitForLog("unable to open database file")) << m_service->Log();
-    EXPECT_EQ(ReadAll(disk / "media.db"), before);
-    RunCommand("mount -o remount,rw '" + disk.string() + "'");
+    EXPECT_EQ(ReadFile(m_disk / "media.db"), before);
+    Remount("rw");
     ASSERT_TRUE(visitor.Connect());
-    EXPECT_EQ(visitor.CountPhotos(visitor.StorageAt(stick)), kPhotos);
-    EXPECT_FALSE(fs::exists(disk / "media.db.aside"));
+    EXPECT_EQ(visitor.Query(visitor.StorageAt(stick)), kPhotos);
+    EXPECT_FALSE(fs::exists(m_disk / "media.db.aside"));
 }
 
 // Damage may show at the start or only when that page is read: a command may fail then, and the
 // next ones find the database made anew.
 TEST_F(DatabaseFaults, DamageOfAnyPageIsFoundAndMended) {
-    const auto stick = AddPhotos("STICK", kPhotos);
-    Start();
-    ASSERT_EQ(CountOn(stick), kPhotos);
-    ASSERT_EQ(m_service->Stop(), 0);
-    const fs::path file = m_scratch.Path() / "media.db";
-    const std::string sound = ReadAll(file);
     constexpr size_t kPage = 4096;
-    ASSERT_GT(sound.size(), 8 * kPage);
     std::minstd_rand noise(1);
-    for (size_t page = 0; page < sound.size() / kPage; ++page) {
+    for (size_t page = 0; page < m_sound.size() / kPage; ++page) {
         SCOPED_TRACE("page " + std::to_string(page));
-        std::string damaged = sound;
+        std::string damaged = m_sound;
         for (size_t i = 0; i < kPage; ++i) damaged[page * kPage + i] = static_cast<char>(noise());
-        for (const char* part : {"", "-wal", "-shm"}) {
-            fs::remove(file.string() + part);
-            fs::remove(file.string() + ".aside" + part);
-        }
-        WriteAll(file, damaged);
-        Start();
+        Put(damaged);
+        StartService();
         int counted = -3;
         for (int attempt = 0; attempt < 4 && counted != kPhotos; ++attempt)
-            counted = CountOn(stick);
+            counted = CountOn(m_stick);
         EXPECT_EQ(counted, kPhotos) << m_service->Log();
-        ASSERT_EQ(m_service->Stop(), 0) << m_service->Log();
+        StopService();
     }
-    m_service.reset();
 }
 
 // One flipped byte may stay unseen: no answer is promised then, but an answer and a life is.
 TEST_F(DatabaseFaults, FlippedBytesCostNoCrash) {
-    const auto stick = AddPhotos("STICK", kPhotos);
-    Start();
-    ASSERT_EQ(CountOn(stick), kPhotos);
-    ASSERT_EQ(m_service->Stop(), 0);
-    const fs::path file = m_scratch.Path() / "media.db";
-    const std::string sound = ReadAll(file);
     std::minstd_rand random(2);
     for (int round = 0; round < 12; ++round) {
-        std::string damaged = sound;
+        std::string damaged = m_sound;
         for (int i = 0; i < 20; ++i)
             damaged[random() % damaged.size()] ^= static_cast<char>(1 + random() % 255);
-        for (const char* part : {"-wal", "-shm"}) fs::remove(file.string() + part);
-        WriteAll(file, damaged);
-        Start();
-        Visitor visitor(*m_service);
+        Put(damaged);
+        StartService();
+        MediaClient visitor(Socket());
         if (visitor.IsConnected()) {
-            const std::string storage = visitor.StorageAt(stick);
+            const std::string storage = visitor.StorageAt(m_stick);
             if (!storage.empty()) {
-                EXPECT_NE(visitor.Query(storage), "") << m_service->Log();
+                EXPECT_NE(visitor.QueryEvent(storage), "") << m_service->Log();
             }
-            visitor.Fetch(0, 10);
+            visitor.FetchEvent(0, 10);
         }
         ASSERT_TRUE(m_service->IsRunning()) << m_service->Log();
-        ASSERT_EQ(m_service->Stop(), 0) << m_service->Log();
+        StopService();
     }
-    m_service.reset();
 }
 
 }  // namespace
-}  // namespace endurance
+}  // namespace test

@@ -16,16 +16,14 @@
 #include <thread>
 #include <vector>
 
-#include "EndToEnd/Support/RawClient.h"
 #include "Endurance/Faults/FaultTest.h"
-#include "Endurance/Support/Vitals.h"
+#include "Service/RawClient.h"
+#include "Service/Vitals.h"
 
-namespace endurance {
+namespace test {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr int kPhotos = 40;
 
 using ProcessFaults = FaultTest;
 
@@ -62,31 +60,29 @@ fs::path PhotoOn(const fs::path& stick) {
 }
 
 // Of the widest photo on the page.
-int Width(const std::string& page) {
-    Json::Value root;
-    Json::Reader().parse(page, root);
+int Width(const Json::Value& page) {
     int widest = 0;
-    for (const auto& photo : root["photos"])
+    for (const auto& photo : page["photos"])
         widest = std::max(widest, atoi(photo["width"].asString().c_str()));
     return widest;
 }
 
 TEST_F(ProcessFaults, WithoutForkFilesAreListedAndReadOnceItWorksAgain) {
-    const auto stick = AddPhotos("STICK", kPhotos);
+    const auto stick = AddPhotos("STICK");
     ServiceOptions options = Options();
     options.inChild = ForbidFork;
-    options.environment.push_back("ASAN_OPTIONS=detect_leaks=0");  // which needs a process, too
-    Start(options);
+    options.environment = {{"ASAN_OPTIONS", "detect_leaks=0"}};  // which needs a process, too
+    StartService(options);
     {
-        Visitor visitor(*m_service);
-        EXPECT_EQ(visitor.CountPhotos(visitor.StorageAt(stick)), kPhotos) << m_service->Log();
+        MediaClient visitor(Socket());
+        EXPECT_EQ(visitor.Query(visitor.StorageAt(stick)), kPhotos) << m_service->Log();
         EXPECT_EQ(Width(visitor.Fetch(0, kPhotos)), 0);
         EXPECT_TRUE(m_service->WaitForLog("Resource temporarily unavailable")) << m_service->Log();
     }
-    ASSERT_EQ(m_service->Stop(), 0);
-    Start();
-    Visitor visitor(*m_service);
-    EXPECT_EQ(visitor.CountPhotos(visitor.StorageAt(stick)), kPhotos);
+    StopService();
+    StartService();
+    MediaClient visitor(Socket());
+    EXPECT_EQ(visitor.Query(visitor.StorageAt(stick)), kPhotos);
     EXPECT_GT(Width(visitor.Fetch(0, kPhotos)), 0) << m_service->Log();
 }
 
@@ -168,8 +164,8 @@ protected:
         return options;
     }
     void StartAndNoteLimit() {
-        m_stick = AddPhotos("STICK", kPhotos);
-        Start(FewDescriptors());
+        m_stick = AddPhotos("STICK");
+        StartService(FewDescriptors());
         ASSERT_EQ(prlimit(m_service->Pid(), RLIMIT_NOFILE, nullptr, &m_before), 0);
         EXPECT_EQ(m_before.rlim_cur, m_before.rlim_max) << "it takes all that it may have";
     }
@@ -177,29 +173,21 @@ protected:
         return static_cast<rlim_t>(ReadVitals(m_service->Pid()).descriptors);
     }
     // Everything that takes a descriptor, at once.
-    void BeBusy(const std::string& name, Visitor& visitor, Crowd& crowd) {
+    void BeBusy(const std::string& name, MediaClient& visitor, Crowd& crowd) {
         crowd.Come(3);
         AddPhotos(name, 5);
         visitor.StorageAt(m_stick);
-        visitor.Fetch(0, 10);
-        visitor.Query("no-such-storage", "photo", "false");
-        visitor.Query(m_id, "photo", "false");
+        visitor.FetchEvent(0, 10);
+        visitor.Query("no-such-storage", "photo", "", "false");
+        visitor.Query(m_id, "photo", "", "false");
         ASSERT_TRUE(m_service->IsRunning()) << m_service->Log();
     }
     void ExpectFullService() {
         EXPECT_EQ(CountOn(m_stick), kPhotos) << m_service->Log();
         const auto late = AddPhotos("LATE", 30);
-        Visitor visitor(*m_service);
-        EXPECT_TRUE(WaitUntil([&] { return !visitor.StorageAt(late).empty(); }))
-            << m_service->Log();
-        EXPECT_EQ(visitor.CountPhotos(visitor.StorageAt(late)), 30) << m_service->Log();
-    }
-    size_t LinesWith(const std::string& text) const {
-        const std::string log = m_service->Log();
-        size_t lines = 0;
-        for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
-            ++lines;
-        return lines;
+        MediaClient visitor(Socket());
+        EXPECT_TRUE(Until([&] { return !visitor.StorageAt(late).empty(); })) << m_service->Log();
+        EXPECT_EQ(visitor.Query(visitor.StorageAt(late)), 30) << m_service->Log();
     }
 
     fs::path m_stick;
@@ -209,10 +197,10 @@ protected:
 
 TEST_F(DescriptorFaults, TheLimitCostsAnswersNotTheService) {
     StartAndNoteLimit();
-    Visitor early(*m_service);
+    MediaClient early(Socket());
     ASSERT_TRUE(early.IsConnected());
     m_id = early.StorageAt(m_stick);
-    ASSERT_EQ(early.CountPhotos(m_id), kPhotos);
+    ASSERT_EQ(early.Query(m_id), kPhotos);
     Crowd crowd(*m_service);
     for (rlim_t spare = 17; spare-- > 0;) {
         SCOPED_TRACE("spare descriptors: " + std::to_string(spare));
@@ -227,8 +215,8 @@ TEST_F(DescriptorFaults, TheLimitCostsAnswersNotTheService) {
         SetLimit(LowestFree(m_service->Pid()) / part);
         BeBusy("NONE" + std::to_string(part), early, crowd);
     }
-    EXPECT_LT(LinesWith("turned away"), 5u) << "a line for each would flood the log";
-    EXPECT_LT(LinesWith("Too many open files"), 1000u) << "something tries again at once";
+    EXPECT_LT(Told("turned away"), 5u) << "a line for each would flood the log";
+    EXPECT_LT(Told("Too many open files"), 1000u) << "something tries again at once";
     SetLimit(m_before.rlim_cur);
     crowd.Join();
     EXPECT_GT(crowd.TurnedAway(), 0);
@@ -236,13 +224,13 @@ TEST_F(DescriptorFaults, TheLimitCostsAnswersNotTheService) {
     ExpectFullService();
     // What was plugged in meanwhile is found without any event to tell of it.
     for (const char* name : {"SPARE16", "SPARE8", "SPARE0", "NONE1", "NONE2"})
-        EXPECT_TRUE(WaitUntil([&] { return !early.StorageAt(m_sticks.PathOf(name)).empty(); }))
+        EXPECT_TRUE(Until([&] { return !early.StorageAt(m_sticks.PathOf(name)).empty(); }))
             << name << ": " << m_service->Log();
 }
 
 // The very first connection makes what later ones share.
 TEST_F(DescriptorFaults, FirstClientsMayComeWhenThereIsNoneLeft) {
-    m_stick = AddPhotos("STICK", kPhotos);
+    m_stick = AddPhotos("STICK");
     m_service = std::make_unique<ServiceProcess>(FewDescriptors());
     ASSERT_TRUE(m_service->WaitForLog("serving")) << m_service->Log();
     ASSERT_EQ(prlimit(m_service->Pid(), RLIMIT_NOFILE, nullptr, &m_before), 0);
@@ -258,9 +246,8 @@ TEST_F(DescriptorFaults, FirstClientsMayComeWhenThereIsNoneLeft) {
 TEST_F(DescriptorFaults, WhoWaitsInLineIsServedWhenThereIsRoom) {
     StartAndNoteLimit();
     SetLimit(LowestFree(m_service->Pid()) / 2);  // so that giving one up makes no room either
-    std::vector<std::unique_ptr<test::RawClient>> line;
-    for (int i = 0; i < 5; ++i)
-        line.push_back(std::make_unique<test::RawClient>(m_service->Socket()));
+    std::vector<std::unique_ptr<RawClient>> line;
+    for (int i = 0; i < 5; ++i) line.push_back(std::make_unique<RawClient>(Socket()));
     ASSERT_TRUE(m_service->WaitForLog("wait in line")) << m_service->Log();
     SetLimit(m_before.rlim_cur);
     for (auto& client : line) EXPECT_TRUE(client->Authenticate()) << m_service->Log();
@@ -269,37 +256,37 @@ TEST_F(DescriptorFaults, WhoWaitsInLineIsServedWhenThereIsRoom) {
 }
 
 TEST_F(ProcessFaults, TheClockMayJumpBackwards) {
-    const auto stick = AddPhotos("STICK", kPhotos);
-    const fs::path clock = m_scratch.Path() / "clock";
+    const auto stick = AddPhotos("STICK");
+    const fs::path clock = m_scratch / "clock";
     const auto jump = [&](long seconds) { std::ofstream(clock) << seconds; };
     ServiceOptions options = Options();
-    options.environment = {"LD_PRELOAD=" ENDURANCE_TIME_SHIM,
-                           "ENDURE_CLOCK_FILE=" + clock.string()};
+    options.environment = {{"LD_PRELOAD", ENDURANCE_TIME_SHIM},
+                           {"ENDURE_CLOCK_FILE", clock.string()}};
     jump(0);
-    Start(options);
-    Visitor visitor(*m_service);
+    StartService(options);
+    MediaClient visitor(Socket());
     const std::string storage = visitor.StorageAt(stick);
-    ASSERT_EQ(visitor.CountPhotos(storage), kPhotos);
+    ASSERT_EQ(visitor.Query(storage), kPhotos);
     int files = kPhotos;
     for (const long days : {-1L, -3650L, 3650L, -20000L}) {
         SCOPED_TRACE("days: " + std::to_string(days));
         jump(days * 24 * 3600);
-        visitor.Client().TakeAll();
+        visitor.Raw().TakeAll();
         fs::copy_file(PhotoOn(stick), stick / ("new" + std::to_string(++files) + ".jpg"));
         m_sticks.PullOut("STICK");
-        ASSERT_TRUE(visitor.Client().Wait("USB_DISCONNECTED")) << m_service->Log();
+        ASSERT_TRUE(visitor.Raw().Wait("USB_DISCONNECTED")) << m_service->Log();
         m_sticks.PlugIn("STICK");
-        ASSERT_TRUE(visitor.Client().Wait("USB_CONNECTED")) << m_service->Log();
-        ASSERT_TRUE(visitor.Client().Wait("SYNC_COMPLETED")) << m_service->Log();
-        EXPECT_EQ(visitor.CountPhotos(storage), files);
-        EXPECT_NE(visitor.Fetch(0, 10), "");
+        ASSERT_TRUE(visitor.Raw().Wait("USB_CONNECTED")) << m_service->Log();
+        ASSERT_TRUE(visitor.Raw().Wait("SYNC_COMPLETED")) << m_service->Log();
+        EXPECT_EQ(visitor.Query(storage), files);
+        EXPECT_NE(visitor.FetchEvent(0, 10), "");
     }
     // Restarted in what it takes for the past, it still knows the same.
-    ASSERT_EQ(m_service->Stop(), 0);
+    StopService();
     jump(-5000L * 24 * 3600);
-    Start(options);
+    StartService(options);
     EXPECT_EQ(CountOn(stick), files) << m_service->Log();
 }
 
 }  // namespace
-}  // namespace endurance
+}  // namespace test

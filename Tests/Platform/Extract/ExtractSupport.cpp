@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "EndToEnd/Support/Programs.h"
 #include "MediaContent/Extract/MediaTypes.h"
+#include "Service/Program.h"
 
 namespace fs = std::filesystem;
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "MediaContent/Extract/Extractor.h"
-#include "Platform/Support.h"
 #include "Process/UniqueFd.h"
+#include "Support/Basics.h"
 
 using test::TempFolder;
 

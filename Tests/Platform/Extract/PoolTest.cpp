@@ -12,9 +12,9 @@
 #include <thread>
 #include <vector>
 
-#include "EndToEnd/Support/Programs.h"
 #include "ExtractSupport.h"
 #include "Log/Log.h"
+#include "Service/Program.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 
 #include <fstream>
 
-#include "EndToEnd/Support/RawClient.h"
 #include "Platform/Host/HostTest.h"
+#include "Service/RawClient.h"
 
 namespace test {
 namespace {

@@ -1,8 +1,8 @@
 // Commands and handles as one well-behaved client or several see them.
 #include <utility>
 
-#include "EndToEnd/Support/RawClient.h"
 #include "Platform/Host/HostTest.h"
+#include "Service/RawClient.h"
 
 namespace test {
 namespace {

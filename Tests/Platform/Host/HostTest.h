@@ -10,10 +10,10 @@
 #include <thread>
 #include <vector>
 
-#include "EndToEnd/Support/DBusClient.h"
 #include "Platform/Host/TestApp.h"
-#include "Platform/Support.h"
 #include "PlivHost/Server.h"
+#include "Service/DBusClient.h"
+#include "Support/Basics.h"
 
 namespace test {
 

@@ -12,9 +12,9 @@
 #include <random>
 #include <set>
 
-#include "EndToEnd/Support/Programs.h"
 #include "Library.h"
 #include "MediaContent/Database.h"
+#include "Service/Program.h"
 
 namespace media_test {
 namespace {

@@ -13,7 +13,7 @@
 
 #include "MediaContent.h"
 #include "MediaContent/MediaService.h"
-#include "Platform/Support.h"
+#include "Support/Basics.h"
 
 namespace media_test {
 

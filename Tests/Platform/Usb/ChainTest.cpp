@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/mount.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -12,10 +13,11 @@
 #include <random>
 #include <thread>
 
-#include "EndToEnd/Support/Crew.h"
-#include "EndToEnd/Support/ServiceTest.h"
 #include "MockDevices.h"
-#include "Platform/Support.h"
+#include "Service/Crew.h"
+#include "Service/MediaClient.h"
+#include "Service/Program.h"
+#include "Support/Basics.h"
 
 namespace fs = std::filesystem;
 
@@ -31,6 +33,32 @@ std::string Line(const std::string& command) {
     const test::Outcome outcome = test::RunProgram({"/bin/sh", "-c", command});
     EXPECT_EQ(0, outcome.status) << outcome.errors;
     return outcome.output.substr(0, outcome.output.find('\n'));
+}
+
+// One client's life: connects, asks, fetches and leaves in random order until told to stop. What a
+// stick that has just gone makes of its answers is no matter; that each comes is.
+void LiveRandomly(const std::string& socket, unsigned seed, const std::atomic<bool>& stop) {
+    std::mt19937 random(seed);
+    test::MediaClient client(socket);
+    std::string storageId;
+    while (!stop) {
+        switch (random() % 6) {
+            case 0: {
+                const Json::Value storages = client.Storages();
+                if (!storages.empty()) storageId = storages[0]["id"].asString();
+                break;
+            }
+            case 1:
+                EXPECT_EQ(client.Run("Disconnect"), "1");
+                EXPECT_TRUE(client.Connect());
+                break;
+            default:
+                if (storageId.empty()) break;
+                EXPECT_GE(client.Query(storageId, "photo", "", "false"), 0);
+                client.Fetch(0, 10);
+        }
+        client.Raw().TakeAll();
+    }
 }
 
 class ChainTest : public ::testing::Test {
@@ -147,7 +175,7 @@ TEST_F(ChainTest, AStickIsMountedAndUnmountedAtAnyMomentUnderThreeClients) {
     {
         test::Crew crew;
         for (unsigned seed = 1; seed <= 3; ++seed)
-            crew.Add([this, seed](auto& stop) { test::LiveRandomly(Socket(), seed, stop); });
+            crew.Add([this, seed](auto& stop) { LiveRandomly(Socket(), seed, stop); });
         fs::create_directory(kRoot / "one");
         for (int cycle = 0; cycle < test::FromEnvironment("CM_CYCLES", 30); ++cycle) {
             ASSERT_EQ(0, mount(loop.c_str(), (kRoot / "one").c_str(), "ext4", MS_RDONLY, nullptr));

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "Platform/Support.h"
+#include "Support/Basics.h"
 
 const char* const kBus = "/devices/pci0000:00/usb1/";
 

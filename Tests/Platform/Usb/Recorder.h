@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "MediaContent/MediaService.h"
-#include "Platform/Support.h"
+#include "Support/Basics.h"
 #include "UsbDevice.h"
 #include "UsbDevice/UsbService.h"
 

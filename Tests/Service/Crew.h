@@ -1,22 +1,21 @@
 // Clients at work on threads of their own while a test does something else.
-#ifndef TESTS_END_TO_END_SUPPORT_CREW_H
-#define TESTS_END_TO_END_SUPPORT_CREW_H
+#ifndef TESTS_SERVICE_CREW_H
+#define TESTS_SERVICE_CREW_H
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <atomic>
-#include <string>
 #include <thread>
 #include <vector>
 
 namespace test {
 
 // The variable as a number: how long a long test takes is the runner's business.
-int FromEnvironment(const char* name, int otherwise);
-
-// One client's life: connects, asks, fetches and leaves in random order until told to stop. What a
-// stick that has just gone makes of its answers is no matter; that each comes is.
-void LiveRandomly(const std::string& socket, unsigned seed, const std::atomic<bool>& stop);
+inline int FromEnvironment(const char* name, int otherwise) {
+    const char* text = getenv(name);
+    return text ? atoi(text) : otherwise;
+}
 
 // Told to stop and joined at its end. What a member throws fails the test.
 class Crew {

@@ -1,6 +1,6 @@
 // A client of the service as tests use it: blocking calls, events that can be waited for.
-#ifndef TESTS_END_TO_END_SUPPORT_DBUS_CLIENT_H
-#define TESTS_END_TO_END_SUPPORT_DBUS_CLIENT_H
+#ifndef TESTS_SERVICE_DBUS_CLIENT_H
+#define TESTS_SERVICE_DBUS_CLIENT_H
 
 #include <gio/gio.h>
 
@@ -14,9 +14,9 @@
 #include <thread>
 #include <vector>
 
-namespace test {
+#include "Support/Basics.h"
 
-constexpr std::chrono::seconds kDeadline{60};  // generous: sanitizers, two cores, other builds
+namespace test {
 
 struct Event {
     int handle;

@@ -1,4 +1,4 @@
-#include "EndToEnd/Support/RawClient.h"
+#include "Service/RawClient.h"
 
 #include <poll.h>
 #include <string.h>

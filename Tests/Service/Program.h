@@ -1,11 +1,15 @@
 // Child processes.
-#ifndef TESTS_END_TO_END_SUPPORT_PROGRAMS_H
-#define TESTS_END_TO_END_SUPPORT_PROGRAMS_H
+#ifndef TESTS_SERVICE_PROGRAM_H
+#define TESTS_SERVICE_PROGRAM_H
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "Support/Basics.h"
 
 namespace test {
 
@@ -20,12 +24,15 @@ using Variables = std::vector<std::pair<std::string, std::string>>;
 // Runs a program to its end, or kills it past the deadline.
 Outcome RunProgram(const std::vector<std::string>& arguments, const Variables& environment = {});
 
-// One that runs beside the test. Its output goes to the file, and so do its errors when there is
-// none for them.
+// One that runs beside the test. Its output is appended to the file, and so are its errors when
+// there is none for them. One thread at a time.
 class Program {
 public:
+    // `inChild` runs before the program does, in a copy of this process: async-signal-safe calls
+    // only.
     Program(const std::vector<std::string>& arguments, const std::string& logFile,
-            const Variables& environment = {}, const std::string& errorFile = "");
+            const Variables& environment = {}, const std::string& errorFile = "",
+            const std::function<void()>& inChild = nullptr);
     ~Program();  // kills it when it still runs
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
@@ -33,7 +40,7 @@ public:
     void Signal(int number) const;
     bool IsRunning();
     // Waits for its end; the status as in Outcome.
-    int Wait();
+    int Wait(std::chrono::seconds deadline = 2 * kDeadline);
     pid_t Pid() const { return m_pid; }
 
 private:

@@ -1,12 +1,14 @@
-#include "Endurance/Support/Sticks.h"
+#include "Service/Sticks.h"
 
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <stdexcept>
+#include <vector>
 
-namespace endurance {
+#include "Service/Program.h"
+
+namespace test {
 
 namespace fs = std::filesystem;
 
@@ -26,6 +28,12 @@ fs::path Sticks::Add(const std::string& name, const fs::path& samples) {
     return PathOf(name);
 }
 
+fs::path Sticks::Make(const std::string& name, const std::string& kind, int count) {
+    MakeSamples(kind, m_away / name, count);
+    PlugIn(name);
+    return PathOf(name);
+}
+
 void Sticks::AddCamera(const std::string& name) {
     std::ofstream(m_away / (name + ".usb"))
         << "[device]\nclass=6\nvendor=Sample\nproduct=Camera\nbus=1\naddress=7\n";
@@ -41,16 +49,17 @@ void Sticks::PlugIn(const std::string& entry) {
 }
 
 // Several processes may come here at once: each makes its own, and the first one's stays.
-void MakeSamples(const std::string& kind, const fs::path& folder, const std::string& count) {
+void MakeSamples(const std::string& kind, const fs::path& folder, int count) {
     if (fs::exists(folder)) return;
     const fs::path part = folder.string() + "." + std::to_string(getpid());
     fs::create_directories(part);
-    const std::string command =
-        std::string(ENDURANCE_SAMPLES) + " " + kind + " '" + part.string() + "' " + count;
-    if (system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
+    std::vector<std::string> words{SERVICE_SAMPLES, kind, part};
+    if (count > 0) words.push_back(std::to_string(count));
+    const Outcome made = RunProgram(words);
+    if (made.status != 0) throw std::runtime_error("no samples: " + made.errors);
     std::error_code existsNow;
     fs::rename(part, folder, existsNow);
     if (existsNow) fs::remove_all(part);
 }
 
-}  // namespace endurance
+}  // namespace test

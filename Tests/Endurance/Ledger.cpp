@@ -1,9 +1,9 @@
-#include "Endurance/Support/Ledger.h"
+#include "Endurance/Ledger.h"
 
 #include <algorithm>
 #include <cstdio>
 
-namespace endurance {
+namespace test {
 namespace {
 
 constexpr long kPrinted = 100;
@@ -54,4 +54,4 @@ void Ledger::Print() const {
     std::printf("wrong: %ld\n", m_wrong);
 }
 
-}  // namespace endurance
+}  // namespace test

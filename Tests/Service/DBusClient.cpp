@@ -1,4 +1,4 @@
-#include "EndToEnd/Support/DBusClient.h"
+#include "Service/DBusClient.h"
 
 #include <future>
 #include <stdexcept>

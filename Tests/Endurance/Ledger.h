@@ -1,13 +1,13 @@
 // What a run has done and seen, and what it found wrong.
-#ifndef TESTS_ENDURANCE_SUPPORT_LEDGER_H
-#define TESTS_ENDURANCE_SUPPORT_LEDGER_H
+#ifndef TESTS_ENDURANCE_LEDGER_H
+#define TESTS_ENDURANCE_LEDGER_H
 
 #include <chrono>
 #include <map>
 #include <mutex>
 #include <string>
 
-namespace endurance {
+namespace test {
 
 using Clock = std::chrono::steady_clock;
 
@@ -36,6 +36,6 @@ private:
     long m_wrong = 0;
 };
 
-}  // namespace endurance
+}  // namespace test
 
 #endif

@@ -1,6 +1,6 @@
 // What a running process takes of the machine, read from /proc.
-#ifndef TESTS_ENDURANCE_SUPPORT_VITALS_H
-#define TESTS_ENDURANCE_SUPPORT_VITALS_H
+#ifndef TESTS_SERVICE_VITALS_H
+#define TESTS_SERVICE_VITALS_H
 
 #include <sys/types.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace endurance {
+namespace test {
 
 struct Vitals {
     long residentKiB = 0;  // all resident pages
@@ -27,6 +27,6 @@ std::vector<pid_t> ChildrenOf(pid_t process);
 std::string DescriptorsOf(pid_t process);
 std::string ThreadsOf(pid_t process);
 
-}  // namespace endurance
+}  // namespace test
 
 #endif

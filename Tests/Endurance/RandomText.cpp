@@ -1,8 +1,8 @@
-#include "Endurance/Support/RandomText.h"
+#include "Endurance/RandomText.h"
 
 #include <glib.h>
 
-namespace endurance {
+namespace test {
 namespace {
 
 std::string Valid(const std::string& bytes) {
@@ -35,37 +35,11 @@ std::string RandomText::Bytes(int length) {
 }
 
 std::string RandomText::Any() {
-    static const std::vector<std::string> kPieces = {"a",
-                                                     "Z",
-                                                     " ",
-                                                     "\n",
-                                                     "\t",
-                                                     "'",
-                                                     "\"",
-                                                     "\\",
-                                                     "%s",
-                                                     "%n",
-                                                     "$USB_DIR",
-                                                     "../",
-                                                     "/",
-                                                     "-",
-                                                     "0",
-                                                     ";--",
-                                                     "\x7f",
-                                                     "\x01",
-                                                     "\u00e9",
-                                                     "\u202e",
-                                                     "\ufeff",
-                                                     "\u0300",
-                                                     "\uffff",
-                                                     "\U0001f600",
-                                                     "\U0010ffff",
-                                                     "\ufffd",
-                                                     "*",
-                                                     "{",
-                                                     "}",
-                                                     "[",
-                                                     "MEDIA_TYPE=0 OR 1"};
+    static const std::vector<std::string> kPieces = {
+        "a",          "Z",      " ",        "\n",     "\t",     "'",      "\"",     "\\",
+        "%s",         "%n",     "$USB_DIR", "../",    "/",      "-",      "0",      ";--",
+        "\x7f",       "\x01",   "\u00e9",   "\u202e", "\ufeff", "\u0300", "\uffff", "\U0001f600",
+        "\U0010ffff", "\ufffd", "*",        "{",      "}",      "[",      "0 OR 1"};
     std::string text;
     for (int i = Number(12); i > 0; --i) text += OneOf(kPieces);
     return OneIn(4) ? Valid(Bytes(Number(40))) : text;
@@ -147,4 +121,4 @@ std::string RandomText::Mutated(const std::string& text) {
     return Valid(changed);
 }
 
-}  // namespace endurance
+}  // namespace test

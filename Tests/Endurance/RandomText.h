@@ -1,12 +1,12 @@
 // Texts and JSON that a client could send but should not.
-#ifndef TESTS_ENDURANCE_SUPPORT_RANDOM_TEXT_H
-#define TESTS_ENDURANCE_SUPPORT_RANDOM_TEXT_H
+#ifndef TESTS_ENDURANCE_RANDOM_TEXT_H
+#define TESTS_ENDURANCE_RANDOM_TEXT_H
 
 #include <random>
 #include <string>
 #include <vector>
 
-namespace endurance {
+namespace test {
 
 // One thread. The same seed gives the same texts.
 class RandomText {
@@ -32,6 +32,6 @@ private:
     std::mt19937_64 m_random;
 };
 
-}  // namespace endurance
+}  // namespace test
 
 #endif

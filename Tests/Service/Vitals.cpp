@@ -1,11 +1,11 @@
-#include "Endurance/Support/Vitals.h"
+#include "Service/Vitals.h"
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
 
-namespace endurance {
+namespace test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -87,4 +87,4 @@ std::string ThreadsOf(pid_t process) {
     return Joined(names);
 }
 
-}  // namespace endurance
+}  // namespace test

@@ -1,11 +1,11 @@
 // Sticks and cameras below a USB root of one's own, which come and go by being renamed.
-#ifndef TESTS_ENDURANCE_SUPPORT_STICKS_H
-#define TESTS_ENDURANCE_SUPPORT_STICKS_H
+#ifndef TESTS_SERVICE_STICKS_H
+#define TESTS_SERVICE_STICKS_H
 
 #include <filesystem>
 #include <string>
 
-namespace endurance {
+namespace test {
 
 // Any thread, as far as one stick is one thread's.
 class Sticks {
@@ -15,6 +15,8 @@ public:
 
     // A stick that holds copies of what is in `samples`; plugged in.
     std::filesystem::path Add(const std::string& name, const std::filesystem::path& samples = {});
+    // A stick that holds what MakeSamples makes; plugged in.
+    std::filesystem::path Make(const std::string& name, const std::string& kind, int count = 0);
     // A key file alone: a camera; plugged in.
     void AddCamera(const std::string& name);
 
@@ -29,11 +31,10 @@ private:
     std::filesystem::path m_away;
 };
 
-// Makes DIR by the sample program with these words ("--photos DIR N"), unless it is there already.
-// Throws std::runtime_error when it fails.
-void MakeSamples(const std::string& kind, const std::filesystem::path& folder,
-                 const std::string& count = "");
+// Makes DIR by the sample program with these words ("--photos DIR N"; no number for 0), unless it
+// is there already. Throws std::runtime_error when it fails.
+void MakeSamples(const std::string& kind, const std::filesystem::path& folder, int count = 0);
 
-}  // namespace endurance
+}  // namespace test
 
 #endif

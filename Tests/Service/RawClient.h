@@ -1,6 +1,6 @@
 // A client that decides byte by byte what it sends and whether it reads at all.
-#ifndef TESTS_END_TO_END_SUPPORT_RAW_CLIENT_H
-#define TESTS_END_TO_END_SUPPORT_RAW_CLIENT_H
+#ifndef TESTS_SERVICE_RAW_CLIENT_H
+#define TESTS_SERVICE_RAW_CLIENT_H
 
 #include <gio/gio.h>
 

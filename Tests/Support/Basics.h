@@ -1,6 +1,6 @@
-// What the tests of all parts of the platform layer share.
-#ifndef TESTS_PLATFORM_SUPPORT_H
-#define TESTS_PLATFORM_SUPPORT_H
+// What the tests of all parts share: a folder of their own, and a way to wait.
+#ifndef TESTS_SUPPORT_BASICS_H
+#define TESTS_SUPPORT_BASICS_H
 
 #include <stdlib.h>
 
@@ -12,6 +12,8 @@
 #include <thread>
 
 namespace test {
+
+constexpr std::chrono::seconds kDeadline{60};  // generous: sanitizers, two cores, other builds
 
 // A folder of its own that goes with the object.
 class TempFolder {
@@ -29,14 +31,15 @@ public:
     std::string operator/(const std::string& name) const { return m_path + "/" + name; }
 
 private:
-    std::string m_path = (std::filesystem::temp_directory_path() / "platform-test-XXXXXX").string();
+    std::string m_path = (std::filesystem::temp_directory_path() / "media-test-XXXXXX").string();
 };
 
-// Looks every few milliseconds until the condition holds; false when it does not within a minute.
-inline bool Until(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+// Looks every few milliseconds until the condition holds; false when it does not in time.
+inline bool Until(const std::function<bool()>& condition,
+                  std::chrono::milliseconds deadline = kDeadline) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
     while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
+        if (std::chrono::steady_clock::now() > end) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
