@@ -1,6 +1,8 @@
 // Trees and databases that mean no good, and moments that are badly chosen. Full disks are injected
 // under the whole service: Tests/Endurance/Faults.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -14,6 +16,8 @@
 
 #include "Library.h"
 #include "MediaContent/Database.h"
+#include "MediaContent/FilesBeingRead.h"
+#include "Process/UniqueFd.h"
 #include "Service/Program.h"
 
 namespace media_test {
@@ -32,6 +36,45 @@ void MakeBottomlessFolder(const std::string& path) {
         if (depth > 0) fs::rename(path, above + "/" + std::string(200, 'd'));
         fs::rename(above, path);
     }
+}
+
+// While one lives nothing can be opened; what is open stays usable.
+class NoDescriptorLeft {
+public:
+    NoDescriptorLeft() {
+        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &m_before), 0);
+        const rlimit none{0, m_before.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    }
+    ~NoDescriptorLeft() { EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &m_before), 0); }
+
+private:
+    rlimit m_before{};
+};
+
+TEST_F(HostileTest, AFileForWhichNoDescriptorIsLeftIsListedAndReadNextTime) {
+    WriteFile(Stick("a/new.jpg"));
+    const platform::UniqueFd root(open(Stick("a").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    platform::ExtractorPool noHelpers({"/nonexistent"});
+    const std::atomic<bool> cancel{false};
+    const auto read = [&](const char* name) {
+        std::vector<platform::Change> changes(1);
+        changes[0].name = name;
+        changes[0].type = MEDIA_CONTENT_TYPE_IMAGE;
+        EXPECT_TRUE(ReadMetadataInto(noHelpers, root.Get(), changes, cancel));
+        return changes[0];
+    };
+    const auto readWithoutDescriptors = [&] {
+        const NoDescriptorLeft now;
+        return read("new.jpg");
+    };
+    const platform::Change first = readWithoutDescriptors();
+    EXPECT_GE(first.facts.size, 0) << "taken for gone";
+    EXPECT_EQ(first.state, platform::ItemState::UNREAD);
+    const platform::Change second = read("new.jpg");
+    EXPECT_EQ(second.facts.size, 1);
+    EXPECT_FALSE(SameContent(first.facts, second.facts)) << "taken for read";
+    EXPECT_LT(read("gone.jpg").facts.size, 0) << "taken for being there";
 }
 
 TEST_F(HostileTest, ScansAHostileTree) {
