@@ -27,6 +27,12 @@ RecordTable& Table() {
     return *table;
 }
 
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool POOLED = false;  // the sanitizer is to see each record by itself
+#else
+constexpr bool POOLED = true;
+#endif
+
 // Never destroyed, as the table.
 BlockPool& Blocks() {
     static BlockPool* pool = new BlockPool(sizeof(media_info_s));
@@ -119,24 +125,16 @@ void intrusive_ptr_release(StorageRecord* record) {
 
 }  // namespace platform
 
-#ifdef __SANITIZE_ADDRESS__
-// The sanitizer is to see each record by itself.
 void* media_info_s::operator new(size_t size) {
-    return ::operator new(size);
+    return platform::POOLED ? platform::Blocks().Take() : ::operator new(size);
 }
 
 void media_info_s::operator delete(void* record) {
-    ::operator delete(record);
+    if (platform::POOLED)
+        platform::Blocks().Give(record);
+    else
+        ::operator delete(record);
 }
-#else
-void* media_info_s::operator new(size_t) {
-    return platform::Blocks().Take();
-}
-
-void media_info_s::operator delete(void* record) {
-    platform::Blocks().Give(record);
-}
-#endif
 
 media_info_s::media_info_s(int64_t itemNumber, int64_t itemRevision)
     : number(itemNumber), revision(itemRevision) {
