@@ -4,11 +4,21 @@
 #include <string.h>
 
 #include <algorithm>
+#include <atomic>
+#include <memory>
 #include <string>
 
 #include "MediaContent/MediaService.h"
 
 namespace platform {
+
+// What a source holds. It reaches its thread through GLib's queue; the store and the load of
+// `filled` say in the language's own terms that the one thread's writing comes before the other's
+// reading.
+struct ChangeDispatcher::Holder {
+    std::shared_ptr<ChangeDispatcher> dispatcher;
+    std::atomic<bool> filled{false};
+};
 
 void ChangeDispatcher::Add(usb_connected_cb callback, void* userData) {
     const Receiver receiver{callback, userData};
@@ -43,7 +53,9 @@ void ChangeDispatcher::Clear() {
 
 void ChangeDispatcher::ScheduleLocked() {
     m_scheduled = true;
-    auto holder = std::make_unique<std::shared_ptr<ChangeDispatcher>>(shared_from_this());
+    auto holder = std::make_unique<Holder>();
+    holder->dispatcher = shared_from_this();
+    holder->filled.store(true, std::memory_order_release);
     GSource* source = g_idle_source_new();
     g_source_set_priority(source, G_PRIORITY_DEFAULT);
     g_source_set_callback(source, OnMainContext, holder.release(), ReleaseHolder);
@@ -52,14 +64,14 @@ void ChangeDispatcher::ScheduleLocked() {
 }
 
 // One change a turn, so that the context's other sources are not starved by a long queue.
-int ChangeDispatcher::OnMainContext(void* holder) {
-    const auto dispatcher = *static_cast<std::shared_ptr<ChangeDispatcher>*>(holder);
-    return dispatcher->DispatchOne() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+int ChangeDispatcher::OnMainContext(void* data) {
+    const auto* holder = static_cast<Holder*>(data);
+    if (!holder->filled.load(std::memory_order_acquire)) return G_SOURCE_CONTINUE;
+    return holder->dispatcher->DispatchOne() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
 }
 
 void ChangeDispatcher::ReleaseHolder(void* holder) {
-    std::unique_ptr<std::shared_ptr<ChangeDispatcher>>(
-        static_cast<std::shared_ptr<ChangeDispatcher>*>(holder));
+    std::unique_ptr<Holder>(static_cast<Holder*>(holder));
 }
 
 // True while more is queued.

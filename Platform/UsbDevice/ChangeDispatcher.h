@@ -49,7 +49,9 @@ private:
         std::thread::id thread;
     };
 
-    static int OnMainContext(void* holder);
+    struct Holder;
+
+    static int OnMainContext(void* data);
     static void ReleaseHolder(void* holder);
     void ScheduleLocked();
     bool DispatchOne();
