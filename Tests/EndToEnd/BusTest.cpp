@@ -13,11 +13,12 @@ namespace {
 constexpr char kConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig><type>session</type><listen>unix:path=%</listen><auth>EXTERNAL</auth>
+<busconfig><listen>unix:path=%</listen><auth>EXTERNAL</auth>
 <policy context="default"><allow send_destination="*"/><allow eavesdrop="true"/>
 <allow own="*"/></policy></busconfig>)";
 
-class BusTest : public ServiceTest {
+// On either kind of bus. Both are daemons of our own.
+class BusTest : public ServiceTest, public ::testing::WithParamInterface<const char*> {
 protected:
     void SetUp() override {
         std::string configuration = kConfiguration;
@@ -29,7 +30,7 @@ protected:
             Folder() + "/bus.log");
         ASSERT_TRUE(Until([&] { return access(BusSocket().c_str(), F_OK) == 0; }));
         m_onBus = std::make_unique<Program>(
-            std::vector<std::string>{SERVICE_PROGRAM, "--bus", "session", "--usb", "directory",
+            std::vector<std::string>{SERVICE_PROGRAM, "--bus", GetParam(), "--usb", "directory",
                                      "--usb-root", UsbRoot(), "--database", Folder() + "/media.db",
                                      "--log-level", "trace"},
             Folder() + "/service.log", Environment());
@@ -44,13 +45,14 @@ protected:
     }
 
     Outcome OnBus(std::vector<std::string> words) const {
-        words.insert(words.begin(), {CONTENTSCTL, "--bus", "session"});
+        words.insert(words.begin(), {CONTENTSCTL, "--bus", GetParam()});
         return RunProgram(words, Environment());
     }
 
     std::string BusSocket() const { return Folder() + "/bus"; }
     Variables Environment() const {
-        return {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + BusSocket()}};
+        const std::string address = "unix:path=" + BusSocket();
+        return {{"DBUS_SESSION_BUS_ADDRESS", address}, {"DBUS_SYSTEM_BUS_ADDRESS", address}};
     }
 
     std::unique_ptr<Program> m_bus;
@@ -58,12 +60,12 @@ protected:
     bool m_busDied = false;
 };
 
-TEST_F(BusTest, ServesClientsUnderItsName) {
+TEST_P(BusTest, ServesClientsUnderItsName) {
     m_sticks.Make("stick", "--photos", 30);
     EXPECT_EQ(OnBus({"count", "stick", "photo"}).output, "31\n");
     EXPECT_GT(Told("> CPlivEngineContentsMgr is allocated on : 0x"), 0u);
     const Outcome second =
-        RunProgram({SERVICE_PROGRAM, "--bus", "session", "--usb", "directory", "--usb-root",
+        RunProgram({SERVICE_PROGRAM, "--bus", GetParam(), "--usb", "directory", "--usb-root",
                     UsbRoot(), "--database", Folder() + "/other.db"},
                    Environment());
     EXPECT_EQ(second.status, 1);
@@ -71,9 +73,9 @@ TEST_F(BusTest, ServesClientsUnderItsName) {
 }
 
 // A client that is killed says no good-bye; its engine disconnects when the bus tells of it.
-TEST_F(BusTest, AClientThatVanishesTakesItsEngineAlong) {
+TEST_P(BusTest, AClientThatVanishesTakesItsEngineAlong) {
     m_sticks.Make("stick", "--photos", 30);
-    Program monitor({CONTENTSCTL, "--bus", "session", "monitor"}, Folder() + "/monitor",
+    Program monitor({CONTENTSCTL, "--bus", GetParam(), "monitor"}, Folder() + "/monitor",
                     Environment());
     ASSERT_TRUE(Shows(Folder() + "/monitor", "Listening"));
     const auto threads = [&] { return ReadVitals(m_onBus->Pid()).threads; };
@@ -84,13 +86,27 @@ TEST_F(BusTest, AClientThatVanishesTakesItsEngineAlong) {
     EXPECT_EQ(OnBus({"count", "stick", "photo"}).output, "31\n");
 }
 
-TEST_F(BusTest, TheEndOfTheBusEndsTheService) {
+TEST_P(BusTest, TheEndOfTheBusEndsTheService) {
     m_busDied = true;
     m_bus->Signal(SIGTERM);
     m_bus->Wait();
     EXPECT_EQ(m_onBus->Wait(), 1);
     EXPECT_EQ(Told("the connection to the message bus is lost"), 1u);
 }
+
+// Everybody's handles are for buses of one user.
+TEST_P(BusTest, LastingHandlesAreForTheSessionBusOnly) {
+    const Outcome call = RunProgram(
+        {"gdbus", "call", "--address", "unix:path=" + BusSocket(), "--dest", "dorn.ContentsMgr",
+         "--object-path", "/dorn/PlivHost", "--method", "dorn.PlivHost1.OpenLasting", "script"});
+    if (std::string(GetParam()) == "session")
+        EXPECT_EQ(call.status, 0) << call.errors;
+    else
+        EXPECT_NE(call.errors.find("LimitReached"), std::string::npos) << call.errors;
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, BusTest, ::testing::Values("session", "system"),
+                         [](const auto& kind) { return std::string(kind.param); });
 
 TEST_F(ServiceTest, ToolAndServiceTellThatThereIsNoBus) {
     const Variables nowhere{{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + Folder() + "/none"}};
