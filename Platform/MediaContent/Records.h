@@ -118,10 +118,10 @@ using FolderRecord = boost::intrusive_ptr<media_folder_s>;
 using StorageRecordPtr = boost::intrusive_ptr<StorageRecord>;
 
 // The record of one version of one item: the one that somebody still holds, or else a new one that
-// `fill` completes, with the texts from the name on. The same unchanged item is therefore one
-// object however often it is read, and whoever keeps clones for ever keeps at most one record an
-// item. `id` and `folderPath` (absolute, with a slash at its end) tell databases and mount points
-// apart. Any thread; `fill` runs under the table's lock when it runs.
+// `fill` completes, with the texts from the name on. The same content is therefore one object
+// however often its row is read or written again, and whoever keeps clones for ever keeps one for
+// each content that an item has had. `id` and `folderPath` (absolute, with a slash at its end) tell
+// databases and mount points apart. Any thread; `fill` runs under the table's lock when it runs.
 MediaRecord ShareRecord(int64_t number, int64_t revision, const std::string& id,
                         const std::string& folderPath,
                         const std::function<void(media_info_s&)>& fill);
