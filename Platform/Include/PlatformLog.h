@@ -14,9 +14,10 @@ enum {
 
 // Writes one line: the text made from `format` and its arguments under `tag`.
 // Any thread; lines of different threads never mix. A trailing newline of the text is dropped, so
-// that one call is always one line; newlines inside it are written escaped.
+// that one call is always one line; newlines inside it are written escaped. Of a text of more than
+// 512 bytes the first ones are written, and its length.
 // `logId` names the log buffer; only 0 exists. Neither text is kept.
-// Returns the number of bytes of the text, or a negative number when nothing was written.
+// Returns the number of bytes that were written of the text, or a negative number when none were.
 // Never throws and never blocks on anything but the standard error stream.
 int __dlog_print(int logId, int priority, const char* tag, const char* format, ...)
     __attribute__((format(printf, 4, 5)));

@@ -1,13 +1,17 @@
 #include "Log/Log.h"
 
+#include <glib.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <mutex>
+#include <utility>
+#include <vector>
 
 namespace platform {
 namespace {
@@ -18,10 +22,13 @@ constexpr struct {
 } kLevels[] = {
     {"trace", DLOG_PRIORITY_TRACE},
     {"progress", DLOG_PRIORITY_PROGRESS},
+    {"info", LOG_INFO},
     {"warning", LOG_WARNING},
     {"error", LOG_ERROR},
-    {"none", 1000},
+    {"none", LOG_NOTHING},
 };
+
+constexpr size_t kLongestText = 512;  // bytes; more is no line to read
 
 int DefaultPriority() {
     int minimum = DLOG_PRIORITY_PROGRESS;
@@ -37,6 +44,8 @@ std::atomic<int>& MinimumPriority() {
 struct Output {
     std::mutex mutex;
     std::function<void(const LogLine&)> sink;
+    bool holds = false;
+    std::vector<LogLine> held;
 };
 
 // Never destroyed: threads may log until the very end of the process.
@@ -48,6 +57,7 @@ Output& TheOutput() {
 char PriorityLetter(int priority) {
     if (priority >= LOG_ERROR) return 'E';
     if (priority >= LOG_WARNING) return 'W';
+    if (priority >= LOG_INFO) return 'I';
     if (priority >= DLOG_PRIORITY_PROGRESS) return 'P';
     return 'T';
 }
@@ -63,30 +73,51 @@ std::string TimeStamp() {
     return text;
 }
 
-// Control characters would break the rule of one line a call, or play tricks on a terminal.
+// The journal names its stream by device and inode. A process further down may inherit the
+// variable together with a standard error of its own.
+bool IsJournal() {
+    const char* stream = getenv("JOURNAL_STREAM");
+    struct stat facts {};
+    if (!stream || fstat(STDERR_FILENO, &facts) != 0) return false;
+    return stream == std::to_string(facts.st_dev) + ':' + std::to_string(facts.st_ino);
+}
+
+std::string Escape(unsigned char byte) {
+    if (byte == '\n') return "\\n";
+    char code[8];
+    snprintf(code, sizeof code, "\\x%02x", byte);
+    return code;
+}
+
+// Control characters would break the rule of one line a call, or play tricks on a terminal; and of
+// a line that is not UTF-8 the journal shows nothing.
 std::string Escaped(const std::string& text) {
     std::string result;
     result.reserve(text.size());
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '\n') {
-            result += "\\n";
-        } else if (byte < 0x20 || byte == 0x7f) {
-            char code[8];
-            snprintf(code, sizeof code, "\\x%02x", byte);
-            result += code;
-        } else {
-            result += c;
+    const char* const end = text.data() + text.size();
+    for (const char* at = text.data(); at < end;) {
+        const gunichar c = g_utf8_get_char_validated(at, end - at);
+        const bool isBad = c == static_cast<gunichar>(-1) || c == static_cast<gunichar>(-2);
+        if (isBad || c < 0x20 || c == 0x7f) {
+            result += Escape(static_cast<unsigned char>(*at++));
+            continue;
         }
+        const char* const next = g_utf8_next_char(at);
+        result.append(at, next);
+        at = next;
     }
     return result;
+}
+
+std::string Prefix(int priority) {
+    const char* journal = JournalPrefix(priority);
+    return *journal ? journal : TimeStamp() + ' ' + PriorityLetter(priority) + ' ';
 }
 
 void WriteToStandardError(const LogLine& line) {
     std::string text = line.text;
     while (!text.empty() && text.back() == '\n') text.pop_back();
-    const std::string whole = TimeStamp() + ' ' + PriorityLetter(line.priority) + ' ' + line.tag +
-                              ": " + Escaped(text) + '\n';
+    const std::string whole = Prefix(line.priority) + line.tag + ": " + Escaped(text) + '\n';
     // A full or closed standard error must not end the service.
     for (size_t done = 0; done < whole.size();) {
         const ssize_t wrote = write(STDERR_FILENO, whole.data() + done, whole.size() - done);
@@ -95,23 +126,32 @@ void WriteToStandardError(const LogLine& line) {
     }
 }
 
+// Under the output's lock.
+void Put(Output& output, LogLine line) {
+    if (output.holds)
+        output.held.push_back(std::move(line));
+    else if (output.sink)
+        output.sink(line);
+    else
+        WriteToStandardError(line);
+}
+
+// Whole characters of the first bytes, and how many bytes there are.
+std::string Cut(const char* start, size_t whole) {
+    std::string text(start, kLongestText);
+    const char* end = nullptr;
+    const bool isWhole = g_utf8_validate(text.data(), static_cast<gssize>(text.size()), &end);
+    const auto valid = static_cast<size_t>(end - text.data());
+    if (!isWhole && kLongestText - valid < 4) text.resize(valid);  // a character was cut through
+    return text + "... (" + std::to_string(whole) + " bytes)";
+}
+
 std::string Format(const char* format, va_list arguments) {
-    va_list again;
-    va_copy(again, arguments);
-    char brief[512];
-    const int length = vsnprintf(brief, sizeof brief, format, arguments);
-    std::string text;
-    if (length >= 0 && static_cast<size_t>(length) < sizeof brief) {
-        text.assign(brief, static_cast<size_t>(length));
-    } else if (length >= 0) {
-        text.resize(static_cast<size_t>(length) + 1);
-        vsnprintf(text.data(), text.size(), format, again);
-        text.resize(static_cast<size_t>(length));
-    } else {
-        text = format;  // a format that printf refuses is shown as it stands
-    }
-    va_end(again);
-    return text;
+    char text[kLongestText + 1];
+    const int length = vsnprintf(text, sizeof text, format, arguments);
+    if (length < 0) return format;  // one that printf refuses is shown as it stands
+    const auto size = static_cast<size_t>(length);
+    return size <= kLongestText ? std::string(text, size) : Cut(text, size);
 }
 
 }  // namespace
@@ -129,6 +169,28 @@ bool ParseLogLevel(const std::string& word, int& minimum) {
     return false;
 }
 
+void HoldLog() {
+    Output& output = TheOutput();
+    std::lock_guard<std::mutex> lock(output.mutex);
+    output.holds = true;
+}
+
+void ReleaseLog() {
+    Output& output = TheOutput();
+    std::lock_guard<std::mutex> lock(output.mutex);
+    output.holds = false;
+    for (LogLine& line : std::exchange(output.held, {}))
+        if (line.priority >= MinimumPriority()) Put(output, std::move(line));
+}
+
+const char* JournalPrefix(int priority) {
+    static const bool isJournal = IsJournal();
+    if (!isJournal) return "";
+    if (priority >= LOG_ERROR) return "<3>";
+    if (priority >= LOG_WARNING) return "<4>";
+    return priority >= LOG_INFO ? "<6>" : "<7>";
+}
+
 void SetLogSink(std::function<void(const LogLine&)> sink) {
     Output& output = TheOutput();
     std::lock_guard<std::mutex> lock(output.mutex);
@@ -144,15 +206,13 @@ int __dlog_print(int logId, int priority, const char* tag, const char* format, .
     try {
         va_list arguments;
         va_start(arguments, format);
-        const LogLine line{priority, tag, Format(format, arguments)};
+        LogLine line{priority, tag, Format(format, arguments)};
         va_end(arguments);
+        const auto size = static_cast<int>(line.text.size());
         Output& output = TheOutput();
         std::lock_guard<std::mutex> lock(output.mutex);
-        if (output.sink)
-            output.sink(line);
-        else
-            WriteToStandardError(line);
-        return static_cast<int>(line.text.size());
+        Put(output, std::move(line));
+        return size;
     } catch (...) {
         return -1;
     }

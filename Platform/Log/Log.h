@@ -9,21 +9,31 @@
 
 namespace platform {
 
-// Besides the two priorities of the seam the platform itself uses these.
-enum : int { LOG_WARNING = 24, LOG_ERROR = 32 };
+// Besides the two priorities of the seam the platform itself uses these: INFO for what an operator
+// wants to know of a day's work, a handful of lines for each stick.
+enum : int { LOG_INFO = 20, LOG_WARNING = 24, LOG_ERROR = 32, LOG_NOTHING = 1000 };
 
 // Lines below this priority are dropped before they are formatted. Any thread.
 // The default is the CONTENTS_MGR_LOG_LEVEL environment variable's level, else "progress".
 void SetLogPriority(int minimum);
 
-// "trace", "progress", "warning", "error" or "none"; false for any other word.
+// "trace", "progress", "info", "warning", "error" or "none"; false for any other word.
 bool ParseLogLevel(const std::string& word, int& minimum);
+
+// Lines are held from HoldLog until ReleaseLog, which writes those that the priority of then lets
+// through: the first ones come before the command line has been read. Any thread.
+void HoldLog();
+void ReleaseLog();
+
+// What a line of that priority begins with in the journal ("<4>"); empty when standard error is
+// not the journal's.
+const char* JournalPrefix(int priority);
 
 // One formatted line, without its newline.
 struct LogLine {
     int priority;
     std::string tag;
-    std::string text;  // the text as it was formatted, trailing newline included
+    std::string text;  // as it was formatted and cut, trailing newline included
 };
 
 // Sends lines to `sink` instead of standard error; an empty one restores it. The sink is called

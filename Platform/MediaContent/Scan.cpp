@@ -328,8 +328,8 @@ bool Scan::RootIsTheSame() const {
 
 void Scan::Skip(const std::string& path, const char* reason) {
     if (m_skipLines++ < MAX_SKIP_LINES)
-        PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "scan of %s: %s skipped: %s",
-                     m_mount.path.c_str(), path.c_str(), reason);
+        PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "scan of %s: skipped, %s: %s",
+                     m_mount.path.c_str(), reason, path.c_str());
 }
 
 }  // namespace platform

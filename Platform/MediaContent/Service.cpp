@@ -1,8 +1,11 @@
 #include "MediaContent/Service.h"
 
+#include <gio/gunixmounts.h>
 #include <glib.h>
 #include <limits.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -42,6 +45,29 @@ std::string DefaultDatabase() {
     const char* home = getenv("HOME");
     if (getuid() == 0 || !home) return "/var/lib/contents-mgr/media.db";
     return std::string(home) + "/.local/state/contents-mgr/media.db";
+}
+
+// "vfat", "iso9660"; "folder" where nothing is mounted.
+std::string FileSystemAt(const std::string& path) {
+    GUnixMountEntry* entry = g_unix_mount_at(path.c_str(), nullptr);
+    if (!entry) return "folder";
+    const std::string type = g_unix_mount_get_fs_type(entry);
+    g_unix_mount_free(entry);
+    return type;
+}
+
+// The same file system is mounted there as when it came, on a device that the system still has.
+// (A stick that was pulled out may stay mounted for a moment.)
+bool IsStillThere(const Mount& mount) {
+    struct stat now {};
+    if (stat(mount.path.c_str(), &now) != 0 || now.st_dev != mount.root.st_dev ||
+        now.st_ino != mount.root.st_ino)
+        return false;
+    const std::string devices = "/sys/dev/block/";
+    const std::string device =
+        devices + std::to_string(major(now.st_dev)) + ':' + std::to_string(minor(now.st_dev));
+    return major(now.st_dev) == 0 || access(devices.c_str(), F_OK) != 0 ||
+           access(device.c_str(), F_OK) == 0;
 }
 
 // The same for the same identity, in whatever database.
@@ -243,6 +269,22 @@ void Service::Record(Session& session, Mount& mount) {
         session.store.Write().RecordStorage(mount.id, mount.identity, mount.path, time(nullptr));
 }
 
+// Each first client finds all storages anew: an operator is told of those that nobody found before.
+void Service::TellMounted(Mount& mount) {
+    mount.isNews = m_told.insert(mount.identity + ' ' + mount.path).second;
+    PLATFORM_LOG("MEDIA_CONTENT", mount.isNews ? int{LOG_INFO} : int{DLOG_PRIORITY_PROGRESS},
+                 "storage \"%s\" (%s) is mounted at %s", mount.name.c_str(),
+                 FileSystemAt(mount.path).c_str(), mount.path.c_str());
+}
+
+// A storage is given back as well when the last client leaves.
+void Service::TellGone(const Mount& mount) {
+    if (IsStillThere(mount)) return;
+    m_told.erase(mount.identity + ' ' + mount.path);
+    PLATFORM_LOG("MEDIA_CONTENT", LOG_INFO, "storage \"%s\" at %s is gone", mount.name.c_str(),
+                 mount.path.c_str());
+}
+
 void Service::Mounted(const MountedStorage& storage) {
     Unmounted(storage.mountPath);
     std::lock_guard<std::mutex> lifecycle(m_lifecycle);
@@ -253,6 +295,9 @@ void Service::Mounted(const MountedStorage& storage) {
     if (mount->realPath.empty()) mount->realPath = mount->path;
     mount->identity = ChooseIdentity(storage, mount->path);
     mount->id = StorageIdFor(mount->identity);
+    stat(mount->path.c_str(), &mount->root);
+    mount->name = storage.label.empty() ? LastPart(mount->path) : storage.label;
+    TellMounted(*mount);
     const SessionPtr session = Current();
     int error = 0;
     try {
@@ -276,6 +321,7 @@ void Service::Unmounted(const std::string& mountPath) {
         if (!gone) return;
         gone->gone = true;
         session = Current();
+        TellGone(*gone);
         std::lock_guard<std::mutex> lock(m_mutex);
         m_mounts.erase(std::find(m_mounts.begin(), m_mounts.end(), gone));
     }

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -72,13 +73,18 @@ private:
     void RunFullScan(const SessionPtr& session, const ActivityPtr& activity);
     void ReportScanEnd(Mount& mount, media_content_error_e error);
     void StartPurge(const SessionPtr& session);
+    void TellMounted(Mount& mount);
+    void TellGone(const Mount& mount);
     std::string ChooseIdentity(const MountedStorage& storage, const std::string& path);
     std::shared_ptr<Mount> MountAt(const std::string& mountPath);
     // The mounted storage that holds `path` (links resolved), and the path below its root.
     std::shared_ptr<Mount> Resolve(const std::string& path, std::string& below);
 
     std::mutex m_lifecycle;  // opening, closing, mounts that come and go; taken before m_mutex
-    int m_connections = 0;   // guarded by m_lifecycle
+    int m_connections = 0;   // guarded by m_lifecycle, as the next
+    // Storages of which the log has told, by identity and path: they come back, and are no news,
+    // whenever the first client connects.
+    std::set<std::string> m_told;
 
     std::mutex m_mutex;
     MediaServiceOptions m_options;  // guarded by m_mutex, as all below

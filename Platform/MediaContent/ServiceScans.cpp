@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <time.h>
 
+#include <chrono>
 #include <set>
 #include <utility>
 
@@ -18,6 +19,28 @@ namespace {
 
 constexpr int64_t FORGET_AFTER_S = 180 * 24 * 3600;
 constexpr int PURGE_BATCH = 500;  // items a transaction
+
+using Clock = std::chrono::steady_clock;
+
+// A scan that found nothing to do on a storage that was there before is no news.
+void LogScan(const Activity& scan, media_content_error_e error, Clock::time_point start) {
+    const Mount& mount = *scan.mount;
+    const std::chrono::duration<double> took = Clock::now() - start;
+    const auto seen = static_cast<unsigned long long>(scan.filesSeen);
+    const auto read = static_cast<unsigned long long>(scan.filesRead);
+    if (error == MEDIA_CONTENT_ERROR_NONE)
+        PLATFORM_LOG("MEDIA_CONTENT",
+                     mount.isNews || read > 0 ? int{LOG_INFO} : int{DLOG_PRIORITY_PROGRESS},
+                     "scan of %s is complete: %llu media files, %llu of them read, %.1f s",
+                     mount.path.c_str(), seen, read, took.count());
+    else if (error == MEDIA_CONTENT_ERROR_CANCELLED)
+        PLATFORM_LOG("MEDIA_CONTENT", mount.gone ? int{LOG_INFO} : int{DLOG_PRIORITY_PROGRESS},
+                     "scan of %s is cancelled after %llu media files, %.1f s", mount.path.c_str(),
+                     seen, took.count());
+    else
+        PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "scan of %s ended with error %d",
+                     mount.path.c_str(), error);
+}
 
 }  // namespace
 
@@ -50,6 +73,7 @@ int Service::Submit(const ActivityPtr& activity, std::function<void()> run) {
 void Service::RunFullScan(const SessionPtr& session, const ActivityPtr& activity) {
     Mount& mount = *activity->mount;
     mount.scanStatus = MEDIA_STORAGE_SCAN_RUNNING;
+    const auto start = Clock::now();
     const media_content_error_e error = Scan(session->tools, *activity, {{"", true}}).Run();
     // The session outlives its workers.
     session->workers.Submit([tools = &session->extractor] {
@@ -58,9 +82,7 @@ void Service::RunFullScan(const SessionPtr& session, const ActivityPtr& activity
     });
     mount.scanStatus = error == MEDIA_CONTENT_ERROR_NONE ? MEDIA_STORAGE_SCAN_COMPLETE
                                                          : MEDIA_STORAGE_SCAN_STOPPED;
-    if (error != MEDIA_CONTENT_ERROR_NONE)
-        PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "scan of %s ended with error %d",
-                     mount.path.c_str(), error);
+    LogScan(*activity, error, start);
     if (Current() != session) return;
     {
         std::lock_guard<std::mutex> lock(m_mutex);

@@ -47,7 +47,7 @@ ParserPtr NewParser(RawOptions& raw) {
         {"database", 0, 0, G_OPTION_ARG_FILENAME, &raw.database, "The media database's file",
          "FILE"},
         {"log-level", 0, 0, G_OPTION_ARG_STRING, &raw.logLevel,
-         "trace, progress (default), warning, error or none", "LEVEL"},
+         "trace, progress (default), info, warning, error or none", "LEVEL"},
         {"extractor", 0, 0, G_OPTION_ARG_FILENAME, &raw.extractor,
          "The metadata helper program (default: beside this one)", "FILE"},
         {"help", 'h', 0, G_OPTION_ARG_NONE, &raw.help, "Show this and exit", nullptr},
@@ -124,7 +124,7 @@ std::string ReadLogLevel(const RawOptions& raw, HostOptions& options) {
     if (!raw.logLevel) return "";
     options.hasLogPriority = ParseLogLevel(raw.logLevel, options.logPriority);
     if (options.hasLogPriority) return "";
-    return "--log-level takes trace, progress, warning, error or none, not \"" +
+    return "--log-level takes trace, progress, info, warning, error or none, not \"" +
            TextOf(raw.logLevel) + "\"";
 }
 

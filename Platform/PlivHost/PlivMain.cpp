@@ -26,8 +26,12 @@ namespace {
 
 enum ExitStatus { EXIT_OK = 0, EXIT_CANNOT_SERVE = 1, EXIT_USAGE = 2 };
 
+// What the plugin logs before PlivMain waits until the command line has been read.
+const bool logIsHeld = (platform::HoldLog(), true);
+
 int Refuse(const char* program, const std::string& why, int status) {
-    fprintf(stderr, "%s: %s\n", program, why.c_str());
+    fprintf(stderr, "%s%s: %s\n", platform::JournalPrefix(platform::LOG_ERROR), program,
+            why.c_str());
     if (status == EXIT_USAGE) fprintf(stderr, "Try \"%s --help\".\n", program);
     return status;
 }
@@ -56,12 +60,21 @@ int Serve(const char* program, const platform::HostOptions& options, CPlivAppBas
         const Services services(options);
         platform::Server host(app, server);
         host.QuitOnSignals();
-        PLATFORM_LOG(platform::kLogTag, DLOG_PRIORITY_PROGRESS, "serving %s",
+        PLATFORM_LOG(platform::kLogTag, platform::LOG_INFO, "serving %s",
                      options.socketPath.empty() ? platform::kBusName : options.socketPath.c_str());
         return host.Run() ? EXIT_OK : EXIT_CANNOT_SERVE;
     } catch (const std::exception& error) {
         return Refuse(program, error.what(), EXIT_CANNOT_SERVE);
     }
+}
+
+// Answers what needs no service; false for a command line that asks to serve.
+bool AnswersAtOnce(const platform::HostOptions& options) {
+    if (options.help)
+        fputs(platform::HostHelp().c_str(), stdout);
+    else if (options.version)
+        printf("contents-mgr %s\n", CM_VERSION);
+    return options.help || options.version;
 }
 
 }  // namespace
@@ -71,21 +84,17 @@ int PlivMain(int argc, char** argv, CPlivAppBase* app) {
     platform::KeepHeapSmall();
     const char* program = argc > 0 ? argv[0] : "contents-mgr";
     const auto parsed = platform::ParseHostOptions(argc, argv);
-    if (const auto* fault = std::get_if<platform::UsageError>(&parsed))
-        return Refuse(program, fault->text, EXIT_USAGE);
-    const auto& options = std::get<platform::HostOptions>(parsed);
-    if (options.help) {
-        fputs(platform::HostHelp().c_str(), stdout);
-        return EXIT_OK;
+    const auto* fault = std::get_if<platform::UsageError>(&parsed);
+    const auto* options = std::get_if<platform::HostOptions>(&parsed);
+    if (fault || AnswersAtOnce(*options)) {
+        platform::SetLogPriority(platform::LOG_NOTHING);
+        return fault ? Refuse(program, fault->text, EXIT_USAGE) : EXIT_OK;
     }
-    if (options.version) {
-        printf("%s %s\n", app->m_pluginName.c_str(), app->m_pluginVersion.c_str());
-        return EXIT_OK;
-    }
-    if (options.hasLogPriority) platform::SetLogPriority(options.logPriority);
+    if (options->hasLogPriority) platform::SetLogPriority(options->logPriority);
+    platform::ReleaseLog();
     platform::RaiseDescriptorLimit();
     signal(SIGPIPE, SIG_IGN);  // a standard error that nobody reads must not end the service
-    return Serve(program, options, *app);
+    return Serve(program, *options, *app);
 }
 
 }  // namespace dorn

@@ -70,5 +70,32 @@ TEST(Options, DefaultsFollowTheEnvironment) {
     unsetenv("XDG_STATE_HOME");
 }
 
+// What comes before the command line has been read obeys it; a long text loses its end, never half
+// a character.
+TEST(Log, LinesAreHeldAndCut) {
+    const struct {
+        std::string given;
+        std::string logged;
+    } cases[] = {
+        {std::string(512, 'a'), std::string(512, 'a')},
+        {std::string(100000, 'a'), std::string(512, 'a') + "... (100000 bytes)"},
+        {std::string(511, 'a') + "\u00fc", std::string(511, 'a') + "... (513 bytes)"},
+        {std::string(600, '\xfc'), std::string(512, '\xfc') + "... (600 bytes)"},
+    };
+    std::vector<std::string> logged;
+    platform::SetLogSink([&](const platform::LogLine& line) { logged.push_back(line.text); });
+    platform::HoldLog();
+    for (const auto& test : cases)
+        PLATFORM_LOG("TEST", platform::LOG_INFO, "%s", test.given.c_str());
+    PLATFORM_LOG("TEST", DLOG_PRIORITY_PROGRESS, "not for this level");
+    EXPECT_TRUE(logged.empty());
+    platform::SetLogPriority(platform::LOG_INFO);
+    platform::ReleaseLog();
+    platform::SetLogPriority(DLOG_PRIORITY_PROGRESS);
+    platform::SetLogSink(nullptr);
+    ASSERT_EQ(logged.size(), std::size(cases));
+    for (size_t i = 0; i < logged.size(); ++i) EXPECT_EQ(logged[i], cases[i].logged);
+}
+
 }  // namespace
 }  // namespace test
