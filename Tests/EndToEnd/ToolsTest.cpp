@@ -1,7 +1,9 @@
 // The programs that people and scripts use: the command line of the service, contentsctl, gdbus.
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <sstream>
 
@@ -37,9 +39,43 @@ TEST_F(ToolsTest, TheServiceTellsWrongUsage) {
         EXPECT_EQ(wrong.status, 2) << words[1];
         EXPECT_NE(wrong.errors.find("--help"), std::string::npos) << wrong.errors;
     }
-    EXPECT_EQ(RunProgram({SERVICE_PROGRAM, "--help"}).status, 0);
-    EXPECT_NE(RunProgram({SERVICE_PROGRAM, "--version"}).output.find("ContentsMgr 2.000"),
-              std::string::npos);
+}
+
+TEST_F(ToolsTest, BothTellTheirUsageAndTheVersionAndNothingElse) {
+    for (const char* program : {SERVICE_PROGRAM, CONTENTSCTL})
+        for (const char* option : {"--help", "--version"}) {
+            const Outcome told = RunProgram({program, option});
+            EXPECT_EQ(told.status, 0);
+            EXPECT_EQ(told.errors, "");
+            EXPECT_NE(told.output.find(*(option + 2) == 'h' ? "Usage:" : " " CM_VERSION "\n"),
+                      std::string::npos)
+                << told.output;
+        }
+}
+
+// As the unit runs the service: a stick that comes, is scanned and goes, with a client listening.
+TEST_F(ToolsTest, TheJournalHasAStickInAFewLines) {
+    std::ofstream(Folder() + "/service.log").flush();
+    struct stat log {};
+    ASSERT_EQ(stat((Folder() + "/service.log").c_str(), &log), 0);
+    ServiceOptions options = Options();
+    options.logLevel = "info";
+    options.environment = {
+        {"JOURNAL_STREAM", std::to_string(log.st_dev) + ":" + std::to_string(log.st_ino)}};
+    StartService(options);
+    MediaClient client(Socket());
+    m_sticks.Make("stick", "--photos", 5);
+    ASSERT_TRUE(m_service->WaitForLog("is complete: 6 media files, 6 of them read, "));
+    m_sticks.PullOut("stick");
+    ASSERT_TRUE(m_service->WaitForLog("is gone"));
+    size_t lines = 0;
+    std::istringstream stream(LogText());
+    for (std::string line; std::getline(stream, line); ++lines)
+        EXPECT_TRUE(line.rfind("<6>MEDIA_CONTENT: ", 0) == 0 ||
+                    line.rfind("<6>PLIV_HOST: ", 0) == 0)
+            << line;
+    EXPECT_LT(lines, 20u);
+    EXPECT_EQ(Told("storage \"stick\" (folder) is mounted at " + UsbRoot() + "/stick"), 1u);
 }
 
 TEST_F(ToolsTest, GdbusCanIntrospect) {
@@ -79,7 +115,10 @@ TEST_F(ToolsTest, TheToolRunsBareCommands) {
     StartService();
     EXPECT_EQ(Tool({"run", "GetStorages"}).output, "{\"storages\":[]}\n");
     EXPECT_EQ(Parse(Tool({"--json", "run", "Connect"}).output)["returnValue"], "1");
-    EXPECT_EQ(Tool({"run", "--", "Fetch", "-1", "10"}).output, "0\n");
+    const Outcome refused = Tool({"--wait", "FETCH_COMPLETED", "run", "Fetch", "a", "b"});
+    EXPECT_EQ(refused.status, 1) << "an event was waited for that never comes";
+    EXPECT_EQ(refused.output, "0\n");
+    EXPECT_NE(refused.errors.find("refused \"Fetch\""), std::string::npos) << refused.errors;
 }
 
 TEST_F(ToolsTest, TheToolListsPagesAndBrowses) {
@@ -101,6 +140,22 @@ TEST_F(ToolsTest, TheToolListsPagesAndBrowses) {
     const std::string table = Tool({"query", id, "photo", "--limit", "2"}).output;
     EXPECT_NE(table.find("2 of 1201"), std::string::npos) << table;
     EXPECT_NE(Tool({"browse", UsbRoot() + "/stick"}).output.find("Trip/"), std::string::npos);
+    EXPECT_EQ(Tool({"query", id, "photo", "--limit", "0"}).output, "0 of 1201\n");
+    EXPECT_EQ(Tool({"--json", "browse", "stick", "--limit", "0"}).output, "");
+    for (const char* path : {"stick/no/where", "stick/broken.jpg"}) {
+        const Outcome missing = Tool({"browse", path});
+        EXPECT_EQ(missing.status, 1);
+        EXPECT_NE(missing.errors.find(std::string("$USB_DIR/") + path), std::string::npos)
+            << missing.errors;
+    }
+    for (const Words& words : {Words{"query", id, "photo"}, {"--json", "storages"}, {"--help"}}) {
+        Words command = {"sh",        "-c",        R"(exec "$0" "$@" >/dev/full)",
+                         CONTENTSCTL, "--address", Address()};
+        command.insert(command.end(), words.begin(), words.end());
+        const Outcome lost = RunProgram(command);
+        EXPECT_EQ(lost.status, 1) << words[0];
+        EXPECT_NE(lost.errors.find("No space left"), std::string::npos) << lost.errors;
+    }
 }
 
 // More subfolders and files than a page holds, in numbers where a page's arithmetic bites.
@@ -140,9 +195,13 @@ TEST_F(ToolsTest, TheToolRegistersAndMonitors) {
     EXPECT_EQ(Tool({"register", items[0]["fullPathName"].asString()}).status, 0);
     EXPECT_EQ(Tool({"count", "stick", "photo"}).output, "6\n");
     m_sticks.PullOut("stick");
-    EXPECT_TRUE(Shows(heard, "USB_DISCONNECTED"));
+    ASSERT_TRUE(Shows(heard, "USB_DISCONNECTED"));
     monitor.Signal(SIGTERM);
     EXPECT_EQ(monitor.Wait(), 0);
+    const Json::Value last = JsonLines(ReadFile(heard)).back();
+    EXPECT_EQ(last["payload"]["storage"]["name"], "stick");
+    EXPECT_EQ(last["time"].asString().size(),
+              std::string("2026-11-25T03:17:57.123456+01:00").size());
 }
 
 TEST_F(ToolsTest, TheMonitorSpeaksToPeople) {

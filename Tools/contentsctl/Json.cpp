@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "Failure.h"
+#include "Output.h"
 
 namespace contentsctl {
 
@@ -34,7 +35,7 @@ std::string ToLine(const Json::Value& value) {
 
 void PrintLine(const Json::Value& value) {
     puts(ToLine(value).c_str());
-    fflush(stdout);
+    FlushOutput();
 }
 
 std::string TextOf(const Json::Value& object, const char* key) {

@@ -4,6 +4,7 @@
 
 #include "Failure.h"
 #include "Options.h"
+#include "Output.h"
 #include "Verbs.h"
 
 namespace contentsctl {
@@ -46,8 +47,11 @@ int main(int argc, char** argv) {
         const Options options = ParseOptions(argc, argv);
         if (options.help)
             fputs(Help().c_str(), stdout);
+        else if (options.version)
+            puts("contentsctl " CM_VERSION);
         else
             Run(options);
+        FlushOutput();
         return EXIT_DONE;
     } catch (const Failure& failure) {
         fflush(stdout);

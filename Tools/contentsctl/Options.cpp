@@ -54,7 +54,8 @@ struct Raw {
     gboolean progress = FALSE;
     gboolean noWait = FALSE;
     gboolean help = FALSE;
-    gint limit = 0;
+    gboolean version = FALSE;
+    gint64 limit = INT64_MAX;
     gint timeout = 120;
 
     ~Raw() {
@@ -71,7 +72,7 @@ ParserPtr NewParser(Raw& raw) {
         {"bus", 'b', 0, G_OPTION_ARG_STRING, &raw.bus, "The message bus that it is on",
          "session|system"},
         {"json", 'j', 0, G_OPTION_ARG_NONE, &raw.json, "Print JSON, one object a line", nullptr},
-        {"limit", 'n', 0, G_OPTION_ARG_INT, &raw.limit, "Print at most N items", "N"},
+        {"limit", 'n', 0, G_OPTION_ARG_INT64, &raw.limit, "Print at most N items", "N"},
         {"no-wait", 0, 0, G_OPTION_ARG_NONE, &raw.noWait,
          "Take what is known now, do not wait for a scan", nullptr},
         {"timeout", 't', 0, G_OPTION_ARG_INT, &raw.timeout,
@@ -81,6 +82,7 @@ ParserPtr NewParser(Raw& raw) {
         {"wait", 'w', 0, G_OPTION_ARG_STRING, &raw.wait, "run: wait for this event and print it",
          "EVENT"},
         {"help", 'h', 0, G_OPTION_ARG_NONE, &raw.help, "Show this and exit", nullptr},
+        {"version", 0, 0, G_OPTION_ARG_NONE, &raw.version, "Show the version and exit", nullptr},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
     ParserPtr parser(g_option_context_new("COMMAND [ARGUMENT...]"));
     g_option_context_set_help_enabled(parser.get(), FALSE);
@@ -143,7 +145,8 @@ Options ParseOptions(int argc, char** argv) {
     Options options;
     options.words = Parse(parser.get(), argc, argv);
     options.help = raw.help;
-    if (options.help) return options;
+    options.version = raw.version;
+    if (options.help || options.version) return options;
     Check(raw);
     options.address = AddressOf(raw);
     options.bus = TextOr(raw.bus, "");

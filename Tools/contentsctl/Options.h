@@ -2,6 +2,7 @@
 #ifndef TOOLS_CONTENTSCTL_OPTIONS_H
 #define TOOLS_CONTENTSCTL_OPTIONS_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -11,12 +12,13 @@ struct Options {
     std::string address;  // D-Bus address; empty with a bus
     std::string bus;      // "session", "system" or empty
     bool json = false;
-    bool progress = false;  // a progress line even when standard error is no terminal
-    bool noWait = false;    // take what the database knows now
-    int limit = 0;          // items; 0: all
-    int timeout = 120;      // seconds; 0: for ever
-    std::string waitFor;    // run: an event's name
+    bool progress = false;      // a progress line even when standard error is no terminal
+    bool noWait = false;        // take what the database knows now
+    int64_t limit = INT64_MAX;  // items
+    int timeout = 120;          // seconds; 0: for ever
+    std::string waitFor;        // run: an event's name
     bool help = false;
+    bool version = false;
     std::vector<std::string> words;  // the verb and its arguments
 };
 

@@ -58,7 +58,7 @@ Json::Value Query::Fetch(int64_t start, int count) {
 
 void Query::ForEach(int64_t limit, const std::function<void(const Json::Value&)>& handler,
                     const std::function<void()>& pageEnd) {
-    int64_t wanted = limit > 0 ? limit : INT64_MAX;
+    int64_t wanted = limit;
     for (int64_t start = 0; wanted > 0; start += kMaxPage) {
         const int size = static_cast<int>(std::min<int64_t>(wanted, kMaxPage));
         const Json::Value page = Fetch(start, size);

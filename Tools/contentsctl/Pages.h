@@ -26,7 +26,7 @@ public:
     // The payload of one page.
     Json::Value Fetch(int64_t start, int count);
 
-    // Calls `handler` with each item of a media query in order, as many as `limit` (0: all).
+    // Calls `handler` with each item of a media query in order, at most `limit` of them.
     void ForEach(int64_t limit, const std::function<void(const Json::Value&)>& handler,
                  const std::function<void()>& pageEnd);
 

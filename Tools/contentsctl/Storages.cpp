@@ -1,5 +1,8 @@
 #include "Storages.h"
 
+#include <errno.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 
 #include "Failure.h"
@@ -9,18 +12,23 @@ namespace contentsctl {
 namespace {
 
 constexpr char kListHint[] = "\"contentsctl storages\" lists what there is.";
+// The service calls the root of all USB storages by a token.
+const std::string kRoot = "/opt/storage/usb";
+const std::string kRootToken = "$USB_DIR";
 
 std::string WithoutEndSlash(std::string path) {
     while (path.size() > 1 && path.back() == '/') path.pop_back();
     return path;
 }
 
-// The service calls the root of all USB storages by a token.
-std::string ClientPath(std::string path) {
-    const std::string root = "/opt/storage/usb";
-    const size_t at = path.find(root);
-    if (at != std::string::npos) path.replace(at, root.size(), "$USB_DIR");
-    return WithoutEndSlash(path);
+std::string Replaced(std::string path, const std::string& what, const std::string& by) {
+    const size_t at = path.find(what);
+    if (at != std::string::npos) path.replace(at, what.size(), by);
+    return path;
+}
+
+std::string ClientPath(const std::string& path) {
+    return WithoutEndSlash(Replaced(path, kRoot, kRootToken));
 }
 
 bool IsCalled(const Storage& storage, const std::string& name) {
@@ -62,6 +70,18 @@ std::vector<Storage> ListStorages(Session& session) {
 
 Storage FindStorage(Session& session, const std::string& name) {
     return TheOne(Called(ListStorages(session), name), name);
+}
+
+void CheckFolder(const Place& place) {
+    const std::string root = Replaced(place.storage.mountPath, kRootToken, kRoot);
+    const std::string folder = Replaced(place.folder, kRootToken, kRoot);
+    struct stat facts {};
+    if (stat(root.c_str(), &facts) != 0) return;
+    const bool isThere = stat(folder.c_str(), &facts) == 0;
+    if (!isThere && (errno == ENOENT || errno == ENOTDIR))
+        throw Refused("there is no folder " + Printable(place.folder));
+    if (isThere && !S_ISDIR(facts.st_mode))
+        throw Refused(Printable(place.folder) + " is a file, not a folder");
 }
 
 Place FindPlace(Session& session, const std::string& name) {

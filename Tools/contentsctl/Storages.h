@@ -29,6 +29,10 @@ struct Place {
     std::string folder;  // its path, as clients see it
 };
 
+// Throws Refused when the folder is not there, or is none. Silent where that cannot be seen from
+// here, as from another mount namespace.
+void CheckFolder(const Place& place);
+
 // A storage's name, perhaps followed by "/" and folders in it; or a path below a mount path.
 Place FindPlace(Session& session, const std::string& name);
 

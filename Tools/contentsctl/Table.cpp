@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "Output.h"
 #include "Text.h"
 
 namespace contentsctl {
@@ -48,7 +49,7 @@ void Table::Flush() {
     }
     for (const auto& row : m_rows) PrintRow(row);
     m_rows.clear();
-    fflush(stdout);
+    FlushOutput();
 }
 
 }  // namespace contentsctl

@@ -2,9 +2,13 @@
 #include <gio/gio.h>
 #include <stdio.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "EventText.h"
 #include "Failure.h"
 #include "Json.h"
+#include "Output.h"
 #include "PlivHost/GlibPtr.h"
 #include "Table.h"
 #include "Text.h"
@@ -37,19 +41,22 @@ void FailForThose(const Json::Value& failed, const char* what, const char* hint)
             hint);
 }
 
+std::string TimeNow(const char* format) {
+    GDateTime* time = g_date_time_new_now_local();
+    const platform::TextPtr text(g_date_time_format(time, format));
+    g_date_time_unref(time);
+    return text.get();
+}
+
+// A payload that is an object comes as one, any other as the text that it is.
 Json::Value ToJson(const Event& event) {
     Json::Value json;
+    json["time"] = TimeNow("%Y-%m-%dT%H:%M:%S.%f%:z");
     json["name"] = event.name;
     json["kind"] = event.kind;
     json["payload"] = event.payload;
+    if (event.payload.compare(0, 1, "{") == 0) json["payload"] = ParseJson(event.payload);
     return json;
-}
-
-std::string ClockTime() {
-    GDateTime* time = g_date_time_new_now_local();
-    const platform::TextPtr text(g_date_time_format(time, "%H:%M:%S"));
-    g_date_time_unref(time);
-    return text.get();
 }
 
 // The payload as it came, on one line.
@@ -63,8 +70,18 @@ void PrintEvent(const Event& event, bool json, const std::string& text) {
     if (json)
         PrintLine(ToJson(event));
     else
-        printf("%s  %s  %s\n", ClockTime().c_str(), Printable(event.name).c_str(), text.c_str());
-    fflush(stdout);
+        printf("%s  %s  %s\n", TimeNow("%H:%M:%S").c_str(), Printable(event.name).c_str(),
+               text.c_str());
+    FlushOutput();
+}
+
+// Of most commands 0 means no; others count, or answer nothing else.
+bool MeansRefused(const std::string& command, const std::string& value) {
+    static constexpr const char* kCommands[] = {
+        "Connect", "Disconnect",       "GetStorages",       "Query",
+        "Fetch",   "RegisterContents", "UnregisterContents"};
+    return value == "0" &&
+           std::find(std::begin(kCommands), std::end(kCommands), command) != std::end(kCommands);
 }
 
 constexpr Verb kVerbs[] = {
@@ -137,6 +154,9 @@ void RunCommand(Session& session, const Options& options, const Words& arguments
         throw Refused(
             "the service does not take \"" + Printable(arguments[0]) + "\" with these arguments",
             "Names and words are case-sensitive.");
+    if (MeansRefused(arguments[0], value))
+        throw Refused("the service refused \"" + arguments[0] + "\" with these arguments",
+                      "Its log may tell why.");
     if (options.waitFor.empty()) return;
     const Event event = session.Wait(options.waitFor);
     PrintEvent(event, options.json, RawText(event));

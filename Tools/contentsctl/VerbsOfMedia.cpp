@@ -92,6 +92,15 @@ private:
     int64_t m_printed = 0;
 };
 
+Query OpenFolder(Session& session, const Options& options, const Place& place) {
+    try {
+        return Query(session, options, place.storage.id, "folder", place.folder);
+    } catch (const Refused&) {
+        CheckFolder(place);
+        throw;
+    }
+}
+
 }  // namespace
 
 void RunStorages(Session& session, const Options& options, const Words&) {
@@ -162,12 +171,12 @@ void RunFetch(Session& session, const Options& options, const Words& arguments) 
 
 void RunBrowse(Session& session, const Options& options, const Words& arguments) {
     const Place place = FindPlace(session, arguments[0]);
-    Query query(session, options, place.storage.id, "folder", place.folder);
+    Query query = OpenFolder(session, options, place);
     Table table(
         {{"TYPE"}, {"SIZE", Align::Right}, {"MODIFIED", Align::Left, 0}, {"NAME", Align::Left, 0}});
     int64_t printed = 0;
     const auto add = [&](Json::Value item, bool isFolder) {
-        if (options.limit > 0 && printed >= options.limit) return;
+        if (printed >= options.limit) return;
         ++printed;
         if (isFolder) item["type"] = "folder";
         if (options.json)
