@@ -11,11 +11,11 @@ cmake --install "$1" --prefix "$scratch" >"$scratch/log" 2>&1 || { cat "$scratch
 
 units=$scratch/lib/systemd/system
 remarks=$(systemd-analyze verify "$units/contents-mgr.service" \
-    "$units/contents-mgr-mount@sdb1.service" 2>&1 | grep contents-mgr || true)
+    "$units/contents-mgr-mount@sdb1.service" "$units/opt-storage-usb.mount" 2>&1 | grep contents-mgr || true)
 if [ -n "$remarks" ]; then
     printf '%s\n' "$remarks"
     exit 1
 fi
 systemd-analyze security --offline=true --threshold=15 --no-pager "$units/contents-mgr.service" |
     tail -n 1
-for script in "$(dirname "$0")"/debian/*; do sh -n "$script"; done
+for script in "$(dirname "$0")"/debian/* "$(dirname "$0")/mount-stick"; do sh -n "$script"; done
