@@ -21,6 +21,9 @@ constexpr int kLongestWaitMs = 300;
 constexpr int kRetryMs = 5000;
 // When descriptors were short, and no event tells that there are some.
 constexpr int kRoomMs = 500;
+// A device goes before its mount. Receivers hear of it when both have gone, or after this time
+// where nobody unmounts: what asks the mount path for its size would be told that of the stick.
+constexpr std::chrono::seconds kUnmountTime(5);
 // What a look has open at once. Short of descriptors it would read a device in parts, or not at
 // all, and take it for another one or for gone.
 constexpr int kLookDescriptors = 4;
@@ -99,12 +102,44 @@ void DeviceMonitor::Run() {
         for (int waited = 0; !retry && waited < kLongestWaitMs; waited += kQuietMs)
             if (!WaitForEvents(kQuietMs)) break;
         std::vector<DeviceChange> changes;
-        if (!m_stopping && Look(changes)) m_dispatcher->Post(changes);
+        if (!m_stopping && Look(changes)) Tell(changes);
     }
+}
+
+// What follows a departure at the same path waits behind it, or shows that it is over.
+bool DeviceMonitor::IsHeld(size_t index) const {
+    const Untold& untold = m_untold[index];
+    const std::string& path = untold.change.device->mountPath;
+    const auto isSamePath = [&](const Untold& later) {
+        return later.change.device->mountPath == path;
+    };
+    const auto next = m_untold.begin() + static_cast<ptrdiff_t>(index) + 1;
+    return Clock::now() < untold.until && m_source->IsMountPoint(path) &&
+           std::none_of(next, m_untold.end(), isSamePath);
+}
+
+void DeviceMonitor::Tell(const std::vector<DeviceChange>& changes) {
+    const auto now = Clock::now();
+    for (const DeviceChange& change : changes) {
+        const bool waits = std::string(change.action) == DepartureWord(*change.device) &&
+                           change.device->IsMounted();
+        m_untold.push_back({change, waits ? now + kUnmountTime : now});
+    }
+    std::vector<DeviceChange> told;
+    std::deque<Untold> held;
+    for (size_t i = 0; i < m_untold.size(); ++i) {
+        if (IsHeld(i))
+            held.push_back(m_untold[i]);
+        else
+            told.push_back(m_untold[i].change);
+    }
+    m_untold = std::move(held);
+    m_dispatcher->Post(told);
 }
 
 int DeviceMonitor::Timeout() const {
     if (m_isShort) return kRoomMs;
+    if (!m_untold.empty()) return MsUntil(m_untold.front().until);
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_lookFailed || m_source->NeedsPolling() ? kRetryMs : -1;
 }

@@ -3,6 +3,8 @@
 #define PLATFORM_USB_DEVICE_DEVICE_MONITOR_H
 
 #include <atomic>
+#include <chrono>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -18,7 +20,7 @@ namespace platform {
 
 // Order of telling, for every change:
 //   a storage that comes  database record, then the device list, then the receivers
-//   a storage that goes   device list, then the database, then the receivers
+//   a storage that goes   device list, then the database, then, when it is unmounted, the receivers
 // so that whoever hears of a storage, or lists it, finds its record.
 class DeviceMonitor {
 public:
@@ -44,6 +46,8 @@ private:
     int Timeout() const;
     bool Look(std::vector<DeviceChange>& changes);
     void NoteRoom(bool room);
+    void Tell(const std::vector<DeviceChange>& changes);
+    bool IsHeld(size_t index) const;
     void Apply(const DeviceList& seen, std::vector<DeviceChange>& changes);
     void Publish(DeviceList devices);
     bool IsRecorded(const DeviceRecord& device) const;
@@ -60,6 +64,12 @@ private:
     std::atomic<bool> m_stopping{false};
     bool m_tellsChanges = false;  // set before the thread starts: what arrives now is news
     bool m_isShort = false;       // whoever looks: the last look was short of descriptors
+    // The monitor thread's: departures of storages that are still mounted, and what waits for them.
+    struct Untold {
+        DeviceChange change;
+        std::chrono::steady_clock::time_point until;
+    };
+    std::deque<Untold> m_untold;
     std::thread m_thread;
 
     mutable std::mutex m_mutex;  // guards the two below; only the monitor thread writes them

@@ -34,6 +34,10 @@ public:
     // when the list as a whole could not be read; `devices` is then not to be used.
     virtual bool List(std::vector<DeviceRecord>& devices) = 0;
 
+    // True when something was mounted at that path at the last List, whether its device is still
+    // there or not.
+    virtual bool IsMountPoint(const std::string& path) const = 0;
+
     // True while the system's limits keep it from telling of changes: look from time to time.
     virtual bool NeedsPolling() const = 0;
 };

@@ -24,6 +24,8 @@ public:
     void AddDescriptors(std::vector<pollfd>& polled) const override;
     bool Drain() override;
     bool List(std::vector<DeviceRecord>& devices) override;
+    // A folder that is no longer listed is gone.
+    bool IsMountPoint(const std::string&) const override { return false; }
     bool NeedsPolling() const override { return !m_watch.IsArmed(); }
 
 private:

@@ -3,6 +3,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -153,6 +154,12 @@ bool UdevSource::List(std::vector<DeviceRecord>& devices) {
     for (auto at = m_timesGone.begin(); at != m_timesGone.end();)
         at = access(at->first.c_str(), F_OK) == 0 ? std::next(at) : m_timesGone.erase(at);
     return ListStorages(devices) && ListCameras(devices);
+}
+
+bool UdevSource::IsMountPoint(const std::string& path) const {
+    const auto& mounts = m_mounts.Mounts();
+    return std::any_of(mounts.begin(), mounts.end(),
+                       [&](const MountLine& mount) { return mount.mountPoint == path; });
 }
 
 bool UdevSource::ListStorages(std::vector<DeviceRecord>& devices) {

@@ -33,6 +33,7 @@ public:
     void AddDescriptors(std::vector<pollfd>& polled) const override;
     bool Drain() override;
     bool List(std::vector<DeviceRecord>& devices) override;
+    bool IsMountPoint(const std::string& path) const override;
     bool NeedsPolling() const override { return false; }
 
 private:
