@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are missing, and nothing else. Usage: setup.sh [demo|test]
-# "demo" is what building and showing the service needs, "test" (the default) adds the tests'.
+# Installs the Debian packages that are missing, and nothing else. Usage: setup.sh [demo|test|vm]
+# "demo" is what building and showing the service needs, "test" (the default) adds the tests', "vm" the
+# virtual machine's.
 set -euo pipefail
 
 packages=(
@@ -12,6 +13,8 @@ packages=(
 if [ "${1:-test}" = test ]; then
     packages+=(libgtest-dev libgmock-dev libbenchmark-dev libumockdev-dev umockdev clang-format
         clang libclang-rt-14-dev python3 dbus dbus-daemon systemd e2fsprogs mount)
+elif [ "$1" = vm ]; then
+    packages+=(qemu-system-x86 mmdebstrap busybox-static cpio e2fsprogs kmod genisoimage python3)
 fi
 
 missing=()
