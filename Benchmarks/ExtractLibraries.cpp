@@ -143,7 +143,7 @@ void AllOneByOne(benchmark::State& state, bool (*read)(const File&),
 ExtractorOptions Options() {
     ExtractorOptions options;
     options.helperPath = EXTRACT_HELPER;
-    options.workers = CORES;
+    options.idleHelpers = CORES;
     return options;
 }
 

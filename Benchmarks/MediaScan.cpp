@@ -1,8 +1,10 @@
 // A first scan against the metadata libraries run bare over the same files in one process, and a
 // scan that finds nothing changed against a bare walk with stat.
 //   MediaScan LIBRARY [rounds] [cold]
+//   MediaScan LIBRARY ROUNDS beside OTHER
 // LIBRARY is a folder of real media files, made for instance with "make-sample-media --camera".
-// With "cold" (as root) the system's caches are dropped before each first reading.
+// With "cold" (as root) the system's caches are dropped before each first reading. With "beside" a
+// first scan alone is set against one while the storage OTHER, mounted a second before, is scanned.
 #include <fcntl.h>
 #include <ftw.h>
 #include <stdlib.h>
@@ -174,6 +176,40 @@ Round Measure(const std::string& library, const std::vector<File>& files) {
     return round;
 }
 
+bool IsScanned(const std::string& path) {
+    for (const auto& scan : platform::CurrentScans())
+        if (scan.mountPath == path) return false;
+    return true;
+}
+
+void MountAt(const std::string& path) {
+    platform::MountedStorage storage;
+    storage.uuid = storage.mountPath = path;
+    platform::StorageMounted(storage);
+}
+
+// Seconds for a first scan of the library, beside the other storage if there is one.
+double FirstScan(const std::string& library, const std::string& other) {
+    char name[] = "/tmp/media-benchmark-XXXXXX";
+    if (!mkdtemp(name)) exit(1);
+    platform::ConfigureMediaService({std::string(name) + "/media.db", EXTRACT_HELPER});
+    media_content_connect();
+    if (!other.empty()) {
+        MountAt(other);
+        sleep(1);
+    }
+    const double taken = Seconds([&] {
+        MountAt(library);
+        while (!IsScanned(library)) usleep(200);
+    });
+    if (!other.empty() && IsScanned(other)) std::puts("the other storage was scanned before");
+    for (const std::string& path : {library, other}) platform::StorageUnmounted(path);
+    media_content_disconnect();
+    platform::ShutdownMediaService();
+    fs::remove_all(name);
+    return taken;
+}
+
 double Median(std::vector<Round> rounds, double Round::*member) {
     std::sort(rounds.begin(), rounds.end(),
               [&](const Round& a, const Round& b) { return a.*member < b.*member; });
@@ -191,11 +227,24 @@ void Print(const std::string& what, double ours, double other, double aim) {
                 other * 1000, ours / other, aim, ours / other <= aim ? "met" : "NOT MET");
 }
 
+int CompareBeside(const std::string& library, const std::string& other, int rounds) {
+    std::vector<Round> times;
+    for (int i = 0; i < rounds; ++i) {
+        Round round;
+        round.bare = FirstScan(library, "");
+        round.first = FirstScan(library, other);
+        times.push_back(round);
+    }
+    Print("first scan beside " + fs::path(other).filename().string() + " against one alone",
+          Median(times, &Round::first), Median(times, &Round::bare), 2.0);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: MediaScan LIBRARY [rounds] [cold]\n");
+        std::fprintf(stderr, "usage: MediaScan LIBRARY [rounds] [cold | beside OTHER]\n");
         return 2;
     }
     platform::SetLogPriority(platform::LOG_ERROR);
@@ -207,6 +256,8 @@ int main(int argc, char** argv) {
     const std::string library = fs::canonical(argv[1]);
     const std::vector<File> files = FilesBelow(library);
     ReadBare(files);  // everything is in the page cache from here on, unless it is dropped
+    if (argc > 4 && std::string(argv[3]) == "beside")
+        return CompareBeside(library, fs::canonical(argv[4]), atoi(argv[2]));
     std::vector<Round> rounds;
     for (int i = 0; i < (argc > 2 ? atoi(argv[2]) : 3); ++i)
         rounds.push_back(Measure(library, files));

@@ -6,8 +6,10 @@
 namespace platform {
 namespace {
 
-constexpr size_t MAX_THREADS = 4;
-constexpr size_t MAX_FULL_SCANS = 3;  // the last thread is for the short ones
+// A scan mostly waits, for its stick or for the workers: so many threads are no load, and one slow
+// stick after the other leaves one for the next.
+constexpr size_t MAX_THREADS = 32;
+constexpr size_t MAX_FULL_SCANS = 24;  // the other threads are for the short ones
 
 void CancelIfGone(Activity& activity) {
     if (activity.mount && activity.mount->gone) activity.cancel = true;
@@ -141,36 +143,78 @@ WorkerPool::~WorkerPool() {
     for (std::thread& thread : m_threads) thread.join();
 }
 
-void WorkerPool::Submit(std::function<void()> task) {
+WorkerPool::Lines::iterator WorkerPool::FindLine(Lane lane) {
+    return std::find_if(m_lines.begin(), m_lines.end(),
+                        [lane](const Line& line) { return line.lane == lane; });
+}
+
+// The line whose first task may run now and has waited longest for its turn.
+WorkerPool::Lines::iterator WorkerPool::NextLine() {
+    size_t shared = 0;
+    for (const Line& line : m_lines) shared += line.slow ? 0 : line.running;
+    return std::find_if(m_lines.begin(), m_lines.end(), [&](const Line& line) {
+        return !line.tasks.empty() && (line.running == 0 || (!line.slow && shared < m_shared));
+    });
+}
+
+bool WorkerPool::IsEmpty() const {
+    return std::all_of(m_lines.begin(), m_lines.end(),
+                       [](const Line& line) { return line.tasks.empty(); });
+}
+
+void WorkerPool::AddThreadIfNeeded() {
+    if (m_idle > 0 || NextLine() == m_lines.end()) return;
+    try {
+        m_threads.emplace_back([this] { Main(); });
+    } catch (const std::system_error&) {
+        // Fewer threads than hoped for; without any the caller does the work.
+    }
+}
+
+void WorkerPool::Submit(Lane lane, std::function<void()> task) {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        try {
-            if (m_idle <= m_tasks.size() && m_threads.size() < m_limit)
-                m_threads.emplace_back([this] { Main(); });
-        } catch (const std::system_error&) {
-            // Fewer threads than hoped for; without any the caller does the work.
-        }
-        if (!m_threads.empty()) {
-            m_tasks.push_back(std::move(task));
-            m_changed.notify_one();
-            return;
-        }
+        auto line = FindLine(lane);
+        if (line == m_lines.end()) line = m_lines.insert(line, Line{lane, false, 0, {}});
+        line->tasks.push_back(std::move(task));
+        AddThreadIfNeeded();
+        m_changed.notify_one();
+        if (!m_threads.empty()) return;
+        task = std::move(line->tasks.front());
+        m_lines.erase(line);
     }
     task();
+}
+
+void WorkerPool::SetSlow(Lane lane) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const auto line = FindLine(lane);
+    if (line == m_lines.end() || line->slow) return;
+    line->slow = true;
+    AddThreadIfNeeded();
+    m_changed.notify_all();
 }
 
 void WorkerPool::Main() {
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
         ++m_idle;
-        m_changed.wait(lock, [this] { return !m_tasks.empty() || m_stopping; });
+        m_changed.wait(lock,
+                       [this] { return NextLine() != m_lines.end() || (m_stopping && IsEmpty()); });
         --m_idle;
-        if (m_tasks.empty()) return;
-        const std::function<void()> task = std::move(m_tasks.front());
-        m_tasks.pop_front();
+        const auto line = NextLine();
+        if (line == m_lines.end()) return;
+        std::function<void()> task = std::move(line->tasks.front());
+        line->tasks.pop_front();
+        ++line->running;
+        m_lines.splice(m_lines.end(), m_lines, line);
+        AddThreadIfNeeded();
         lock.unlock();
         task();
+        task = nullptr;  // may hold the last of what is dear; not to be let go of under the lock
         lock.lock();
+        if (--line->running == 0 && line->tasks.empty()) m_lines.erase(line);
+        if (m_stopping) m_changed.notify_all();
     }
 }
 

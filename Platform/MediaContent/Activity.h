@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -31,6 +32,7 @@ struct Mount {
     std::atomic<int64_t> number{0};  // in the database that is open; 0 while none is
     std::atomic<bool> gone{false};   // unmounted: nothing of it may be opened any more
     std::atomic<int> scanStatus{MEDIA_STORAGE_SCAN_STOPPED};
+    std::atomic<bool> hasPassedOver{false};  // files that were: see ItemState
 
     // Guarded by the service's mutex: whether others know of it, and a scan's end that waits.
     bool announced = true;
@@ -46,6 +48,7 @@ struct Activity {
     std::atomic<uint64_t> filesSeen{0};
     std::atomic<uint64_t> filesRead{0};
     std::atomic<bool> walking{false};
+    std::atomic<bool> again{false};  // the storage is to be scanned whole once this has ended
 };
 using ActivityPtr = std::shared_ptr<Activity>;
 
@@ -111,24 +114,43 @@ private:
     ActivityPtr m_activity;
 };
 
-// A few threads for the work that can be done side by side. They start when they are needed.
+// Threads for work that can be done side by side. Work comes in lanes: one for each scan, one for
+// what clients ask for on a storage. Lanes take turns. They share `threads` threads, but a lane of
+// which nothing runs gets another one rather than wait for work of other lanes. Any thread.
 class WorkerPool {
 public:
-    explicit WorkerPool(size_t threads) : m_limit(threads) {}
+    using Lane = const void*;  // only compared: the address of whom the work is for
+
+    explicit WorkerPool(size_t threads) : m_shared(threads) {}
     // Runs what is queued, then joins.
     ~WorkerPool();
     WorkerPool(const WorkerPool&) = delete;
     WorkerPool& operator=(const WorkerPool&) = delete;
     // On the calling thread when no other one can be had.
-    void Submit(std::function<void()> task);
+    void Submit(Lane lane, std::function<void()> task);
+    // The lane's work takes long whatever else runs. Until the lane is empty it has one thread at a
+    // time, which is none of the shared ones.
+    void SetSlow(Lane lane);
 
 private:
-    void Main();
+    struct Line {
+        Lane lane;
+        bool slow = false;
+        size_t running = 0;
+        std::deque<std::function<void()>> tasks;
+    };
+    using Lines = std::list<Line>;
 
-    const size_t m_limit;
+    void Main();
+    Lines::iterator FindLine(Lane lane);
+    Lines::iterator NextLine();
+    bool IsEmpty() const;
+    void AddThreadIfNeeded();
+
+    const size_t m_shared;
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::deque<std::function<void()>> m_tasks;  // guarded by m_mutex, as all below
+    Lines m_lines;  // guarded by m_mutex, as all below; in the order of their turns
     std::vector<std::thread> m_threads;
     size_t m_idle = 0;
     bool m_stopping = false;

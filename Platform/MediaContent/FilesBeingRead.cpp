@@ -65,7 +65,7 @@ FileFacts FactsOf(const struct stat& facts) {
 }
 
 bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& changes,
-                      const std::atomic<bool>& cancel) {
+                      const std::atomic<bool>& cancel, LostTime* lost) {
     std::vector<UniqueFd> handles;
     std::vector<ExtractFile> files;
     std::vector<Change*> asked;
@@ -89,10 +89,12 @@ bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& c
         handles.push_back(std::move(file));
         asked.push_back(&change);
     }
-    std::vector<ExtractResult> results = extractor.Extract(files, cancel);
+    std::vector<ExtractResult> results = extractor.Extract(files, cancel, lost);
     for (size_t i = 0; i < results.size(); ++i) {
         if (results[i].status == ExtractStatus::CANCELLED) return false;
         if (results[i].status == ExtractStatus::OK) asked[i]->state = ItemState::READ;
+        if (results[i].status == ExtractStatus::PASSED_OVER)
+            asked[i]->state = ItemState::PASSED_OVER;
         if (results[i].status == ExtractStatus::FAILED && IsReadable(files[i].fd))
             asked[i]->state = ItemState::FAILED;
         asked[i]->metadata = std::move(results[i].metadata);
@@ -100,9 +102,11 @@ bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& c
     return !cancel;
 }
 
-FilesBeingRead::FilesBeingRead(ExtractorPool& extractor, WorkerPool& workers,
-                               const std::atomic<bool>& cancel)
-    : m_extractor(extractor), m_workers(workers), m_cancel(cancel) {}
+FilesBeingRead::FilesBeingRead(ExtractorPool& extractor, WorkerPool& workers, Activity& activity)
+    : m_extractor(extractor),
+      m_workers(workers),
+      m_activity(activity),
+      m_lost([this] { m_workers.SetSlow(this); }) {}
 
 FilesBeingRead::~FilesBeingRead() {
     std::unique_lock<std::mutex> lock(m_mutex);
@@ -122,7 +126,7 @@ void FilesBeingRead::HandOut() {
         m_resultCame.wait(lock, [this] { return m_reading < MAX_READING; });
         m_reading += m_group.size();
     }
-    m_workers.Submit([this, root = m_root, group = std::exchange(m_group, {})]() mutable {
+    m_workers.Submit(this, [this, root = m_root, group = std::exchange(m_group, {})]() mutable {
         ReadGroup(root, std::move(group));
     });
 }
@@ -132,10 +136,12 @@ void FilesBeingRead::ReadGroup(int root, std::vector<Change> group) {
     const size_t files = group.size();
     bool given = false;
     try {
-        given = !m_cancel && ReadMetadataInto(m_extractor, root, group, m_cancel);
+        const std::atomic<bool>& cancel = m_activity.cancel;
+        given = !cancel && ReadMetadataInto(m_extractor, root, group, cancel, &m_lost);
     } catch (const std::exception& error) {
         PLATFORM_LOG("MEDIA_CONTENT", LOG_ERROR, "metadata of %zu files: %s", files, error.what());
     }
+    if (given) NotePassedOver(group);
     std::lock_guard<std::mutex> lock(m_mutex);
     for (Change& change : group) {
         const bool news = !change.retry || change.state != ItemState::UNREAD;
@@ -145,6 +151,18 @@ void FilesBeingRead::ReadGroup(int root, std::vector<Change> group) {
     m_reading -= files;
     m_hasResults = true;
     m_resultCame.notify_all();
+}
+
+void FilesBeingRead::NotePassedOver(const std::vector<Change>& group) {
+    if (std::none_of(group.begin(), group.end(),
+                     [](const Change& change) { return change.state == ItemState::PASSED_OVER; }))
+        return;
+    m_activity.mount->hasPassedOver = true;
+    if (m_toldOfPassedOver.exchange(true)) return;
+    PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING,
+                 "scan of %s: files that cannot be read have taken %lld ms: the others are listed "
+                 "by their names, and read once something on the storage has changed",
+                 m_activity.mount->path.c_str(), static_cast<long long>(m_lost.Milliseconds()));
 }
 
 void FilesBeingRead::Take(std::vector<Change>& changes) {

@@ -19,15 +19,16 @@ FileFacts FactsOf(const struct stat& facts);
 
 // Opens the changes' files below `root`, reads their metadata and completes the changes; a file
 // that cannot be opened or read costs its metadata only. False when it was cancelled: the changes
-// are then worth nothing.
+// are then worth nothing. `lost`, which may be null, is what ExtractorPool says of it.
 bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& changes,
-                      const std::atomic<bool>& cancel);
+                      const std::atomic<bool>& cancel, LostTime* lost = nullptr);
 
-// Used by one thread, except that the workers bring back what they have read. `cancel` outlives it,
-// and so do the pools.
+// Used by one thread, except that the workers bring back what they have read. The activity and the
+// pools outlive it. Files that are passed over because those before them took too much time come
+// back as such, with one log line, and the mount is told.
 class FilesBeingRead {
 public:
-    FilesBeingRead(ExtractorPool& extractor, WorkerPool& workers, const std::atomic<bool>& cancel);
+    FilesBeingRead(ExtractorPool& extractor, WorkerPool& workers, Activity& activity);
     // Waits until no worker has a file any more.
     ~FilesBeingRead();
     FilesBeingRead(const FilesBeingRead&) = delete;
@@ -46,10 +47,13 @@ private:
     void HandOut();
     void ReadGroup(int root, std::vector<Change> group);
     void MoveResults(std::vector<Change>& changes);
+    void NotePassedOver(const std::vector<Change>& group);
 
     ExtractorPool& m_extractor;
     WorkerPool& m_workers;
-    const std::atomic<bool>& m_cancel;
+    Activity& m_activity;
+    LostTime m_lost;
+    std::atomic<bool> m_toldOfPassedOver{false};
     int m_root = -1;
     std::vector<Change> m_group;  // not yet with the workers
 

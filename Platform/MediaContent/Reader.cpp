@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "MediaContent/Schema.h"
+
 namespace platform {
 namespace {
 
@@ -308,6 +310,12 @@ bool Reader::HoldsItems(int64_t storage) {
     const Store::Borrowed connection = m_store.Read();
     return SumOfCounts(*connection, "storage WHERE number = " + std::to_string(storage),
                        ALL_TYPES) > 0;
+}
+
+bool Reader::IsToBeReadAgain(int64_t storage) {
+    const Store::Borrowed connection = m_store.Read();
+    Query query(*connection, "SELECT 1 FROM setting WHERE name = ?");
+    return query.Bind(ReadAgainSetting(storage)).Next();
 }
 
 std::vector<int64_t> Reader::StoragesUnseenSince(int64_t before) {

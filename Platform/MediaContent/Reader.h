@@ -61,6 +61,8 @@ public:
     std::vector<std::string> KnownFolders(int64_t storage, const std::string& below);
     std::vector<KnownPlace> KnownPlaces(int64_t storage, int64_t inode);
     bool HoldsItems(int64_t storage);
+    // What Writer::SetToBeReadAgain said.
+    bool IsToBeReadAgain(int64_t storage);
     // Storages that were last there before `before`, a time in seconds.
     std::vector<int64_t> StoragesUnseenSince(int64_t before);
 

@@ -45,7 +45,7 @@ Scan::Scan(const ScanTools& tools, Activity& activity, std::vector<ScanTarget> t
       m_storage(activity.mount->number),
       m_targets(std::move(targets)),
       m_reader(tools.store),
-      m_reading(tools.extractor, tools.workers, activity.cancel) {}
+      m_reading(tools.extractor, tools.workers, activity) {}
 
 media_content_error_e Scan::Run() {
     if (m_activity.cancel || m_storage == 0) return MEDIA_CONTENT_ERROR_CANCELLED;
@@ -62,6 +62,8 @@ media_content_error_e Scan::Run() {
         Write(true);
         if (m_activity.cancel) return MEDIA_CONTENT_ERROR_CANCELLED;
         if (m_activity.full) m_tools.store.Write().DropEmptyFolders(m_storage);
+        if (m_activity.full && m_readPassedOver)
+            m_tools.store.Write().SetToBeReadAgain(m_storage, false);
         if (m_written > 0) Checkpoint();
         return MEDIA_CONTENT_ERROR_NONE;
     } catch (const DatabaseError& error) {
@@ -88,6 +90,8 @@ media_content_error_e Scan::OpenRoot() {
     if (fstatfs(m_root.Get(), &fileSystem) == 0)
         m_stableInodes = fileSystem.f_type != MSDOS_MAGIC && fileSystem.f_type != EXFAT_MAGIC;
     m_heldItems = m_reader.HoldsItems(m_storage);
+    m_readPassedOver = m_reader.IsToBeReadAgain(m_storage);
+    m_hasPassedOver = m_mount.hasPassedOver && !m_activity.full;  // a whole scan finds them
     return MEDIA_CONTENT_ERROR_NONE;
 }
 
@@ -207,7 +211,10 @@ void Scan::ScanFile(const UniqueFd& folder, const std::string& path, const std::
 void Scan::CompareFile(Change change, const KnownItem& known) {
     change.retry = SameContent(change.facts, known.facts);
     if (!change.retry) m_claimed.insert(change.number);
-    if (!change.retry || known.state == ItemState::UNREAD) {
+    if (!change.retry) NoteDifference();
+    const bool passedOver = known.state == ItemState::PASSED_OVER;
+    if (passedOver) NotePassedOver();
+    if (!change.retry || known.state == ItemState::UNREAD || (passedOver && m_readPassedOver)) {
         change.number = 0;  // whatever is at this place when it is written
         return ReadLater(std::move(change));
     }
@@ -216,7 +223,27 @@ void Scan::CompareFile(Change change, const KnownItem& known) {
     m_changes.push_back(std::move(change));
 }
 
+// Files that were passed over are read when the storage is another than it was then: somebody may
+// have taken the bad ones away. That it is to be done outlives a stick that is pulled out first.
+void Scan::LookAtThemAgain() {
+    if (!m_hasPassedOver || !m_differs || m_readPassedOver || m_activity.again) return;
+    m_tools.store.Write().SetToBeReadAgain(m_storage, true);
+    m_activity.again = true;
+}
+
+void Scan::NotePassedOver() {
+    m_hasPassedOver = true;
+    m_activity.mount->hasPassedOver = true;
+    LookAtThemAgain();
+}
+
+void Scan::NoteDifference() {
+    m_differs = true;
+    LookAtThemAgain();
+}
+
 void Scan::NewFile(Change change) {
+    NoteDifference();
     KnownPlace from;
     if (!m_heldItems || !FindMoved(change, from)) return ReadLater(std::move(change));
     m_claimed.insert(from.number);
@@ -270,7 +297,7 @@ void Scan::Write(bool all) {
 
 // Nobody waits for it: readers find everything in the log as well.
 void Scan::Checkpoint() {
-    m_tools.workers.Submit([&store = m_tools.store] { store.Write().Checkpoint(); });
+    m_tools.workers.Submit(nullptr, [&store = m_tools.store] { store.Write().Checkpoint(); });
 }
 
 // ---- what is gone -----------------------------------------------------------------------------
@@ -302,6 +329,7 @@ void Scan::FindGoneFolders() {
 void Scan::RemoveGone() {
     for (const Gone& gone : m_gone) {
         if (m_claimed.count(gone.number) || (gone.pinned && StillThere(gone))) continue;
+        NoteDifference();
         Change change;
         change.kind = Change::REMOVE;
         change.number = gone.number;

@@ -61,6 +61,9 @@ private:
     void ScanFile(const UniqueFd& folder, const std::string& path, const std::string& name,
                   std::unordered_map<std::string, KnownItem>& known);
     void CompareFile(Change change, const KnownItem& known);
+    void NotePassedOver();
+    void NoteDifference();
+    void LookAtThemAgain();
     void NewFile(Change change);
     bool FindMoved(const Change& change, KnownPlace& from);
     void ReadLater(Change change);
@@ -83,8 +86,11 @@ private:
 
     UniqueFd m_root;
     struct stat m_rootFacts {};
-    bool m_heldItems = false;    // the storage had items before
-    bool m_stableInodes = true;  // the file system keeps inode numbers from mount to mount
+    bool m_heldItems = false;       // the storage had items before
+    bool m_stableInodes = true;     // the file system keeps inode numbers from mount to mount
+    bool m_readPassedOver = false;  // what was passed over is to be read now
+    bool m_hasPassedOver = false;   // there is some
+    bool m_differs = false;         // from what the database knows
     std::vector<ScanTarget> m_stack;
     std::unordered_set<std::string>
         m_knownFolders;               // held items before; visited ones are taken out

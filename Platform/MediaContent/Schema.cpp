@@ -218,6 +218,10 @@ std::unique_ptr<Connection> OpenReader(const std::string& file) {
     return connection;
 }
 
+std::string ReadAgainSetting(int64_t storage) {
+    return "read again " + std::to_string(storage);
+}
+
 std::string ReadSalt(Connection& connection) {
     Query query(connection, "SELECT value FROM setting WHERE name = 'salt'");
     return query.Next() ? query.Text(0) : std::string();

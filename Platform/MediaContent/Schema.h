@@ -21,6 +21,9 @@ std::unique_ptr<Connection> OpenReader(const std::string& file);
 // with the old file.
 void MoveAside(const std::string& file, const char* reason);
 
+// The name of the setting that a storage's passed-over files are to be read.
+std::string ReadAgainSetting(int64_t storage);
+
 // A word made once a database file; item and folder ids begin with it, so that a database made
 // anew never gives an old id to another file.
 std::string ReadSalt(Connection& connection);

@@ -35,7 +35,7 @@ ExtractorOptions ExtractorOptionsFor(const MediaServiceOptions& options) {
     ExtractorOptions extractor;
     extractor.helperPath = options.extractorPath.empty() ? BesideProgram("contents-mgr-extract")
                                                          : options.extractorPath;
-    extractor.workers = Cores();
+    extractor.idleHelpers = Cores();
     return extractor;
 }
 
@@ -192,6 +192,7 @@ void Service::CloseSession() {
     const auto all = [](const Activity&) { return true; };
     m_activities.Cancel(all);
     m_activities.Wait(all);
+    m_activities.Stop();  // only its idle threads are left
     for (const auto& mount : Mounts()) {
         mount->number = 0;
         mount->scanStatus = MEDIA_STORAGE_SCAN_STOPPED;

@@ -71,6 +71,8 @@ private:
     int Submit(const ActivityPtr& activity, std::function<void()> run);
     void StartFullScan(const SessionPtr& session, const std::shared_ptr<Mount>& mount);
     void RunFullScan(const SessionPtr& session, const ActivityPtr& activity);
+    media_content_error_e RunShortScan(const SessionPtr& session, const ActivityPtr& activity,
+                                       const std::vector<ScanTarget>& targets);
     void ReportScanEnd(Mount& mount, media_content_error_e error);
     void StartPurge(const SessionPtr& session);
     void TellMounted(Mount& mount);

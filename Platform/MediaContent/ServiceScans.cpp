@@ -6,6 +6,8 @@
 #include <time.h>
 
 #include <chrono>
+#include <future>
+#include <memory>
 #include <set>
 #include <utility>
 
@@ -74,9 +76,14 @@ void Service::RunFullScan(const SessionPtr& session, const ActivityPtr& activity
     Mount& mount = *activity->mount;
     mount.scanStatus = MEDIA_STORAGE_SCAN_RUNNING;
     const auto start = Clock::now();
-    const media_content_error_e error = Scan(session->tools, *activity, {{"", true}}).Run();
+    media_content_error_e error = MEDIA_CONTENT_ERROR_NONE;
+    do {
+        activity->again = false;
+        activity->filesSeen = activity->filesRead = 0;
+        error = Scan(session->tools, *activity, {{"", true}}).Run();
+    } while (error == MEDIA_CONTENT_ERROR_NONE && activity->again);
     // The session outlives its workers.
-    session->workers.Submit([tools = &session->extractor] {
+    session->workers.Submit(nullptr, [tools = &session->extractor] {
         tools->EndIdleHelpers();
         malloc_trim(0);
     });
@@ -91,6 +98,14 @@ void Service::RunFullScan(const SessionPtr& session, const ActivityPtr& activity
         if (mount.endIsHeld) return;
     }
     ReportScanEnd(mount, error);
+}
+
+media_content_error_e Service::RunShortScan(const SessionPtr& session, const ActivityPtr& activity,
+                                            const std::vector<ScanTarget>& targets) {
+    if (activity->cancel) return MEDIA_CONTENT_ERROR_CANCELLED;
+    const media_content_error_e error = Scan(session->tools, *activity, targets).Run();
+    if (activity->again) StartFullScan(session, activity->mount);
+    return error;
 }
 
 void Service::ReportScanEnd(Mount& mount, media_content_error_e error) {
@@ -128,10 +143,7 @@ int Service::ScanFolder(const char* path, bool recursive, media_scan_completed_c
     const auto activity = std::make_shared<Activity>();
     activity->mount = mount;
     return Submit(activity, [=] {
-        const media_content_error_e error =
-            activity->cancel ? MEDIA_CONTENT_ERROR_CANCELLED
-                             : Scan(session->tools, *activity, {{below, recursive}}).Run();
-        callback(error, userData);
+        callback(RunShortScan(session, activity, {{below, recursive}}), userData);
     });
 }
 
@@ -156,9 +168,7 @@ void Service::Changed(const std::string& mountPath, const std::vector<std::strin
     if (list.empty()) return;
     const auto activity = std::make_shared<Activity>();
     activity->mount = mount;
-    Submit(activity, [session, activity, list] {
-        if (!activity->cancel) Scan(session->tools, *activity, list).Run();
-    });
+    Submit(activity, [=] { RunShortScan(session, activity, list); });
 }
 
 std::vector<ScanProgress> Service::Scans() {
@@ -203,6 +213,15 @@ Change PinnedChange(const std::string& path, const struct stat& facts) {
     return change;
 }
 
+// Before the files of any scan, and behind other registrations on the same storage at most.
+bool ReadNow(Session& session, const Activity& activity, int root, std::vector<Change>& changes) {
+    const auto task = std::make_shared<std::packaged_task<bool()>>(
+        [&] { return ReadMetadataInto(session.extractor, root, changes, activity.cancel); });
+    std::future<bool> isRead = task->get_future();
+    session.workers.Submit(activity.mount.get(), [task] { (*task)(); });
+    return isRead.get();
+}
+
 }  // namespace
 
 int Service::Insert(const char* path, MediaRecord& record) {
@@ -227,8 +246,7 @@ int Service::Insert(const char* path, MediaRecord& record) {
     if (!S_ISREG(facts.st_mode)) return MEDIA_CONTENT_ERROR_UNSUPPORTED;
 
     std::vector<Change> changes{PinnedChange(below, facts)};
-    if (!ReadMetadataInto(session->extractor, root.Get(), changes, activity->cancel))
-        return MEDIA_CONTENT_ERROR_CANCELLED;
+    if (!ReadNow(*session, *activity, root.Get(), changes)) return MEDIA_CONTENT_ERROR_CANCELLED;
     const std::vector<Done> done = session->store.Write().Apply(storage, changes, time(nullptr));
     if (done.empty()) return MEDIA_CONTENT_ERROR_DB_FAILED;
     m_updates.Report(UpdateOf(done[0], session->store.ItemId(done[0].number), mount->path));

@@ -314,6 +314,15 @@ int64_t Writer::FolderNumber(int64_t storage, const std::string& path) {
     return number;
 }
 
+void Writer::SetToBeReadAgain(int64_t storage, bool again) {
+    InTransaction([&] {
+        Query(*m_connection, again ? "INSERT OR REPLACE INTO setting VALUES(?, '1')"
+                                   : "DELETE FROM setting WHERE name = ?")
+            .Bind(ReadAgainSetting(storage))
+            .Run();
+    });
+}
+
 void Writer::DropEmptyFolders(int64_t storage) {
     InTransaction([&] {
         Query(*m_connection, "DELETE FROM folder WHERE storage = ? AND below = 0")

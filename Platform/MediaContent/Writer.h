@@ -23,7 +23,8 @@ constexpr int MEDIA_TYPES = 5;
 enum class ItemState {
     UNREAD = 0,  // not opened yet: to be tried again at the next scan
     READ = 1,
-    FAILED = 2,  // not readable as media; tried again only when the file changes
+    FAILED = 2,       // not readable as media; tried again only when the file changes
+    PASSED_OVER = 3,  // not opened: others took too long; tried when the storage has changed
 };
 
 // What stat tells of a file, and by which a change is recognised.
@@ -84,6 +85,9 @@ public:
     std::vector<Done> Apply(int64_t storage, const std::vector<Change>& changes, int64_t now);
     // Removes one item of any storage; false when there is none.
     bool Remove(int64_t number, int64_t& storage, Done& done);
+
+    // Whether a scan is to read what was PASSED_OVER on this storage.
+    void SetToBeReadAgain(int64_t storage, bool again);
 
     // Drops the records of folders that hold nothing any more.
     void DropEmptyFolders(int64_t storage);

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <condition_variable>
 #include <cstring>
 #include <iterator>
 #include <mutex>
@@ -26,7 +25,7 @@ using std::chrono::milliseconds;
 using Helper = std::unique_ptr<HelperProcess>;
 
 constexpr int PROGRESS = 16;
-constexpr milliseconds CANCEL_LOOK(20);
+constexpr milliseconds LOOK_AGAIN(20);
 
 enum class Answer { GOOD, GONE, LATE, NONSENSE, CANCELLED, NOT_SENT };
 
@@ -56,31 +55,37 @@ bool RegularFileSize(int fd, uint64_t& size) {
     return true;
 }
 
+// For whom files are read: when to stop, and what they have cost so far (may be null).
+struct Account {
+    const std::atomic<bool>& cancel;
+    LostTime* lost;
+};
+
 // Waits for one decoded answer message.
 Answer Await(HelperProcess& helper, uint32_t number, Clock::time_point deadline,
-             const std::atomic<bool>& cancel, ExtractAnswer& answer) {
+             const Account& account, ExtractAnswer& answer) {
     std::string bytes;
     for (;;) {
-        const Clock::time_point now = Clock::now();
-        switch (helper.Receive(bytes, std::min(deadline, now + CANCEL_LOOK))) {
+        switch (helper.Receive(bytes, std::min(deadline, Clock::now() + LOOK_AGAIN))) {
             case HelperProcess::Wait::MESSAGE:
                 return DecodeAnswer(bytes, answer) && answer.number == number ? Answer::GOOD
                                                                               : Answer::NONSENSE;
             case HelperProcess::Wait::GONE:
                 return Answer::GONE;
             case HelperProcess::Wait::NOTHING:
-                if (cancel) return Answer::CANCELLED;
+                if (account.cancel) return Answer::CANCELLED;
                 if (Clock::now() >= deadline) return Answer::LATE;
+                if (helper.GiveWayIfBusy() && account.lost) account.lost->IsSlow();
         }
     }
 }
 
 // Waits for the answers of a whole request, in as many messages as the helper likes.
 Answer AwaitAll(HelperProcess& helper, const ExtractRequest& request, Clock::time_point deadline,
-                const std::atomic<bool>& cancel, ExtractAnswer& all) {
+                const Account& account, ExtractAnswer& all) {
     while (all.files.size() < request.files.size()) {
         ExtractAnswer part;
-        const Answer outcome = Await(helper, request.number, deadline, cancel, part);
+        const Answer outcome = Await(helper, request.number, deadline, account, part);
         if (outcome != Answer::GOOD) return outcome;
         if (part.files.empty() || part.files.size() > request.files.size() - all.files.size())
             return Answer::NONSENSE;
@@ -126,55 +131,36 @@ void TakeAnswers(const Batch& batch, ExtractAnswer& answer, Results& results) {
 
 }  // namespace
 
+void LostTime::Lose(int64_t milliseconds) {
+    m_lostMs += milliseconds;
+    m_isSlow();
+}
+
+void LostTime::MakeUp(size_t filesRead) {
+    const auto made = static_cast<int64_t>(filesRead);
+    int64_t lost = m_lostMs;
+    while (lost > 0 && !m_lostMs.compare_exchange_weak(lost, std::max<int64_t>(0, lost - made)))
+        continue;
+}
+
 struct ExtractorPool::Impl {
-    explicit Impl(ExtractorOptions given) : options(std::move(given)) {
-        options.workers = std::max(1, options.workers);
-    }
-
-    // A right to use one helper, given back at the end of the scope.
-    class Turn {
-    public:
-        Turn(Impl& pool, const std::atomic<bool>& cancel) : m_pool(pool) {
-            std::unique_lock<std::mutex> lock(pool.mutex);
-            while (pool.busy >= pool.options.workers && !cancel)
-                pool.turnFree.wait_for(lock, CANCEL_LOOK);
-            if (cancel) return;
-            ++pool.busy;
-            m_taken = true;
-        }
-        ~Turn() { GiveBack(); }
-        void GiveBack() {
-            if (!std::exchange(m_taken, false)) return;
-            {
-                const std::lock_guard<std::mutex> lock(m_pool.mutex);
-                --m_pool.busy;
-            }
-            m_pool.turnFree.notify_one();
-        }
-        Turn(const Turn&) = delete;
-        Turn& operator=(const Turn&) = delete;
-        explicit operator bool() const { return m_taken; }
-
-    private:
-        Impl& m_pool;
-        bool m_taken = false;
-    };
+    explicit Impl(ExtractorOptions given) : options(std::move(given)) {}
 
     Helper TakeIdle();
     Helper StartNew(const std::atomic<bool>& cancel);
     void NoteFailedStart(const char* why);
     void GiveBack(Helper helper, bool retiring);
-    Answer Ask(HelperProcess& helper, Batch& batch, const std::atomic<bool>& cancel,
-               ExtractAnswer& answer);
-    Answer Read(Batch& batch, const std::atomic<bool>& cancel, Results& results);
-    void ReadAll(Batch batch, const std::atomic<bool>& cancel, Results& results);
+    Answer Ask(HelperProcess& helper, Batch& batch, const Account& account, ExtractAnswer& answer);
+    Answer Read(Batch& batch, const Account& account, Results& results);
+    void ReadAll(Batch batch, const Account& account, Results& results);
+    bool IsSpent(const LostTime* lost) const {
+        return lost && lost->Milliseconds() >= options.lostDeadlines * options.deadlineMs;
+    }
 
     ExtractorOptions options;
     SpawnThread spawner;
     std::atomic<uint32_t> lastNumber{0};
     std::mutex mutex;  // guards what follows
-    std::condition_variable turnFree;
-    int busy = 0;
     std::vector<Helper> idle;
     Clock::time_point noStartBefore = Clock::time_point::min();
     bool failureLogged = false;
@@ -204,7 +190,7 @@ Helper ExtractorPool::Impl::StartNew(const std::atomic<bool>& cancel) {
     // Its first message says that it is ready.
     ExtractAnswer ready;
     const Clock::time_point deadline = Clock::now() + milliseconds(options.startDeadlineMs);
-    const Answer answer = Await(*helper, 0, deadline, cancel, ready);
+    const Answer answer = Await(*helper, 0, deadline, {cancel, nullptr}, ready);
     if (answer == Answer::GOOD) {
         const std::lock_guard<std::mutex> lock(mutex);
         failureLogged = false;
@@ -225,32 +211,41 @@ void ExtractorPool::Impl::NoteFailedStart(const char* why) {
 }
 
 void ExtractorPool::Impl::GiveBack(Helper helper, bool retiring) {
-    if (retiring || helper->FilesRead() >= options.filesPerHelper) return;
+    if (retiring || helper->HasGivenWay() || helper->FilesRead() >= options.filesPerHelper) return;
     const std::lock_guard<std::mutex> lock(mutex);
-    idle.push_back(std::move(helper));
+    if (idle.size() < static_cast<size_t>(std::max(1, options.idleHelpers)))
+        idle.push_back(std::move(helper));
 }
 
-Answer ExtractorPool::Impl::Ask(HelperProcess& helper, Batch& batch,
-                                const std::atomic<bool>& cancel, ExtractAnswer& answer) {
+Answer ExtractorPool::Impl::Ask(HelperProcess& helper, Batch& batch, const Account& account,
+                                ExtractAnswer& answer) {
     do {
         batch.request.number = ++lastNumber;
     } while (batch.request.number == 0);
     if (!helper.Send(EncodeRequest(batch.request), batch.fds)) return Answer::NOT_SENT;
     helper.CountFiles(batch.fds.size());
-    const Clock::time_point deadline = Clock::now() + milliseconds(options.deadlineMs);
-    return AwaitAll(helper, batch.request, deadline, cancel, answer);
+    const Clock::time_point begin = Clock::now();
+    const Clock::time_point deadline = begin + milliseconds(options.deadlineMs);
+    const Answer outcome = AwaitAll(helper, batch.request, deadline, account, answer);
+    if (!account.lost) return outcome;
+    if (outcome == Answer::GOOD)
+        account.lost->MakeUp(batch.fds.size());
+    else if (outcome != Answer::CANCELLED)
+        account.lost->Lose(std::chrono::ceil<milliseconds>(Clock::now() - begin).count());
+    return outcome;
 }
 
 // One try with one helper. NOT_SENT: none can be started.
-Answer ExtractorPool::Impl::Read(Batch& batch, const std::atomic<bool>& cancel, Results& results) {
+Answer ExtractorPool::Impl::Read(Batch& batch, const Account& account, Results& results) {
+    if (account.cancel) return Answer::CANCELLED;
     // A helper that ended while it had nothing to do is no fault of these files: then the next.
     for (;;) {
         Helper helper = TakeIdle();
         const bool isNew = !helper;
-        if (isNew) helper = StartNew(cancel);
-        if (!helper) return cancel ? Answer::CANCELLED : Answer::NOT_SENT;
+        if (isNew) helper = StartNew(account.cancel);
+        if (!helper) return account.cancel ? Answer::CANCELLED : Answer::NOT_SENT;
         ExtractAnswer answer;
-        const Answer outcome = Ask(*helper, batch, cancel, answer);
+        const Answer outcome = Ask(*helper, batch, account, answer);
         if (outcome == Answer::NOT_SENT && !isNew) continue;
         if (outcome != Answer::GOOD) return outcome == Answer::NOT_SENT ? Answer::GONE : outcome;
         TakeAnswers(batch, answer, results);
@@ -259,9 +254,9 @@ Answer ExtractorPool::Impl::Read(Batch& batch, const std::atomic<bool>& cancel, 
     }
 }
 
-void ExtractorPool::Impl::ReadAll(Batch batch, const std::atomic<bool>& cancel, Results& results) {
-    Turn turn(*this, cancel);
-    const Answer outcome = turn ? Read(batch, cancel, results) : Answer::CANCELLED;
+void ExtractorPool::Impl::ReadAll(Batch batch, const Account& account, Results& results) {
+    if (IsSpent(account.lost)) return SetAll(batch, ExtractStatus::PASSED_OVER, results);
+    const Answer outcome = Read(batch, account, results);
     if (outcome == Answer::GOOD) return;
     if (outcome == Answer::CANCELLED) return SetAll(batch, ExtractStatus::CANCELLED, results);
     if (outcome == Answer::NOT_SENT) return SetAll(batch, ExtractStatus::UNAVAILABLE, results);
@@ -270,8 +265,7 @@ void ExtractorPool::Impl::ReadAll(Batch batch, const std::atomic<bool>& cancel, 
                     NameOf(batch.fds[0]).c_str());
         return SetAll(batch, ExtractStatus::FAILED, results);
     }
-    turn.GiveBack();
-    for (size_t i = 0; i < batch.fds.size(); ++i) ReadAll(batch.One(i), cancel, results);
+    for (size_t i = 0; i < batch.fds.size(); ++i) ReadAll(batch.One(i), account, results);
 }
 
 ExtractorPool::ExtractorPool(ExtractorOptions options)
@@ -285,7 +279,8 @@ ExtractResult ExtractorPool::Extract(int fd, media_content_type_e kind, const ch
 }
 
 Results ExtractorPool::Extract(const std::vector<ExtractFile>& files,
-                               const std::atomic<bool>& cancel) {
+                               const std::atomic<bool>& cancel, LostTime* lost) {
+    const Account account{cancel, lost};
     Results results(files.size());
     Batch empty;
     empty.request.deadlineMs = static_cast<uint32_t>(std::max(0, m_impl->options.deadlineMs));
@@ -294,9 +289,9 @@ Results ExtractorPool::Extract(const std::vector<ExtractFile>& files,
         uint64_t size = 0;
         if (RegularFileSize(files[place].fd, size)) batch.Add(files[place], size, place);
         if (batch.fds.size() == MAX_BATCH)
-            m_impl->ReadAll(std::exchange(batch, empty), cancel, results);
+            m_impl->ReadAll(std::exchange(batch, empty), account, results);
     }
-    if (!batch.fds.empty()) m_impl->ReadAll(std::move(batch), cancel, results);
+    if (!batch.fds.empty()) m_impl->ReadAll(std::move(batch), account, results);
     return results;
 }
 

@@ -4,8 +4,11 @@
 #define PLATFORM_MEDIA_CONTENT_EXTRACT_EXTRACTOR_H
 
 #include <atomic>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "MediaContent.h"
@@ -17,6 +20,7 @@ enum class ExtractStatus {
     OK,           // `metadata` is what the file says of itself (it may be little)
     FAILED,       // the file is no media file, broken, or cost its helper; `metadata` is empty
     CANCELLED,    // `cancel` became true before there was an answer; `metadata` is empty
+    PASSED_OVER,  // too much time was lost before; nothing was learnt about the file
     UNAVAILABLE,  // the helper program cannot be started; nothing was learnt about the file
 };
 
@@ -27,8 +31,9 @@ struct ExtractResult {
 
 struct ExtractorOptions {
     std::string helperPath;       // the contents-mgr-extract program, absolute
-    int workers = 1;              // helper processes at most; each is started when it is needed
+    int idleHelpers = 1;          // so many wait for the next request; the others end after theirs
     int deadlineMs = 5000;        // for one file; a helper that takes longer is killed
+    int lostDeadlines = 3;        // so much time may be lost for one LostTime
     int startDeadlineMs = 15000;  // for a helper to get ready: it loads many libraries
     int filesPerHelper = 20000;   // a helper is replaced after so many files, or when it has grown
     int restartPauseMs = 5000;    // after the program could not be started: no new try for so long
@@ -43,9 +48,28 @@ struct ExtractFile {
     const char* mime = "";
 };
 
-// A few helper processes. Each has one caller at a time; more callers than workers wait for each
-// other. A helper that dies, hangs or answers nonsense is killed, waited for and replaced at the
-// next request.
+// What the files of one storage have cost in vain: deadlines, and helpers that died. Well-read ones
+// make up for it, a millisecond each: a few bad files among many good ones do not matter. Outlives
+// the calls that it is given to. Any thread.
+class LostTime {
+public:
+    // `isSlow` is called, at least once and perhaps by several threads, when a helper works on a
+    // request for long or in vain.
+    explicit LostTime(std::function<void()> isSlow) : m_isSlow(std::move(isSlow)) {}
+    void Lose(int64_t milliseconds);
+    void MakeUp(size_t filesRead);
+    int64_t Milliseconds() const { return m_lostMs; }
+    void IsSlow() const { m_isSlow(); }
+
+private:
+    const std::function<void()> m_isSlow;
+    std::atomic<int64_t> m_lostMs{0};
+};
+
+// Helper processes, one a caller, so that nobody waits for the files of others; how many callers
+// there are at a time is theirs to bound. A helper that dies, hangs or answers nonsense is killed,
+// waited for and replaced at the next request. One that has computed for half a second over one
+// request gets the lowest priority and ends after it.
 class ExtractorPool {
 public:
     explicit ExtractorPool(ExtractorOptions options);
@@ -65,8 +89,10 @@ public:
     // the two processes need not wait for each other after each. Results are in the order of
     // `files`. When a helper does not answer for all of its files within the deadline, each is
     // asked for again alone, so that a bad file costs itself only (and two deadlines of time).
+    // With `lost`, which may be null, what that costs is added up there, over as many calls as it
+    // is given to; once it is more than a few deadlines the files that are left are PASSED_OVER.
     std::vector<ExtractResult> Extract(const std::vector<ExtractFile>& files,
-                                       const std::atomic<bool>& cancel);
+                                       const std::atomic<bool>& cancel, LostTime* lost = nullptr);
 
     // Ends helpers that have nothing to do, to give back their memory after a scan. Any thread.
     void EndIdleHelpers();

@@ -4,9 +4,11 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <time.h>
 
 #include <algorithm>
 #include <array>
@@ -21,6 +23,8 @@ namespace platform {
 namespace {
 
 constexpr int KILL_WAIT_MS = 1000;
+constexpr std::chrono::milliseconds BUSY(500);  // of processor time over one request
+constexpr int LOWEST_PRIORITY = 19;
 
 // Children that were killed and have not ended yet.
 class Lingering {
@@ -144,6 +148,19 @@ HelperProcess::~HelperProcess() {
     Lingering::Instance().Reap();
 }
 
+std::chrono::nanoseconds HelperProcess::ProcessorTime() const {
+    clockid_t clock = 0;
+    timespec time = {};
+    if (clock_getcpuclockid(m_pid, &clock) != 0 || clock_gettime(clock, &time) != 0) return {};
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+bool HelperProcess::GiveWayIfBusy() {
+    if (!m_hasGivenWay && ProcessorTime() - m_timeAtSend > BUSY)
+        m_hasGivenWay = setpriority(PRIO_PROCESS, static_cast<id_t>(m_pid), LOWEST_PRIORITY) == 0;
+    return m_hasGivenWay;
+}
+
 bool HelperProcess::Send(const std::string& bytes, const std::vector<int>& fds) {
     if (fds.size() > MAX_BATCH) return false;
     const size_t length = fds.size() * sizeof(int);
@@ -160,6 +177,7 @@ bool HelperProcess::Send(const std::string& bytes, const std::vector<int>& fds) 
     header->cmsg_len = CMSG_LEN(length);
     std::memcpy(CMSG_DATA(header), fds.data(), length);
     ssize_t sent = 0;
+    m_timeAtSend = ProcessorTime();
     // One request is on its way at a time: the socket has room for it.
     do {
         sent = sendmsg(m_socket.Get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);

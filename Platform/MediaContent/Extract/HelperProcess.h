@@ -37,17 +37,25 @@ public:
     // Waits for one message until `until`; longer ones than MAX_ANSWER count as GONE.
     Wait Receive(std::string& bytes, Clock::time_point until);
 
+    // Looks how long the helper has computed since the last Send; after half a second it gets the
+    // lowest priority, for good. True from then on.
+    bool GiveWayIfBusy();
+    bool HasGivenWay() const { return m_hasGivenWay; }
+
     pid_t Pid() const { return m_pid; }
     int FilesRead() const { return m_filesRead; }
     void CountFiles(size_t count) { m_filesRead += static_cast<int>(count); }
 
 private:
     HelperProcess(pid_t pid, UniqueFd socket);
+    std::chrono::nanoseconds ProcessorTime() const;
 
     const pid_t m_pid;
     UniqueFd m_pidFd;
     UniqueFd m_socket;
     int m_filesRead = 0;
+    std::chrono::nanoseconds m_timeAtSend{0};
+    bool m_hasGivenWay = false;
 };
 
 }  // namespace platform

@@ -91,6 +91,63 @@ TEST_F(StickFaults, OddNamesAndHostileFilesEndNoScan) {
     EXPECT_EQ(seen, count);
 }
 
+// Songs of 10 GiB that are one hole cost their reader its whole deadline each.
+class HangingStick : public FaultTest {
+protected:
+    void SetUp() override {
+        fs::create_directories(m_made);
+        for (int i = 0; i < 200; ++i) {
+            const fs::path song = m_made / (std::to_string(i) + ".mp3");
+            std::ofstream(song).close();
+            fs::resize_file(song, 10ull << 30);
+        }
+        AddPhotos("GOOD");
+        fs::copy_file(PhotoOn("GOOD"),
+                      m_made / "last.jpg");  // the last to be made is the last read
+        m_sticks.PullOut("GOOD");
+    }
+    fs::path PhotoOn(const char* stick) const { return m_sticks.PathOf(stick) / "IMG_0001.jpg"; }
+    void Replug(MediaClient& visitor) {
+        m_sticks.PullOut("BAD");
+        ASSERT_TRUE(visitor.Raw().Wait("USB_DISCONNECTED"));
+        visitor.Raw().TakeAll();
+        m_sticks.PlugIn("BAD");
+        ASSERT_TRUE(visitor.Raw().Wait("SYNC_COMPLETED"));
+    }
+    static std::string WidthOfLast(MediaClient& visitor, const std::string& storage) {
+        EXPECT_EQ(visitor.Query(storage), 1);
+        return visitor.Fetch(0, 1)["photos"][0]["width"].asString();
+    }
+
+    const fs::path m_made = m_scratch / "away/BAD";
+};
+
+TEST_F(HangingStick, HoldsUpNobodyElseAndIsListedByItsNames) {
+    StartService();
+    MediaClient visitor(Socket());
+    m_sticks.PlugIn("BAD");
+    const std::string bad = visitor.Storage("BAD")["id"].asString();
+    m_sticks.PlugIn("GOOD");
+    const std::string good = visitor.Storage("GOOD")["id"].asString();
+    EXPECT_EQ(visitor.Query(good), kPhotos) << m_service->Log();
+    const fs::path late = m_sticks.PathOf("GOOD") / "late.jpg";
+    fs::copy_file(PhotoOn("GOOD"), late);
+    visitor.Run("RegisterContents", good, "{\"fullpaths\":[\"" + late.string() + "\"]}");
+    EXPECT_TRUE(visitor.Raw().Wait("CONTETNS_REGISTER_COMPLETED"));
+
+    EXPECT_EQ(visitor.Query(bad, "music"), 200) << m_service->Log();
+    EXPECT_EQ(Told("listed by their names"), 1u);
+    EXPECT_EQ(WidthOfLast(visitor, bad), "0") << "no file was passed over";
+    // As long as it stays the same it costs no more; without its bad files it is read.
+    const size_t gaveUp = Told("took too long");
+    Replug(visitor);
+    EXPECT_EQ(Told("took too long"), gaveUp);
+    EXPECT_EQ(WidthOfLast(visitor, bad), "0");
+    for (int i = 0; i < 200; ++i) fs::remove(m_sticks.PathOf("BAD") / (std::to_string(i) + ".mp3"));
+    Replug(visitor);
+    EXPECT_NE(WidthOfLast(visitor, bad), "0");
+}
+
 // A stick of photos whose files lie on a file system in a file, which is then cut short with the
 // mount none the wiser.
 class FailingStick : public FaultTest {

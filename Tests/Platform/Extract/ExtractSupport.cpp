@@ -43,7 +43,8 @@ platform::ExtractResult ExtractPath(platform::ExtractorPool& pool, const std::st
 }
 
 std::vector<platform::ExtractResult> ExtractPaths(platform::ExtractorPool& pool,
-                                                  const std::vector<std::string>& paths) {
+                                                  const std::vector<std::string>& paths,
+                                                  platform::LostTime* lost) {
     std::vector<platform::UniqueFd> open;
     std::vector<platform::ExtractFile> files;
     for (const std::string& path : paths) {
@@ -55,7 +56,7 @@ std::vector<platform::ExtractResult> ExtractPaths(platform::ExtractorPool& pool,
         files.push_back(file);
     }
     const std::atomic<bool> cancel{false};
-    return pool.Extract(files, cancel);
+    return pool.Extract(files, cancel, lost);
 }
 
 std::set<pid_t> ChildrenOf(pid_t pid) {

@@ -26,7 +26,8 @@ platform::UniqueFd OpenFile(const std::string& path);
 // Extract with the kind and type that the name says, never cancelled.
 platform::ExtractResult ExtractPath(platform::ExtractorPool& pool, const std::string& path);
 std::vector<platform::ExtractResult> ExtractPaths(platform::ExtractorPool& pool,
-                                                  const std::vector<std::string>& paths);
+                                                  const std::vector<std::string>& paths,
+                                                  platform::LostTime* lost = nullptr);
 
 std::set<pid_t> ChildrenOf(pid_t pid);
 std::set<int> DescriptorsOf(pid_t pid);

@@ -99,7 +99,7 @@ TEST_F(PoolTest, AHelperThatAnswersMoreThanItWasAskedForIsNotBelievedTwice) {
 TEST_F(PoolTest, ABadFileInABatchCostsOnlyItself) {
     ExtractorOptions options = RealHelper();
     options.deadlineMs = 2000;
-    options.workers = 2;
+    options.idleHelpers = 2;
     std::vector<std::string> paths(70, Photo());
     paths[3] = *s_folder / "broken.jpg";
     paths[40] = Sparse();
@@ -134,7 +134,7 @@ TEST_F(PoolTest, ADescriptorInAnAnswerIsDropped) {
     EXPECT_EQ(DescriptorsOf(getpid()), before);
 }
 
-TEST_F(PoolTest, CancellingEndsTheWaitForAHelperAndForATurn) {
+TEST_F(PoolTest, CancellingEndsTheWaitForAHelper) {
     ExtractorPool pool(Bad("hangs"));
     const UniqueFd file = OpenFile(Photo());
     std::atomic<bool> cancel{false};
@@ -212,26 +212,42 @@ TEST_F(PoolTest, AHelperHoldsNoDescriptorOfOursAndNoFileAfterItsAnswer) {
     EXPECT_EQ(DescriptorsOf(*helpers.begin()), (std::set<int>{0, 1, 2, 3}));
 }
 
-TEST_F(PoolTest, ManyCallersShareAFewHelpers) {
+TEST_F(PoolTest, CallersHaveAHelperEachAndLeaveAFew) {
     ExtractorOptions options = RealHelper();
-    options.workers = 2;
+    options.idleHelpers = 2;
     options.filesPerHelper = 7;
     ExtractorPool pool(options);
     std::atomic<int> read{0};
-    std::atomic<size_t> most{0};
     std::vector<std::thread> callers;
     for (int i = 0; i < 4; ++i) {
         callers.emplace_back([&] {
-            for (int file = 0; file < 10; ++file) {
+            for (int file = 0; file < 10; ++file)
                 for (const auto& result : ExtractPaths(pool, {Photo(), Photo()}))
                     read += result.metadata.width == 160;
-                most = std::max<size_t>(most, ChildrenOf(getpid()).size());
-            }
         });
     }
     for (std::thread& caller : callers) caller.join();
     EXPECT_EQ(read, 80);
-    EXPECT_LE(most, 4u) << "two, and two more that are just being replaced";
+    EXPECT_LE(ChildrenOf(getpid()).size(), 2u);
+}
+
+// One deadline for all, one for each of the first two files: then enough is lost, also for what
+// else is on this account.
+TEST_F(PoolTest, FilesAreGivenUpAfterAFewDeadlines) {
+    ExtractorOptions options = Bad("hangs");
+    options.deadlineMs = 50;
+    ExtractorPool pool(options);
+    std::atomic<int> toldSlow{0};
+    LostTime lost([&] { ++toldSlow; });
+    std::vector<ExtractResult> results = ExtractPaths(pool, {20, Photo()}, &lost);
+    ASSERT_EQ(results.size(), 20u);
+    for (size_t i = 0; i < results.size(); ++i)
+        EXPECT_EQ(results[i].status, i < 2 ? ExtractStatus::FAILED : ExtractStatus::PASSED_OVER);
+    EXPECT_EQ(ExtractPaths(pool, {Photo()}, &lost)[0].status, ExtractStatus::PASSED_OVER);
+    EXPECT_EQ(toldSlow, 3);
+    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::FAILED) << "on no account";
+    lost.MakeUp(1000);
+    EXPECT_EQ(lost.Milliseconds(), 0);
 }
 
 // The service killed while a helper reads a file that takes for ever: nothing is left.

@@ -35,7 +35,7 @@ protected:
     }
     static ExtractorOptions Options() {
         ExtractorOptions options = RealHelper();
-        options.workers = 2;
+        options.idleHelpers = 2;
         return options;
     }
     NothingLeft m_nothingLeft;

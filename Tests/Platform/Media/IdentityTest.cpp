@@ -70,7 +70,7 @@ TEST_F(IdentityTest, FollowsFilesThatMove) {
     const std::string storage = Mount("a", "U1");
     const Texts before = Ids("a");
     fs::rename(Stick("a/one.jpg"), Stick("a/DCIM/uno.jpg"));
-    fs::rename(Stick("a/DCIM/three.mp3"), Stick("a/drei.mp3"));
+    fs::rename(Stick("a/DCIM/three.mp3"), Stick("a/drei.mp4"));
     fs::create_directories(Stick("a/new/deep"));
     fs::rename(Stick("a/DCIM/two.jpg"), Stick("a/new/deep/two.png"));
     fs::create_hard_link(Stick("a/linked.jpg"), Stick("a/second name.jpg"));
@@ -79,16 +79,18 @@ TEST_F(IdentityTest, FollowsFilesThatMove) {
     EXPECT_NE(after["second name.jpg"], before.at("linked.jpg"));
     after.erase("second name.jpg");
     EXPECT_EQ(after, (Texts{{"DCIM/uno.jpg", before.at("one.jpg")},
-                            {"drei.mp3", before.at("DCIM/three.mp3")},
+                            {"drei.mp4", before.at("DCIM/three.mp3")},
                             {"new/deep/two.png", before.at("DCIM/two.jpg")},
                             {"linked.jpg", before.at("linked.jpg")}}));
     // What depends on the name has followed it.
     EXPECT_EQ(Ids("a", {storage, "MEDIA_MIME_TYPE = 'image/png'"}).count("new/deep/two.png"), 1u);
     EXPECT_EQ(Ids("a", {storage, "MEDIA_TITLE = 'uno'"}).count("DCIM/uno.jpg"), 1u);
+    EXPECT_EQ(Count({storage, "MEDIA_TYPE=1"}), 1);
+    EXPECT_EQ(Count({storage, "MEDIA_TYPE=3"}), 0);
     // Changed in place: another content, the same item.
-    WriteFile(Stick("a/drei.mp3"), "more than before");
+    WriteFile(Stick("a/drei.mp4"), "more than before");
     ScanFolder("a", false);
-    EXPECT_EQ(Ids("a").at("drei.mp3"), before.at("DCIM/three.mp3"));
+    EXPECT_EQ(Ids("a").at("drei.mp4"), before.at("DCIM/three.mp3"));
     ExpectSoundAtTheEnd();
 }
 
