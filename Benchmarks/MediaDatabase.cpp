@@ -59,7 +59,7 @@ void Fill(Store& store, const std::string& uuid, int items) {
         store.Write().Apply(storage, batch, 1700000000 + number / 100000);
         batch.clear();
     }
-    store.Write().TouchStorage(storage, time(nullptr));
+    store.Write().StorageWent(storage, time(nullptr));
     store.Write().Checkpoint();
 }
 

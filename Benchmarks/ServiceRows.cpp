@@ -84,7 +84,7 @@ private:
             store.Write().Apply(storage, batch, 1700000000 + number / 1000);
             batch.clear();
         }
-        store.Write().TouchStorage(storage, time(nullptr));
+        store.Write().StorageWent(storage, time(nullptr));
         store.Write().Checkpoint();
     }
 

@@ -65,7 +65,7 @@ media_content_error_e Scan::Run() {
         if (m_activity.full && m_readPassedOver)
             m_tools.store.Write().SetToBeReadAgain(m_storage, false);
         if (m_written > 0) Checkpoint();
-        return MEDIA_CONTENT_ERROR_NONE;
+        return m_leftOut > 0 ? MEDIA_CONTENT_ERROR_DB_FAILED : MEDIA_CONTENT_ERROR_NONE;
     } catch (const DatabaseError& error) {
         PLATFORM_LOG("MEDIA_CONTENT", LOG_ERROR, "scan of %s: %s", m_mount.path.c_str(),
                      error.what());
@@ -190,7 +190,7 @@ void Scan::ScanFile(const UniqueFd& folder, const std::string& path, const std::
         return Skip(JoinPath(path, name), "the path is too long");
     ++m_activity.filesSeen;
     // Nothing to compare it with: who opens it learns the rest on the way.
-    if (!m_heldItems && item == known.end()) return ReadLater(std::move(change));
+    if (!m_heldItems && item == known.end()) return ReadNew(std::move(change));
     struct stat facts {};
     if (fstatat(folder.Get(), name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) != 0) {
         if (!MeansGone(errno)) known.erase(name);  // there, but not to be judged now
@@ -245,7 +245,7 @@ void Scan::NoteDifference() {
 void Scan::NewFile(Change change) {
     NoteDifference();
     KnownPlace from;
-    if (!m_heldItems || !FindMoved(change, from)) return ReadLater(std::move(change));
+    if (!m_heldItems || !FindMoved(change, from)) return ReadNew(std::move(change));
     m_claimed.insert(from.number);
     change.number = from.number;
     change.pinned = from.pinned;
@@ -270,6 +270,31 @@ bool Scan::FindMoved(const Change& change, KnownPlace& from) {
 
 // ---- reading and writing ----------------------------------------------------------------------
 
+void Scan::ReadNew(Change change) {
+    change.isNew = true;
+    if (m_space == SpaceLeft::SOME) return ReadLater(std::move(change));
+    ++m_leftOut;
+}
+
+// One stick is not to take the room of all; what is known of it stays up to date all the same.
+void Scan::LookForSpace() {
+    if (m_space != SpaceLeft::SOME) return;
+    m_space = m_tools.store.Write().FindSpace(m_storage);
+    if (m_space == SpaceLeft::SOME) return;
+    PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "scan of %s: %s: no more new files are listed",
+                 m_mount.path.c_str(),
+                 m_space == SpaceLeft::NONE ? "the media database's disk is full"
+                                            : "it has its share of the media database");
+}
+
+void Scan::LeaveOutNew(std::vector<Change>& batch) {
+    if (m_space == SpaceLeft::SOME) return;
+    const auto begin = std::remove_if(batch.begin(), batch.end(),
+                                      [](const Change& change) { return change.isNew; });
+    m_leftOut += static_cast<uint64_t>(batch.end() - begin);
+    batch.erase(begin, batch.end());
+}
+
 void Scan::ReadLater(Change change) {
     ++m_activity.filesRead;
     m_reading.Add(m_root.Get(), std::move(change));
@@ -280,19 +305,23 @@ void Scan::Write(bool all) {
     const bool due = m_changes.size() >= BATCH || now - m_lastWrite >= WRITE_EVERY_MS;
     if (m_changes.empty() || (!all && !due)) return;
     m_lastWrite = now;
-    for (size_t begin = 0; begin < m_changes.size() && !m_activity.cancel; begin += BATCH) {
-        const size_t end = std::min(begin + BATCH, m_changes.size());
-        const std::vector<Change> batch(
-            std::make_move_iterator(m_changes.begin() + static_cast<ptrdiff_t>(begin)),
-            std::make_move_iterator(m_changes.begin() + static_cast<ptrdiff_t>(end)));
-        for (const Done& done : m_tools.store.Write().Apply(m_storage, batch, time(nullptr)))
-            m_tools.updates.Report(UpdateOf(done, m_tools.store.ItemId(done.number), m_mount.path));
-        m_written += batch.size();
-    }
+    for (size_t begin = 0; begin < m_changes.size() && !m_activity.cancel; begin += BATCH)
+        WriteBatch(begin, std::min(begin + BATCH, m_changes.size()));
     m_changes.clear();
     if (m_written < CHECKPOINT_EVERY) return;
     Checkpoint();
     m_written = 0;
+}
+
+void Scan::WriteBatch(size_t begin, size_t end) {
+    std::vector<Change> batch(
+        std::make_move_iterator(m_changes.begin() + static_cast<ptrdiff_t>(begin)),
+        std::make_move_iterator(m_changes.begin() + static_cast<ptrdiff_t>(end)));
+    LookForSpace();
+    LeaveOutNew(batch);
+    for (const Done& done : m_tools.store.Write().Apply(m_storage, batch, time(nullptr)))
+        m_tools.updates.Report(UpdateOf(done, m_tools.store.ItemId(done.number), m_mount.path));
+    m_written += batch.size();
 }
 
 // Nobody waits for it: readers find everything in the log as well.

@@ -41,7 +41,8 @@ public:
     Scan& operator=(const Scan&) = delete;
 
     // NONE, CANCELLED, NOT_FOUND or PERMISSION_DENIED (no reading the root), or DB_FAILED. What was
-    // written before an error stays; nothing is removed then.
+    // written before an error stays; nothing is removed then. DB_FAILED, too, when all was done but
+    // for new files that there was no room for.
     media_content_error_e Run();
 
 private:
@@ -66,8 +67,12 @@ private:
     void LookAtThemAgain();
     void NewFile(Change change);
     bool FindMoved(const Change& change, KnownPlace& from);
+    void ReadNew(Change change);
     void ReadLater(Change change);
+    void LookForSpace();
+    void LeaveOutNew(std::vector<Change>& batch);
     void Write(bool all);
+    void WriteBatch(size_t begin, size_t end);
     void Checkpoint();
     void Keep(const std::string& path, int error);
     bool IsKept(const std::string& path) const;
@@ -100,6 +105,8 @@ private:
     std::vector<Change> m_changes;          // to be written
     int64_t m_lastWrite = 0;                // milliseconds
     uint64_t m_written = 0;                 // changes since the last checkpoint
+    SpaceLeft m_space = SpaceLeft::SOME;
+    uint64_t m_leftOut = 0;  // new files without room
     int m_skipLines = 0;
 
     FilesBeingRead m_reading;  // the first to go: the workers read below m_root until then

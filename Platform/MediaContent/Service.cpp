@@ -331,7 +331,7 @@ void Service::Unmounted(const std::string& mountPath) {
     m_activities.Wait(ofThis);
     if (session && gone->number != 0)
         Guarded("StorageUnmounted", [&] {
-            session->store.Write().TouchStorage(gone->number, time(nullptr));
+            session->store.Write().StorageWent(gone->number, time(nullptr));
             return 0;
         });
 }

@@ -1,12 +1,17 @@
 #include "MediaContent/Writer.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "MediaContent/Paths.h"
+#include "MediaContent/Room.h"
 #include "MediaContent/Schema.h"
 
 namespace platform {
 namespace {
 
 constexpr size_t MAX_KNOWN_FOLDERS = 4096;
+constexpr int PURGE_BATCH = 500;  // items a transaction
 
 constexpr const char* ROW =
     "SELECT number, storage, folder, name, title, mime, type, size, modified, modified_ns, inode, "
@@ -62,15 +67,30 @@ Writer::Writer(std::unique_ptr<Connection> connection)
     : m_connection(std::move(connection)), m_salt(ReadSalt(*m_connection)) {}
 
 template <typename Body>
-void Writer::InTransaction(Body body) {
-    std::lock_guard<std::mutex> lock(m_mutex);
+void Writer::InOneTransaction(Body body) {
     try {
         Transaction transaction(*m_connection, Transaction::WRITE);
         body();
         transaction.Commit();
     } catch (...) {
         m_folders.clear();  // may name rows that were rolled back
+        m_taken.clear();
         throw;
+    }
+}
+
+// `body` may run several times: when the disk is full, once more after each thing that makes room.
+template <typename Body>
+void Writer::InTransaction(Body body) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (bool logIsMoved = false;;) {
+        try {
+            return InOneTransaction(body);
+        } catch (const DatabaseError& error) {
+            if (error.Code() != SQLITE_FULL) throw;
+            const bool room = (!std::exchange(logIsMoved, true) && MoveLog()) || PurgeOldest();
+            if (!room) throw;
+        }
     }
 }
 
@@ -90,12 +110,14 @@ int64_t Writer::RecordStorage(const std::string& id, const std::string& identity
         Query query(*m_connection, "SELECT number FROM storage WHERE identity = ?");
         query.Bind(identity);
         if (query.Next()) number = query.Int(0);
+        m_present.insert(number);
     });
     return number;
 }
 
-void Writer::TouchStorage(int64_t storage, int64_t now) {
+void Writer::StorageWent(int64_t storage, int64_t now) {
     InTransaction([&] {
+        m_present.erase(storage);
         Query(*m_connection, "UPDATE storage SET last_seen = ? WHERE number = ?")
             .Bind(now)
             .Bind(storage)
@@ -104,10 +126,14 @@ void Writer::TouchStorage(int64_t storage, int64_t now) {
 }
 
 std::vector<Done> Writer::Apply(int64_t storage, const std::vector<Change>& changes, int64_t now) {
-    Batch batch{storage, now, {}, {}, {}};
+    Batch batch;
     InTransaction([&] {
+        batch = {storage, now, {}, {}, {}};
+        int64_t& taken = TakenBy(storage);
+        taken -= UsedBytes();
         for (const Change& change : changes) ApplyOne(batch, change);
         StoreCounts(batch);
+        taken += UsedBytes();
     });
     return std::move(batch.done);
 }
@@ -335,33 +361,104 @@ void Writer::DropEmptyFolders(int64_t storage) {
 bool Writer::Purge(int64_t storage, int64_t before, int limit) {
     bool finished = true;
     InTransaction([&] {
-        {
-            Query query(*m_connection, "SELECT 1 FROM storage WHERE number = ? AND last_seen < ?");
-            if (!query.Bind(storage).Bind(before).Next()) return;  // it has come back
-        }
-        Query(
-            *m_connection,
-            "DELETE FROM item WHERE number IN (SELECT number FROM item WHERE storage = ? LIMIT ?)")
-            .Bind(storage)
-            .Bind(static_cast<int64_t>(limit))
-            .Run();
-        finished = m_connection->ChangedRows() < limit;
-        if (!finished) return;
-        Query(*m_connection, "DELETE FROM folder WHERE storage = ?").Bind(storage).Run();
-        Query(*m_connection, "DELETE FROM storage WHERE number = ?").Bind(storage).Run();
-        m_folders.clear();
+        Query query(*m_connection, "SELECT 1 FROM storage WHERE number = ? AND last_seen < ?");
+        finished = !query.Bind(storage).Bind(before).Next() || m_present.count(storage) > 0 ||
+                   PurgeSome(storage, limit);
     });
     return finished;
 }
 
+// True when nothing of the storage is left.
+bool Writer::PurgeSome(int64_t storage, int limit) {
+    std::vector<Row> rows;
+    m_taken.erase(storage);
+    {
+        Query query(*m_connection, std::string(ROW) + "WHERE storage = ? LIMIT ?");
+        query.Bind(storage).Bind(static_cast<int64_t>(limit));
+        for (Row row; ReadRow(query, row);) rows.push_back(row);
+    }
+    Batch batch{storage, 0, {}, {}, {}};
+    for (const Row& row : rows) RemoveRow(batch, row);
+    StoreCounts(batch);
+    if (rows.size() == static_cast<size_t>(limit)) return false;
+    for (const char* sql :
+         {"DELETE FROM folder WHERE storage = ?", "DELETE FROM storage WHERE number = ?"})
+        Query(*m_connection, sql).Bind(storage).Run();
+    Query(*m_connection, "DELETE FROM setting WHERE name = ?")
+        .Bind(ReadAgainSetting(storage))
+        .Run();
+    m_folders.clear();
+    return true;
+}
+
+// ---- room ---------------------------------------------------------------------------------------
+
+// Forgets some items of the storage that has been away longest. False when none is away, or the
+// disk has not even room for that. Few at a time where there is little: removing takes room too.
+bool Writer::PurgeOldest() {
+    int64_t oldest = 0;
+    {
+        Query query(*m_connection, "SELECT number FROM storage ORDER BY last_seen, number");
+        while (oldest == 0 && query.Next())
+            if (m_present.count(query.Int(0)) == 0) oldest = query.Int(0);
+    }
+    for (int limit = PURGE_BATCH; oldest != 0 && limit > 0; limit /= 8) {
+        try {
+            InOneTransaction([&] { PurgeSome(oldest, limit); });
+            MoveLog();
+            return true;
+        } catch (const DatabaseError& error) {
+            if (error.Code() != SQLITE_FULL) throw;
+        }
+    }
+    return false;
+}
+
+SpaceLeft Writer::FindSpace(int64_t storage) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const Room room = MeasureRoom(sqlite3_db_filename(m_connection->Handle(), "main"));
+    if (room.logIsLong) MoveLog();
+    while (UsedBytes() >= room.bound)
+        if (!PurgeOldest()) return SpaceLeft::NONE;
+    return TakenBy(storage) >= room.share ? SpaceLeft::SHARE_TAKEN : SpaceLeft::SOME;
+}
+
+int64_t Writer::Ask(const char* sql) {
+    Query query(*m_connection, sql);
+    return query.Next() ? query.Int(0) : 0;
+}
+
+// What the rows take, as against the size of the file: pages that became free are used again.
+int64_t Writer::UsedBytes() {
+    return (Ask("PRAGMA page_count") - Ask("PRAGMA freelist_count")) * Ask("PRAGMA page_size");
+}
+
+// Exact for what is added while the database is open. What the storage has from before is its part
+// of all items by number: to add that up would mean to read every row.
+int64_t& Writer::TakenBy(int64_t storage) {
+    if (const auto known = m_taken.find(storage); known != m_taken.end()) return known->second;
+    const std::string items = "count0 + count1 + count2 + count3 + count4";
+    Query query(*m_connection, "SELECT coalesce(sum(" + items + "), 0), coalesce(sum((" + items +
+                                   ") * (number = ?)), 0) FROM storage");
+    query.Bind(storage).Next();
+    const double all = std::max<double>(1, query.Real(0));
+    return m_taken[storage] =
+               static_cast<int64_t>(query.Real(1) / all * static_cast<double>(UsedBytes()));
+}
+
 void Writer::Checkpoint() {
     std::lock_guard<std::mutex> lock(m_mutex);
-    // Waits for readers no longer than the moment that one page takes; what is left stays in the
-    // log until the next time.
+    MoveLog();
+}
+
+// Waits for readers no longer than the moment that one page takes; what is left stays in the log
+// until the next time. True when nothing is left.
+bool Writer::MoveLog() {
     sqlite3_busy_timeout(m_connection->Handle(), 100);
-    sqlite3_wal_checkpoint_v2(m_connection->Handle(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr,
-                              nullptr);
+    const int result = sqlite3_wal_checkpoint_v2(m_connection->Handle(), nullptr,
+                                                 SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
     sqlite3_busy_timeout(m_connection->Handle(), 5000);
+    return result == SQLITE_OK;
 }
 
 }  // namespace platform

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -56,6 +57,7 @@ struct Change {
     ItemState state = ItemState::UNREAD;
     bool pinned = false;
     bool retry = false;  // the database knows all of this but the metadata
+    bool isNew = false;  // the scan found nothing of it in the database
     Metadata metadata;
 };
 
@@ -68,8 +70,16 @@ struct Done {
     std::string mime;
 };
 
+// What is left for the items of one storage.
+enum class SpaceLeft {
+    SOME,
+    SHARE_TAKEN,  // the storage has what a single one may have
+    NONE,         // the disk has no more, or the file is as large as it may be
+};
+
 // Every call takes the writer's own lock for one transaction. Throws DatabaseError; the database
-// is then as before the call.
+// is then as before the call. On a full disk storages that are away are forgotten, as in
+// FindSpace, before a call fails.
 class Writer {
 public:
     explicit Writer(std::unique_ptr<Connection> connection);
@@ -79,8 +89,13 @@ public:
     // Records that a storage is mounted at `mountPath` and returns its number.
     int64_t RecordStorage(const std::string& id, const std::string& identity,
                           const std::string& mountPath, int64_t now);
-    // Remembers that the storage was there just now.
-    void TouchStorage(int64_t storage, int64_t now);
+    // The storage has been taken away: it was there until just now, and may be forgotten to make
+    // room. Those that RecordStorage was called for are not.
+    void StorageWent(int64_t storage, int64_t now);
+
+    // Looks how much of the disk is left; see Room.h. When the file comes near its bound, forgets
+    // storages that are away, those first that were seen last longest ago, as much as is needed.
+    SpaceLeft FindSpace(int64_t storage);
 
     std::vector<Done> Apply(int64_t storage, const std::vector<Change>& changes, int64_t now);
     // Removes one item of any storage; false when there is none.
@@ -91,8 +106,8 @@ public:
 
     // Drops the records of folders that hold nothing any more.
     void DropEmptyFolders(int64_t storage);
-    // Forgets up to `limit` items of a storage that was not there since `before`, and with the last
-    // of them the storage itself. True when there is nothing more to do.
+    // Forgets up to `limit` items of a storage that is away and was not there since `before`, and
+    // with the last of them the storage itself. True when there is nothing more to do.
     bool Purge(int64_t storage, int64_t before, int limit);
     // Moves what is in the write-ahead log into the database and shortens it, as far as readers
     // allow.
@@ -138,14 +153,24 @@ private:
     bool ReadRow(Query& query, Row& row);
     std::string FolderPath(int64_t number);
     int64_t FolderNumber(int64_t storage, const std::string& path);
+    bool PurgeSome(int64_t storage, int limit);
+    bool PurgeOldest();
+    bool MoveLog();
+    int64_t Ask(const char* sql);
+    int64_t UsedBytes();
+    int64_t& TakenBy(int64_t storage);
     template <typename Body>
     void InTransaction(Body body);
+    template <typename Body>
+    void InOneTransaction(Body body);
 
     std::mutex m_mutex;
     std::unique_ptr<Connection> m_connection;  // guarded by m_mutex
     std::string m_salt;                        // constant
     // Guarded; a cache, by storage and path.
     std::unordered_map<int64_t, std::unordered_map<std::string, int64_t>> m_folders;
+    std::set<int64_t> m_present;                   // guarded: storages that are not away
+    std::unordered_map<int64_t, int64_t> m_taken;  // guarded: bytes, as far as looked at
 };
 
 }  // namespace platform

@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <random>
+#include <set>
 
 #include "Endurance/Faults/FaultTest.h"
 
@@ -35,6 +36,27 @@ protected:
     }
     void Remount(const std::string& how) const {
         RunCommand("mount -o remount," + how + " '" + m_disk.string() + "'");
+    }
+
+    // The name of the event that tells of it.
+    static std::string EndOfScan(MediaClient& visitor) {
+        const auto end = visitor.Raw().Wait(
+            [](const Event& event) { return event.name.compare(0, 5, "SYNC_") == 0; });
+        return end ? end->name : "none";
+    }
+    static std::set<std::string> IdsOn(MediaClient& visitor, const std::string& name) {
+        visitor.Query(visitor.Storage(name)["id"].asString());
+        std::set<std::string> ids;
+        for (const auto& photo : visitor.FetchAll("photos", 1000))
+            ids.insert(photo["id"].asString());
+        EXPECT_EQ(ids.size(), 1500u) << name;
+        return ids;
+    }
+    void Replug(MediaClient& visitor, const std::string& name) {
+        m_sticks.PullOut(name);
+        EXPECT_TRUE(visitor.Raw().Wait("USB_DISCONNECTED"));
+        m_sticks.PlugIn(name);
+        EXPECT_TRUE(visitor.Raw().Wait("USB_CONNECTED"));
     }
 
     const fs::path m_disk = m_scratch / "disk";
@@ -89,23 +111,51 @@ TEST_F(DiskFaults, DiskFullDuringAScanLosesNothing) {
     Fill(m_disk / "filler");
     fs::resize_file(m_disk / "filler", fs::file_size(m_disk / "filler") - 200 * 1024);
     visitor.Raw().TakeAll();
-    const auto second = AddPhotos("SECOND", 1500);
-    const auto end = visitor.Raw().Wait(
-        [](const Event& event) { return event.name.compare(0, 5, "SYNC_") == 0; });
-    ASSERT_TRUE(end) << "the scan's end is not told";
-    EXPECT_EQ(end->name, "SYNC_FAILED");
-    EXPECT_TRUE(m_service->WaitForLog("disk is full")) << m_service->Log();
+    AddPhotos("SECOND", 1500);
+    EXPECT_EQ(EndOfScan(visitor), "SYNC_FAILED");
+    EXPECT_TRUE(m_service->WaitForLog("no more new files are listed")) << m_service->Log();
     EXPECT_EQ(visitor.Query(storage), kPhotos);
     EXPECT_NE(visitor.FetchEvent(0, 10), "");
 
     fs::remove(m_disk / "filler");
     Remount("size=64M");
-    m_sticks.PullOut("SECOND");
-    ASSERT_TRUE(visitor.Raw().Wait("USB_DISCONNECTED"));
-    m_sticks.PlugIn("SECOND");
-    ASSERT_TRUE(Until([&] { return !visitor.StorageAt(second).empty(); }));
-    EXPECT_EQ(visitor.Query(visitor.StorageAt(second)), 1500);
+    Replug(visitor, "SECOND");
+    EXPECT_EQ(visitor.Query(visitor.Storage("SECOND")["id"].asString()), 1500);
     EXPECT_EQ(visitor.Query(storage), kPhotos);
+}
+
+// Five sticks are more than the disk holds. Each that comes is listed whole, for the price of the
+// one that went first; one that wants more than its share takes no more than that.
+TEST_F(DiskFaults, StorageThatWentFirstMakesRoomAndNoneTakesAll) {
+    const fs::path greedy = m_scratch / "away/GREEDY";
+    fs::create_directories(greedy);
+    for (int i = 0; i < 6000; ++i)
+        std::ofstream(greedy / (std::to_string(i) + std::string(240, 'n') + ".jpg")).close();
+    Remount("size=2000k");
+    StartService(m_options);
+    MediaClient visitor(Socket());
+    m_sticks.PlugIn("GREEDY");
+    EXPECT_EQ(EndOfScan(visitor), "SYNC_FAILED");
+    const std::string id = visitor.Storage("GREEDY")["id"].asString();
+    EXPECT_GT(visitor.Query(id, "photo", "", "false"), 0);
+    EXPECT_EQ(Told("has its share"), 1u) << m_service->Log();
+
+    std::set<std::string> first, last;
+    for (int i = 0; i < 5; ++i) {
+        const std::string name = "STICK" + std::to_string(i);
+        AddPhotos(name, 1500);
+        EXPECT_EQ(EndOfScan(visitor), "SYNC_COMPLETED") << name << ": " << m_service->Log();
+        last = IdsOn(visitor, name);
+        if (i == 0) first = last;
+        m_sticks.PullOut(name);
+        ASSERT_TRUE(visitor.Raw().Wait("USB_DISCONNECTED"));
+    }
+    m_sticks.PlugIn("STICK4");
+    EXPECT_EQ(EndOfScan(visitor), "SYNC_COMPLETED");
+    EXPECT_TRUE(IdsOn(visitor, "STICK4") == last) << "forgotten although others went before";
+    m_sticks.PlugIn("STICK0");
+    EXPECT_EQ(EndOfScan(visitor), "SYNC_COMPLETED");
+    EXPECT_TRUE(IdsOn(visitor, "STICK0") != first) << "nothing had to make room";
 }
 
 TEST_F(DiskFaults, ReadOnlyFolderRefusesConnectUntilItCanBeWritten) {
