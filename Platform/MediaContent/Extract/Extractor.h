@@ -68,8 +68,8 @@ private:
 
 // Helper processes, one a caller, so that nobody waits for the files of others; how many callers
 // there are at a time is theirs to bound. A helper that dies, hangs or answers nonsense is killed,
-// waited for and replaced at the next request. One that has computed for half a second over one
-// request gets the lowest priority and ends after it.
+// waited for and replaced at the next request. One that has computed for a fifth of a second over
+// one request gets the lowest priority and ends after it.
 class ExtractorPool {
 public:
     explicit ExtractorPool(ExtractorOptions options);

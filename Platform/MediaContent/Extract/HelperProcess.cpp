@@ -23,7 +23,7 @@ namespace platform {
 namespace {
 
 constexpr int KILL_WAIT_MS = 1000;
-constexpr std::chrono::milliseconds BUSY(500);  // of processor time over one request
+constexpr std::chrono::milliseconds BUSY(200);  // of processor time over one request
 constexpr int LOWEST_PRIORITY = 19;
 
 // Children that were killed and have not ended yet.
