@@ -129,7 +129,7 @@ TEST_F(DiskFaults, DiskFullDuringAScanLosesNothing) {
 TEST_F(DiskFaults, StorageThatWentFirstMakesRoomAndNoneTakesAll) {
     const fs::path greedy = m_scratch / "away/GREEDY";
     fs::create_directories(greedy);
-    for (int i = 0; i < 6000; ++i)
+    for (int i = 0; i < 2000; ++i)
         std::ofstream(greedy / (std::to_string(i) + std::string(240, 'n') + ".jpg")).close();
     Remount("size=2000k");
     StartService(m_options);
@@ -145,8 +145,8 @@ TEST_F(DiskFaults, StorageThatWentFirstMakesRoomAndNoneTakesAll) {
         const std::string name = "STICK" + std::to_string(i);
         AddPhotos(name, 1500);
         EXPECT_EQ(EndOfScan(visitor), "SYNC_COMPLETED") << name << ": " << m_service->Log();
-        last = IdsOn(visitor, name);
-        if (i == 0) first = last;
+        if (i == 0) first = IdsOn(visitor, name);
+        if (i == 4) last = IdsOn(visitor, name);
         m_sticks.PullOut(name);
         ASSERT_TRUE(visitor.Raw().Wait("USB_DISCONNECTED"));
     }
