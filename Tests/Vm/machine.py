@@ -114,8 +114,8 @@ class Machine:
             raise Failed(f"{command}: status {status}: {text}")
         return text if check else (int(status), text)
 
-    def until(self, what, command, seconds=30):
-        """Runs a command until it succeeds; what it prints."""
+    def until(self, what, command, seconds=120):
+        """Runs a command until it succeeds; what it prints. The machine's seconds may be long."""
         end = time.monotonic() + seconds
         while True:
             status, text = self.run(command, check=False)
@@ -142,7 +142,8 @@ class Stick:
     def plugged(cls):
         return list(cls.inside)
 
-    def __init__(self, machine, image, kind="usb-storage", port=None, serial=None, slow=False):
+    def __init__(self, machine, image, kind="usb-storage", port=None, serial=None, slow=0):
+        """`slow`: bytes a second that it reads, 0 as fast as it can."""
         Stick.count += 1
         self.machine, self.image, self.kind, self.port = machine, image, kind, port
         self.name = f"stick{Stick.count}"
@@ -156,7 +157,7 @@ class Stick:
         node = self.name
         if self.slow:
             ask("object-add", **{"qom-type": "throttle-group", "id": f"{self.name}-limit",
-                                 "limits": {"iops-total": self.slow}})
+                                 "limits": {"bps-total": self.slow}})
             node = f"{self.name}-slow"
             ask("blockdev-add", **{"node-name": node, "driver": "throttle", "file": self.name,
                                    "throttle-group": f"{self.name}-limit"})
@@ -169,8 +170,7 @@ class Stick:
             ask("device_add", driver=self.kind, id=self.name, **place)
             ask("device_add", driver="scsi-hd", id=f"{self.name}-disk", bus=f"{self.name}.0", drive=node,
                 serial=self.serial)
-            if self.kind == "usb-bot":
-                ask("qom-set", path=f"/machine/peripheral/{self.name}", property="attached", value=True)
+            ask("qom-set", path=f"/machine/peripheral/{self.name}", property="attached", value=True)
         self.inside.add(self)
         return self
 

@@ -26,7 +26,7 @@ mkdir "$work/kernel"
 version=${kernel#linux-image-}
 modules=lib/modules/$version
 for part in drivers/{usb,scsi,virtio,block,cdrom,md,hid} drivers/char block mm fs/{fat,exfat,ntfs3,isofs,udf,ext4,jbd2,fuse,nls} \
-    fs/mbcache.ko lib crypto arch/x86/crypto drivers/net/net_failover.ko; do
+    fs/mbcache.ko fs/configfs lib crypto arch/x86/crypto drivers/net/net_failover.ko; do
     [ -e "$work/kernel/$modules/kernel/$part" ] || continue
     mkdir -p "$work/root/usr/$modules/kernel/$(dirname "$part")"
     cp -r "$work/kernel/$modules/kernel/$part" "$work/root/usr/$modules/kernel/$part"
