@@ -10,7 +10,7 @@ trap 'rm -rf "$scratch"' EXIT
 cmake --install "$1" --prefix "$scratch" >"$scratch/log" 2>&1 || { cat "$scratch/log"; exit 1; }
 
 units=$scratch/lib/systemd/system
-remarks=$(systemd-analyze verify "$units/contents-mgr.service" \
+remarks=$(systemd-analyze verify --man=no "$units/contents-mgr.service" \
     "$units/contents-mgr-mount@sdb1.service" "$units/opt-storage-usb.mount" 2>&1 | grep contents-mgr || true)
 if [ -n "$remarks" ]; then
     printf '%s\n' "$remarks"

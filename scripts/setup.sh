@@ -8,11 +8,12 @@ packages=(
     g++ cmake ninja-build ccache pkg-config
     libglib2.0-dev libglib2.0-bin libjsoncpp-dev libboost-dev libsqlite3-dev libudev-dev
     libexiv2-dev libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libseccomp-dev
-    ffmpeg exiv2 libheif-examples
+    ffmpeg exiv2 libheif-examples help2man
 )
 if [ "${1:-test}" = test ]; then
     packages+=(libgtest-dev libgmock-dev libbenchmark-dev libumockdev-dev umockdev clang-format
-        clang libclang-rt-14-dev python3 dbus dbus-daemon systemd e2fsprogs mount)
+        clang libclang-rt-14-dev python3 dbus dbus-daemon systemd e2fsprogs mount
+        lintian binutils bash-completion)
 elif [ "$1" = vm ]; then
     packages+=(qemu-system-x86 mmdebstrap busybox-static cpio e2fsprogs kmod genisoimage python3)
 fi

@@ -158,6 +158,32 @@ TEST_F(ToolsTest, TheToolListsPagesAndBrowses) {
     }
 }
 
+TEST_F(ToolsTest, TheShellCompletesCommandsOptionsAndStorages) {
+    if (!fs::exists("/usr/share/bash-completion/bash_completion"))
+        GTEST_SKIP() << "bash-completion is not installed";
+    m_sticks.Make("my stick", "--photos", 5);
+    StartService();
+    const std::string script =
+        R"(. /usr/share/bash-completion/bash_completion; . "$0"; PATH=${1%/*}:$PATH; shift
+        COMP_WORDS=(contentsctl "$@") COMP_CWORD=$# COMP_LINE=${COMP_WORDS[*]}
+        COMP_POINT=${#COMP_LINE}; _contentsctl; printf '%s|' "${COMPREPLY[@]}")";
+    const struct {
+        Words line;
+        const char* offered;
+    } cases[] = {
+        {{"u"}, "unregister|"},
+        {{"--json", "--no"}, "--no-wait|"},
+        {{"--limit", "5", "count", "my"}, "my\\ stick|"},
+        {{"query", "my stick", "p"}, "photo|"},
+        {{"--address", "unix:path=/nowhere", "count", "my"}, "|"},
+    };
+    for (const auto& test : cases) {
+        Words words = {"bash", "-c", script, COMPLETION, CONTENTSCTL};
+        words.insert(words.end(), test.line.begin(), test.line.end());
+        EXPECT_EQ(RunProgram(words, {{"CONTENTS_MGR_ADDRESS", Address()}}).output, test.offered);
+    }
+}
+
 // More subfolders and files than a page holds, in numbers where a page's arithmetic bites.
 TEST_F(ToolsTest, TheToolBrowsesFoldersLargerThanAPage) {
     m_sticks.Make("stick", "--photos", 1203);

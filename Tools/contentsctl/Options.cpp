@@ -18,15 +18,15 @@ constexpr char kSummary[] =
     "Talks to the media contents manager.\n"
     "\n"
     "Commands:\n"
-    "  storages                       The storages that are attached\n"
-    "  count STORAGE KIND             How many items of a kind it holds\n"
-    "  query STORAGE KIND             All of them, newest first\n"
-    "  fetch STORAGE KIND START COUNT One page of them, at most 1000 items\n"
-    "  browse PATH                    A folder: its subfolders and media files\n"
-    "  register FILE...               Add files of a storage to the database\n"
-    "  unregister ID...               Remove items from it (the files stay)\n"
-    "  monitor                        Print events as they come, until interrupted\n"
-    "  run COMMAND [ARGUMENT...]      Any command of the service as it is, up to 4 arguments\n"
+    "  storages                        The storages that are attached\n"
+    "  count STORAGE KIND              How many items of a kind it holds\n"
+    "  query STORAGE KIND              All of them, newest first\n"
+    "  fetch STORAGE KIND START COUNT  One page of them, at most 1000 items\n"
+    "  browse PATH                     A folder: its subfolders and media files\n"
+    "  register FILE...                Add files of a storage to the database\n"
+    "  unregister ID...                Remove items from it (the files stay)\n"
+    "  monitor                         Print events as they come, until interrupted\n"
+    "  run COMMAND [ARGUMENT...]       Any command of the service as it is, up to 4 arguments\n"
     "\n"
     "KIND is photo, video or music. STORAGE is an id, a label or a mount path, as \"storages\"\n"
     "shows them; PATH is a STORAGE or a folder in one, such as LABEL/DCIM or $USB_DIR/sda1/DCIM.";
@@ -40,10 +40,11 @@ constexpr char kDescription[] =
     "Exit status: 0 done; 1 refused or failed; 2 wrong usage, or no service.\n"
     "\n"
     "Examples:\n"
-    "  contentsctl storages\n"
-    "  contentsctl query HOLIDAY photo --limit 20\n"
-    "  contentsctl browse HOLIDAY/DCIM\n"
-    "  contentsctl run --wait QUERY_COMPLETED Query STORAGE-ID photo \"\" true\n";
+    "\n"
+    "  $ contentsctl storages\n"
+    "  $ contentsctl query HOLIDAY photo --limit 20\n"
+    "  $ contentsctl browse HOLIDAY/DCIM\n"
+    "  $ contentsctl run --wait QUERY_COMPLETED Query STORAGE-ID photo \"\" true\n";
 
 // As they stand on the command line; texts are released with g_free.
 struct Raw {
