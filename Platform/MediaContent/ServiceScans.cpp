@@ -24,7 +24,8 @@ constexpr int PURGE_BATCH = 500;  // items a transaction
 
 using Clock = std::chrono::steady_clock;
 
-// A scan that found nothing to do on a storage that was there before is no news.
+// A scan that found nothing to do on a storage that was there before is no news, nor is one that
+// was cancelled: the storage is gone, as is told already, or the last client.
 void LogScan(const Activity& scan, media_content_error_e error, Clock::time_point start) {
     const Mount& mount = *scan.mount;
     const std::chrono::duration<double> took = Clock::now() - start;
@@ -36,7 +37,7 @@ void LogScan(const Activity& scan, media_content_error_e error, Clock::time_poin
                      "scan of %s is complete: %llu media files, %llu of them read, %.1f s",
                      mount.path.c_str(), seen, read, took.count());
     else if (error == MEDIA_CONTENT_ERROR_CANCELLED)
-        PLATFORM_LOG("MEDIA_CONTENT", mount.gone ? int{LOG_INFO} : int{DLOG_PRIORITY_PROGRESS},
+        PLATFORM_LOG("MEDIA_CONTENT", DLOG_PRIORITY_PROGRESS,
                      "scan of %s is cancelled after %llu media files, %.1f s", mount.path.c_str(),
                      seen, took.count());
     else
