@@ -48,6 +48,12 @@ const char* DepartureWord(const DeviceRecord& device) {
     return device.IsMounted() ? "blocked" : "removed";
 }
 
+// Of storages the media database tells.
+void LogCamera(const DeviceRecord& device, const char* what) {
+    if (device.deviceClass == USB_CLASS_STILL_IMAGE)
+        PLATFORM_LOG("USB_DEVICE", LOG_INFO, "camera \"%s\" %s", device.product.c_str(), what);
+}
+
 // `announced`: nobody is to be told of the device by a change.
 MountedStorage StorageOf(const DeviceRecord& device, bool announced) {
     MountedStorage storage;
@@ -219,6 +225,7 @@ bool DeviceMonitor::IsRecorded(const DeviceRecord& device) const {
 }
 
 void DeviceMonitor::TellArrived(const DeviceRecord& device) {
+    if (m_tellsChanges) LogCamera(device, "is connected");
     if (!IsRecorded(device)) return;
     // Watched from before the scan on: what changes while it runs is not missed.
     m_contentWatcher->Add(device.mountPath);
@@ -226,6 +233,7 @@ void DeviceMonitor::TellArrived(const DeviceRecord& device) {
 }
 
 void DeviceMonitor::TellGone(const DeviceRecord& device) {
+    if (!m_stopping) LogCamera(device, "is gone");
     if (!IsRecorded(device)) return;
     m_contentWatcher->Remove(device.mountPath);
     StorageUnmounted(device.mountPath);
