@@ -87,6 +87,7 @@ public:
     std::string Text(int column) const { return std::string(View(column)); }
     std::string_view View(int column) const;  // until the next call
     int Type(int column) const { return sqlite3_column_type(m_statement, column); }
+    int Columns() const { return sqlite3_column_count(m_statement); }
 
 private:
     Query& BindText(std::string_view value, sqlite3_destructor_type ownership);

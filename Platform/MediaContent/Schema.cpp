@@ -2,17 +2,15 @@
 
 #include <stdio.h>
 #include <sys/random.h>
-#include <sys/stat.h>
 
 #include <filesystem>
+#include <iterator>
 
 #include "Log/Log.h"
+#include "MediaContent/DatabaseFile.h"
 
 namespace platform {
 namespace {
-
-constexpr int64_t SCHEMA_VERSION = 1;
-constexpr int64_t APPLICATION_ID = 0x434d4442;
 
 // Paths and names are the file system's own bytes, kept as text so that conditions can compare
 // them. Texts and numbers that a file does not have are empty or 0, never null: an order by any
@@ -24,7 +22,7 @@ constexpr int64_t APPLICATION_ID = 0x434d4442;
 //            directly in it, by type; below: items in it and in all folders below
 //   item     number: in the order of insertion; revision: grows with every change of the item;
 //            state: see ItemState; pinned: listed because a client asked, not by the scan's rules
-constexpr const char* TABLES = R"(
+constexpr const char* TABLES_OF_VERSION_1 = R"(
 CREATE TABLE setting(name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
 CREATE TABLE storage(
     number INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -81,6 +79,16 @@ CREATE INDEX item_by_type ON item(storage, type, added);
 CREATE INDEX item_by_folder ON item(folder, added);
 CREATE INDEX item_by_inode ON item(storage, inode);
 )";
+
+// Step n makes version n + 1 out of version n, which for the first is an empty file. What was
+// released once is never changed: a later version adds a step, and whatever the file of an earlier
+// one holds goes through the same steps as a new one.
+constexpr const char* STEPS[] = {
+    TABLES_OF_VERSION_1,
+    // Files that the readers of version 1 failed at, or that took them too long, get another try.
+    "UPDATE item SET state = 0 WHERE state = 2",
+};
+constexpr int64_t SCHEMA_VERSION = std::size(STEPS);
 
 // What conditions may name. C stands for the collation of texts, S for the database's salt.
 constexpr const char* VIEWS = R"(
@@ -144,41 +152,62 @@ void CreateViews(Connection& connection, const std::string& salt) {
     }
 }
 
-void CreateSchema(Connection& connection) {
-    Transaction transaction(connection, Transaction::WRITE);
-    const std::string salt = MakeSalt();
-    connection.Execute(TABLES);
-    Query(connection, "INSERT INTO setting VALUES('salt', ?)").Bind(salt).Run();
-    CreateViews(connection, salt);
-    connection.Execute(("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION)).c_str());
-    connection.Execute(("PRAGMA application_id = " + std::to_string(APPLICATION_ID)).c_str());
-    transaction.Commit();
+// They hold nothing, and would keep a step from changing what they name.
+void DropViews(Connection& connection) {
+    std::string drops;
+    {
+        Query query(connection, connection.Prepare("SELECT 'DROP VIEW \"' || name || '\";'"
+                                                   " FROM sqlite_schema WHERE type = 'view'"));
+        while (query.Next()) drops += query.Text(0);
+    }
+    connection.Execute(drops.c_str());
 }
 
-// Throws with SQLITE_NOTADB for a sound file of another kind or version.
-void CheckSchema(Connection& connection) {
-    if (Pragma(connection, "PRAGMA application_id") != APPLICATION_ID)
-        throw DatabaseError(SQLITE_NOTADB, "not a media database");
+// All of the steps that are missing, or none. The file's number of version is changed with them.
+void BringUpToDate(Connection& connection) {
     const int64_t version = Pragma(connection, "PRAGMA user_version");
-    if (version != SCHEMA_VERSION)
-        throw DatabaseError(SQLITE_NOTADB, "of schema version " + std::to_string(version));
+    if (version == SCHEMA_VERSION) return;
+    Transaction transaction(connection, Transaction::WRITE);
+    DropViews(connection);
+    for (int64_t step = version; step < SCHEMA_VERSION; ++step) connection.Execute(STEPS[step]);
+    if (version == 0)
+        Query(connection, "INSERT INTO setting VALUES('salt', ?)").Bind(MakeSalt()).Run();
+    CreateViews(connection, ReadSalt(connection));
+    connection.Execute(("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION)).c_str());
+    connection.Execute(("PRAGMA application_id = " + std::to_string(DATABASE_APPLICATION)).c_str());
+    transaction.Commit();
+    if (version > 0)
+        PLATFORM_LOG("MEDIA_CONTENT", LOG_INFO,
+                     "media database: schema version %lld brought to %lld",
+                     static_cast<long long>(version), static_cast<long long>(SCHEMA_VERSION));
+}
+
+// Throws when the file is not what its head says.
+void CheckSchema(Connection& connection) {
     for (const char* sql : {"SELECT * FROM storage LIMIT 1", "SELECT * FROM folder LIMIT 1",
                             "SELECT * FROM item ORDER BY number DESC LIMIT 1"})
         Query(connection, connection.Prepare(sql)).Run();
     if (ReadSalt(connection).empty()) throw DatabaseError(SQLITE_CORRUPT, "no salt");
 }
 
-std::unique_ptr<Connection> OpenOnce(const std::string& file) {
+void KeepLogAtClose(Connection& connection, bool keep) {
+    sqlite3_db_config(connection.Handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, keep ? 1 : 0, nullptr);
+}
+
+// Opens what is ours, or makes it. A new file gets its tables before it gets a write-ahead log, so
+// that whoever looks at it finds it empty or ours.
+std::unique_ptr<Connection> OpenOurs(const std::string& file) {
+    KeepPrivate(file);
     auto connection =
         std::make_unique<Connection>(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    KeepLogAtClose(*connection, true);  // damaged, it is moved aside as it was
+    BringUpToDate(*connection);
+    CheckSchema(*connection);
+    KeepLogAtClose(*connection, false);
     connection->Execute(
         "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA cache_size = -8192;"
         "PRAGMA journal_size_limit = 16777216; PRAGMA wal_autocheckpoint = 4000;"
         "PRAGMA temp_store = MEMORY");
-    if (Pragma(*connection, "SELECT count(*) FROM sqlite_schema") == 0)
-        CreateSchema(*connection);
-    else
-        CheckSchema(*connection);
     // A folder without the right to write, or a full disk, is found out here and not in a scan.
     Transaction transaction(*connection, Transaction::WRITE);
     Query(*connection, "INSERT OR REPLACE INTO setting VALUES('opened', ?)")
@@ -188,27 +217,30 @@ std::unique_ptr<Connection> OpenOnce(const std::string& file) {
     return connection;
 }
 
-}  // namespace
-
-void MoveAside(const std::string& file, const char* reason) {
-    PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING,
-                 "media database %s: %s; moved aside to %s.aside and made anew", file.c_str(),
-                 reason, file.c_str());
-    for (const char* part : {"", "-wal", "-shm"})
-        rename((file + part).c_str(), (file + ".aside" + part).c_str());
+// "" for a file that this version may write to.
+std::string WhyNotOurs(const std::string& file) {
+    const DatabaseHead head = ReadDatabaseHead(file);
+    if (head.kind == DatabaseHead::FOREIGN) return "not a media database";
+    if (head.version > SCHEMA_VERSION)
+        return "of the newer schema version " + std::to_string(head.version);
+    return {};
 }
+
+}  // namespace
 
 std::unique_ptr<Connection> OpenWriter(const std::string& file) {
     const std::filesystem::path folder = std::filesystem::path(file).parent_path();
     std::error_code ignored;  // what is wrong with the folder shows when the file is opened
     if (!folder.empty()) std::filesystem::create_directories(folder, ignored);
+    if (const std::string why = WhyNotOurs(file); !why.empty()) MoveAside(file, why);
     try {
-        return OpenOnce(file);
+        return OpenOurs(file);
     } catch (const DatabaseError& error) {
-        if (!error.MeansDamage()) throw;
-        MoveAside(file, error.what());
+        // What is asked of it is right: an error in it is a table or a column that is missing.
+        if (!error.MeansDamage() && error.Code() != SQLITE_ERROR) throw;
+        MoveDamagedAside(file, error.what());
     }
-    return OpenOnce(file);
+    return OpenOurs(file);
 }
 
 std::unique_ptr<Connection> OpenReader(const std::string& file) {

@@ -9,17 +9,15 @@
 
 namespace platform {
 
-// Opens the writing connection of the database `file`; it is made when missing, with its folder.
-// A file that is damaged, or was made by a newer version, is moved aside with a log line and made
+// Opens the writing connection of the database `file`; it is made when missing, with its folder,
+// for its owner's eyes only. One of an earlier schema is brought up to this one's in one
+// transaction, with all that it holds. What is not ours or of a newer schema is moved aside
+// unchanged, what is damaged is moved aside as well, both with a log line, and the database is made
 // anew: it only caches what the storages hold. Throws DatabaseError when there is no writing it.
 std::unique_ptr<Connection> OpenWriter(const std::string& file);
 
 // A connection that cannot write. Throws DatabaseError.
 std::unique_ptr<Connection> OpenReader(const std::string& file);
-
-// Renames the database with its journals out of the way. Connections that are still open go on
-// with the old file.
-void MoveAside(const std::string& file, const char* reason);
 
 // The name of the setting that a storage's passed-over files are to be read.
 std::string ReadAgainSetting(int64_t storage);

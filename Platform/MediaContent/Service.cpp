@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "Log/Log.h"
+#include "MediaContent/DatabaseFile.h"
 #include "MediaContent/Paths.h"
-#include "MediaContent/Schema.h"
 
 namespace platform {
 namespace {
@@ -165,7 +165,7 @@ SessionPtr Service::NewSession(const std::vector<std::shared_ptr<Mount>>& mounts
             if (again || !error.MeansDamage()) throw;
         }
         session.reset();
-        MoveAside(file, "found damaged");
+        MoveDamagedAside(file, "found damaged");
     }
 }
 
@@ -215,7 +215,7 @@ void Service::ReplaceDamaged(const SessionPtr& session) {
     std::lock_guard<std::mutex> lifecycle(m_lifecycle);
     if (Current() != session) return;  // somebody else has done it
     CloseSession();
-    MoveAside(session->store.File(), "found damaged");
+    MoveDamagedAside(session->store.File(), "found damaged");
     OpenSession();
 }
 
