@@ -97,7 +97,7 @@ void SetExif(Exiv2::ExifData& exif, const PictureTags& tags) {
 
 void TagPicture(const std::string& path, const PictureTags& tags) {
     if (!std::filesystem::exists(path)) return;
-    const Exiv2::Image::AutoPtr image = Exiv2::ImageFactory::open(path);
+    const auto image = Exiv2::ImageFactory::open(path);
     image->readMetadata();
     SetExif(image->exifData(), tags);
     if (!tags.title.empty())

@@ -21,6 +21,8 @@ constexpr int IO_BUFFER = 32 * 1024;
 // Enough for the streams' parameters when a container's header does not have them.
 constexpr const char* PROBE_BYTES = "1000000";
 constexpr const char* PROBE_MICROSECONDS = "1000000";
+// No block larger than this, whatever length a header claims: for the tables of the longest films.
+constexpr size_t MAX_BLOCK = 128 * 1024 * 1024;
 // What may be opened: no playlists, no image sequences, nothing that refers to other files.
 constexpr const char* FORMATS =
     "mov,mp4,matroska,webm,avi,mpegts,mpeg,mpegvideo,asf,ogg,flv,aac,amr,mp3,wav,aiff,flac,m4v,"
@@ -185,6 +187,7 @@ void ReadPosition(const AVFormatContext& context, Metadata& metadata) {
 }  // namespace
 
 void InitAvformat() {
+    av_max_alloc(MAX_BLOCK);
     av_log_set_level(AV_LOG_QUIET);
 }
 

@@ -238,8 +238,12 @@ void InitExiv() {
 }
 
 bool ReadPicture(FileSource& source, Metadata& metadata) {
+// The library still speaks of std::auto_ptr.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     const Exiv2::Image::AutoPtr image =
         Exiv2::ImageFactory::open(Exiv2::BasicIo::AutoPtr(new ExivIo(source)));
+#pragma GCC diagnostic pop
     if (image.get() == nullptr) return false;  // nothing that it knows
     image->readMetadata();
     const Exiv2::ExifData& exif = image->exifData();

@@ -91,14 +91,15 @@ TEST_F(StickFaults, OddNamesAndHostileFilesEndNoScan) {
     EXPECT_EQ(seen, count);
 }
 
-// Songs of 10 GiB that are one hole cost their reader its whole deadline each.
+// Songs of 10 GiB that are a header and a hole, a chunk of nothing every 8 bytes, cost their reader
+// its whole deadline each.
 class HangingStick : public FaultTest {
 protected:
     void SetUp() override {
         fs::create_directories(m_made);
         for (int i = 0; i < 200; ++i) {
-            const fs::path song = m_made / (std::to_string(i) + ".mp3");
-            std::ofstream(song).close();
+            const fs::path song = m_made / (std::to_string(i) + ".wav");
+            std::ofstream(song) << "RIFF\xff\xff\xff\x7fWAVE";
             fs::resize_file(song, 10ull << 30);
         }
         AddPhotos("GOOD");
@@ -143,7 +144,7 @@ TEST_F(HangingStick, HoldsUpNobodyElseAndIsListedByItsNames) {
     Replug(visitor);
     EXPECT_EQ(Told("took too long"), gaveUp);
     EXPECT_EQ(WidthOfLast(visitor, bad), "0");
-    for (int i = 0; i < 200; ++i) fs::remove(m_sticks.PathOf("BAD") / (std::to_string(i) + ".mp3"));
+    for (int i = 0; i < 200; ++i) fs::remove(m_sticks.PathOf("BAD") / (std::to_string(i) + ".wav"));
     Replug(visitor);
     EXPECT_NE(WidthOfLast(visitor, bad), "0");
 }

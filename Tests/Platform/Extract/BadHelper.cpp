@@ -56,6 +56,13 @@ void AnswerTooOften(const ExtractRequest& request, const std::string& answer) {
     for (size_t i = 0; i <= request.files.size(); ++i) SendBytes(answer);
 }
 
+// Hangs at any request with a file of 13 bytes, and answers the others.
+void AnswerUnlessUnlucky(const ExtractRequest& request, const std::string& answer) {
+    for (const ExtractRequest::File& file : request.files)
+        if (file.size == 13) Hang();
+    for (size_t i = 0; i < request.files.size(); ++i) SendBytes(answer);
+}
+
 // One request answered in the way that `how` names.
 void Misbehave(const std::string& how, const ExtractRequest& request) {
     Metadata metadata;
@@ -72,6 +79,7 @@ void Misbehave(const std::string& how, const ExtractRequest& request) {
     if (how == "cut") SendBytes(good.substr(0, 30));
     if (how == "wrong-number") SendBytes(Answer(request.number + 1, metadata));
     if (how == "too-often") AnswerTooOften(request, good);
+    if (how == "hangs-at-13-bytes") AnswerUnlessUnlucky(request, good);
     if (how == "gives-descriptor") SendWithDescriptor(good);
     if (how == "unclean") {
         metadata.title = "\xff";

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "Log/Log.h"
 #include "MediaContent/Extract/MediaTypes.h"
 #include "Service/Program.h"
 
@@ -90,6 +91,30 @@ platform::ExtractorOptions RealHelper() {
     options.helperPath = EXTRACT_HELPER;
     options.deadlineMs = 30'000;
     return options;
+}
+
+LogLines::LogLines() {
+    platform::SetLogSink([this](const platform::LogLine& line) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_lines.push_back(line.text);
+    });
+}
+
+LogLines::~LogLines() {
+    platform::SetLogSink({});
+}
+
+std::string LogLines::With(const std::string& part) const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::string found;
+    for (const std::string& line : m_lines)
+        if (line.find(part) != std::string::npos) found += line + '\n';
+    return found;
+}
+
+size_t LogLines::Count(const std::string& part) const {
+    const std::string found = With(part);
+    return static_cast<size_t>(std::count(found.begin(), found.end(), '\n'));
 }
 
 NothingLeft::NothingLeft()

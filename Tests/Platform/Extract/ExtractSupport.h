@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
@@ -34,6 +35,22 @@ std::set<int> DescriptorsOf(pid_t pid);
 
 // The real helper, with time enough for every file.
 platform::ExtractorOptions RealHelper();
+
+// The log lines written while it lives.
+class LogLines {
+public:
+    LogLines();
+    ~LogLines();
+    LogLines(const LogLines&) = delete;
+    LogLines& operator=(const LogLines&) = delete;
+    // Those that contain `part`, one after the other.
+    std::string With(const std::string& part) const;
+    size_t Count(const std::string& part) const;
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<std::string> m_lines;
+};
 
 // Checks at its end that the process has the descriptors and children that it had at the start.
 class NothingLeft {

@@ -141,6 +141,7 @@ TEST_F(SampleTest, HostileFilesEndAndGoodOnesAreRead) {
 
     ExtractorOptions options = Options();
     options.deadlineMs = 1000;
+    const LogLines log;
     ExtractorPool pool(options);
     constexpr size_t AT_ONCE = 200;  // all would be too many open files
     for (size_t i = 0; i < bad.size(); i += AT_ONCE) {
@@ -154,6 +155,7 @@ TEST_F(SampleTest, HostileFilesEndAndGoodOnesAreRead) {
     }
     for (const ExtractResult& result : ExtractPaths(m_pool, good))
         EXPECT_EQ(result.status, ExtractStatus::OK);
+    EXPECT_EQ(log.With("the metadata helper"), "") << "a file has ended its helper";
 }
 
 }  // namespace
