@@ -139,15 +139,12 @@ TEST_F(SampleTest, HostileFilesEndAndGoodOnesAreRead) {
     EXPECT_EQ(good.size(), 4u);
     EXPECT_GT(bad.size(), 1400u);
 
-    ExtractorOptions options = Options();
-    options.deadlineMs = 1000;
     const LogLines log;
-    ExtractorPool pool(options);
     constexpr size_t AT_ONCE = 200;  // all would be too many open files
     for (size_t i = 0; i < bad.size(); i += AT_ONCE) {
         const auto from = bad.begin() + static_cast<ptrdiff_t>(i);
         const auto to = bad.end() - from > ptrdiff_t{AT_ONCE} ? from + AT_ONCE : bad.end();
-        for (const ExtractResult& result : ExtractPaths(pool, {from, to})) {
+        for (const ExtractResult& result : ExtractPaths(m_pool, {from, to})) {
             if (result.status == ExtractStatus::OK) continue;
             EXPECT_EQ(result.status, ExtractStatus::FAILED);
             EXPECT_EQ(ToJson(result).size(), 1u) << "nothing but its status";
