@@ -60,4 +60,4 @@ fi
 
 echo "vm-test: Debian with $(cat "$machine/kernel-version"), ${new#./}"
 python3 -u Tests/Vm/checks.py "$machine" "$build/$old" "$build/$new" \
-    Tests/Platform/Media/data/media-v1.db "${1:-}"
+    Tests/Platform/Media/version-1.db "${1:-}"

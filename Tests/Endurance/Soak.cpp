@@ -1,8 +1,10 @@
-// Five clients with random commands on real media files, while sticks come and go, clients and
-// metadata helpers are killed, and others read nothing of what they asked for. Afterwards the
+// Five clients with random commands on real media files, while sticks come and go, one of them
+// hostile, clients and metadata helpers are killed, others read nothing of what they asked for, and
+// others ask for as much as they can. Afterwards the
 // service must be as small as before, and know what it knew.
 #include <algorithm>
 #include <cstdio>
+#include <map>
 #include <random>
 #include <thread>
 
@@ -106,9 +108,12 @@ int Soak::Run() {
 
 int main(int argc, char** argv) {
     const std::vector<std::string> words(argv + 1, argv + argc);
-    if (words.size() == 3 && words[0] == "--victim")
-        return test::RunVictim(words[1], std::stoul(words[2]));
-    if (words.size() == 3 && words[0] == "--slow") return test::RunSlowReader(words[1], words[2]);
+    const std::map<std::string, int (*)(const std::string&, const std::string&)> clients = {
+        {"--victim", test::RunVictim},
+        {"--slow", test::RunSlowReader},
+        {"--greedy", test::RunGreedy}};
+    if (words.size() == 3 && clients.count(words[0]))
+        return clients.at(words[0])(words[1], words[2]);
     return test::RunWith(words, {"seconds", 1800, 4},
                          [](const test::RunOptions& options) { return test::Soak(options).Run(); });
 }

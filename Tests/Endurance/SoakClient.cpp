@@ -269,14 +269,25 @@ void SoakClient::TakePage(const Json::Value& page) {
 
 // ---- clients that end badly -------------------------------------------------------------------
 
-int RunVictim(const std::string& socket, unsigned long seed) {
-    std::mt19937_64 random(seed);
+int RunVictim(const std::string& socket, const std::string&) {
+    std::mt19937_64 random(std::random_device{}());
     DBusClient client(socket);
     const int handle = client.Open("victim");
     client.Execute(handle, "Connect");
     const std::vector<std::string> commands = {"GetStorages", "GetCount", "Disconnect", "Connect",
                                                "StartSync"};
     for (;;) client.Send(handle, commands[random() % commands.size()], "2");
+}
+
+int RunGreedy(const std::string& socket, const std::string& storage) {
+    DBusClient client(socket);
+    const int handle = client.Open("greedy");
+    client.Execute(handle, "Connect");
+    const std::string large(1 << 20, 'g');
+    for (;;) {
+        client.Execute(handle, "Query", storage, "folder", "$USB_DIR/" + large, "true");
+        client.Execute(handle, "RegisterContents", "", "{\"fullpaths\":[\"" + large + "\"]}");
+    }
 }
 
 int RunSlowReader(const std::string& socket, const std::string& storage) {

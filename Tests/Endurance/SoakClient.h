@@ -79,8 +79,10 @@ private:
     std::vector<std::string> m_mediaIds;
 };
 
-// Bodies of processes that are going to be killed: commands without end, and nothing read.
-int RunVictim(const std::string& socket, unsigned long seed);
+// Bodies of processes that are going to be killed: commands without end, pages that nobody reads,
+// and all that a megabyte of text can be asked for.
+int RunVictim(const std::string& socket, const std::string& storage);
+int RunGreedy(const std::string& socket, const std::string& storage);
 int RunSlowReader(const std::string& socket, const std::string& storage);
 
 }  // namespace test

@@ -4,6 +4,8 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <iterator>
+
 #include "Service/Program.h"
 #include "Service/Vitals.h"
 
@@ -73,17 +75,22 @@ void SoakTrouble::KillHelpers(Random random) {
 }
 
 void SoakTrouble::KillClients(Random random) {
-    const std::string self = "/proc/self/exe";
+    struct Kind {
+        const char* word;
+        const char* killed;
+    };
+    constexpr Kind kKinds[] = {{"--victim", "client killed"},
+                               {"--slow", "slow reader killed"},
+                               {"--greedy", "greedy client killed"}};
     while (!m_world.stop) {
-        const bool slow = random() % 2 == 0;
-        const std::string word =
-            slow ? m_world.storages[random() % m_world.storages.size()] : std::to_string(random());
+        const Kind& kind = kKinds[random() % std::size(kKinds)];
+        const std::string& storage = m_world.storages[random() % m_world.storages.size()];
         {
-            const Program client({self, slow ? "--slow" : "--victim", m_world.socket, word},
+            const Program client({"/proc/self/exe", kind.word, m_world.socket, storage},
                                  "/dev/null");
             Pause(random, 50, 4000);
         }
-        m_world.ledger.Done(slow ? "slow reader killed" : "client killed");
+        m_world.ledger.Done(kind.killed);
         Pause(random, 0, 2000);
     }
 }

@@ -1,6 +1,7 @@
 #include "Endurance/SoakWorld.h"
 
 #include <cstring>
+#include <fstream>
 
 #include "Service/MediaClient.h"
 
@@ -25,6 +26,13 @@ SoakWorld::SoakWorld(const fs::path& folder, const fs::path& samples) : sticks(f
     sticks.Add("PHOTOS", samples / "photos");
     sticks.Add("MIXED", samples / "large");
     sticks.Add("OTHER", samples / "large");
+    MakeSamples("--hostile", samples / "hostile");
+    sticks.Add("HOSTILE", samples / "hostile");
+    for (const char* name : {"hanging1.wav", "hanging2.wav", "hanging3.wav"}) {
+        const fs::path song = sticks.PathOf("HOSTILE") / name;
+        std::ofstream(song) << "RIFF\xff\xff\xff\x7fWAVE";  // and then a hole
+        fs::resize_file(song, 10ull << 30);
+    }
     sticks.AddCamera("CAMERA");
 }
 
@@ -36,11 +44,11 @@ bool SoakWorld::Learn(const std::string& atSocket) {
         const std::string path = ClientPath(sticks.Root(), entry.path().string());
         if (!g_utf8_validate(path.c_str(), -1, nullptr)) continue;
         if (entry.is_directory()) folders.push_back(path);
-        // What a scan lists by itself: the counts are compared at the end. The other stick has
-        // folders and names that it leaves out.
+        // What a scan lists by itself: the counts are compared at the end. Two sticks have folders
+        // and names that it leaves out.
         const std::string ending = entry.path().extension().string();
         if (entry.is_regular_file() && (ending == ".jpg" || ending == ".mp3") &&
-            path.find("/ALL/") == std::string::npos)
+            path.find("/ALL/") == std::string::npos && path.find("/HOSTILE/") == std::string::npos)
             files.push_back(path);
     }
     return storages.size() == names.size() && !files.empty();

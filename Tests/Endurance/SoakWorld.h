@@ -15,7 +15,7 @@ namespace test {
 // Its lists do not change once they are learnt; any thread may read them.
 class SoakWorld {
 public:
-    // Four sticks of real media files and a camera, plugged in.
+    // Four sticks of real media files, one of hostile ones and a camera, plugged in.
     SoakWorld(const std::filesystem::path& folder, const std::filesystem::path& samples);
 
     // Asks the service at `socket`; false when it does not tell of every stick.
@@ -24,7 +24,7 @@ public:
     std::vector<std::string> CountAll();
 
     Sticks sticks;
-    const std::vector<std::string> names = {"ALL", "PHOTOS", "MIXED", "OTHER"};
+    const std::vector<std::string> names = {"ALL", "PHOTOS", "MIXED", "OTHER", "HOSTILE"};
     std::string socket;
     std::vector<std::string> storages;  // their ids, also of those that are away now
     std::vector<std::string> folders;   // as clients write them

@@ -225,10 +225,11 @@ def not_for_us(device):
     for name, word in ("unknown", "no known file system"), ("broken", "ext4"), ("luks", "encrypted"):
         cursor = device.cursor()
         stick = device.stick(name).plug()
-        device.until(name, f"journalctl -q -o cat --after-cursor={shlex.quote(cursor)} -t contents-mgr-mount | grep -q .")
+        device.until(name, f"journalctl -q -o cat --after-cursor={shlex.quote(cursor)} {' '.join(UNITS)} | "
+                           "grep 'not mounted'")
         device.run("udevadm settle; sleep 1")
-        lines = device.journal(cursor, "-t", "contents-mgr-mount")
-        expect("one line", len(lines) == 1 and word in lines[0] and "not mounted" in lines[0], lines)
+        lines = [line for line in device.journal(cursor, *UNITS) if "mounted" in line]
+        expect("one line", len(lines) == 1 and word in lines[0], lines)
         expect("no storage", not device.storages())
         stick.pull()
         device.nothing_left()
@@ -408,7 +409,8 @@ def removal(device):
 def listen(device):
     """A client that hears everything, as long as the service lives."""
     device.run("systemctl stop listener 2>/dev/null; systemctl reset-failed listener 2>/dev/null; "
-               f"systemd-run -q -u listener -p StandardOutput=file:/run/events {CTL} monitor")
+               "rm -f /run/events; "
+               f"systemd-run -q -u listener -p StandardOutput=append:/run/events {CTL} monitor")
     device.until("the listener", "[ -e /run/events ]")
     device.seen = 0
 
