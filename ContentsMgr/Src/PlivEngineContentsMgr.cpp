@@ -1,5 +1,7 @@
 #include "PlivEngineContentsMgr.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdlib>
 
 #include "CJsonHelper.h"
@@ -12,8 +14,11 @@ namespace {
 
 using Storages = std::vector<boost::shared_ptr<CMediaStorage>>;
 
+// A number that no int holds becomes the nearest that one does, which is no id and no place on any
+// page: it is refused, not taken for another.
 int ToInteger(const std::string& text) {
-    return static_cast<int>(strtol(text.c_str(), nullptr, 10));
+    const long number = strtol(text.c_str(), nullptr, 10);
+    return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
 }
 
 // The texts of an array; empty when the member is missing. Throws at elements that are no texts.

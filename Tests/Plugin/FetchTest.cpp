@@ -101,6 +101,19 @@ TEST_F(FetchTest, TheNewestComeFirst) {
     EXPECT_EQ(uses[0].filter.count, 2);
 }
 
+TEST_F(FetchTest, NumbersThatNoIntHoldsAreRefusedAndNotTakenForOthers) {
+    AddPhotos(5);
+    CPlivEngineContentsMgr engine;
+    Command(engine, "Connect");
+    Command(engine, "Query", "S1", "photo");
+    for (const char* wrong : {"4294967296", "4294967297", "-4294967295", "99999999999999999999"}) {
+        EXPECT_EQ(Command(engine, "Fetch", wrong, "1").value, "0") << wrong;
+        EXPECT_EQ(Command(engine, "Fetch", "0", wrong).value, "0") << wrong;
+    }
+    EXPECT_EQ(Command(engine, "GetCount", "4294967298").value, "0") << "2 is the query's id";
+    EXPECT_EQ(Command(engine, "GetCount", "2").value, "5");
+}
+
 TEST_F(FetchTest, AJobFetchesFromTheQueryThatIsCurrentWhenItRuns) {
     AddPhotos(2);
     platform.Add(Music(OnStick("song.mp3")));
