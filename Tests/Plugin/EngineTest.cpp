@@ -67,6 +67,26 @@ TEST_F(EngineTest, AThrownTextIsCaughtAnythingElseReachesTheHost) {
     EXPECT_EQ(Command(engine, "Connect").value, "1") << "a lock was left behind";
 }
 
+TEST_F(EngineTest, TextsThatAreNotUtf8AreRepairedInEveryPayload) {
+    const std::string bad = "\xff Caf\xe9.jpg \xed\xa0\x80 \xc0\xaf \xf0\x9f\x8e";
+    const std::string good =
+        "\\ufffd Caf\\ufffd.jpg \\ufffd\\ufffd\\ufffd \\ufffd\\ufffd \\ufffd\\ufffd\\ufffd";
+    CPlivEngineContentsMgr engine;
+    Strings failed{bad, "\xc3\x9c \xf0\x9f\x8e\xb5"};
+    std::map<std::string, std::string> done{{bad, "1"}};
+    engine.OnContentsRegistered(0, 1, done, failed);
+    EXPECT_EQ(platform.Events().back().payload,
+              "{\"failed\":[\"" + good + "\",\"\\u00dc \\ud83c\\udfb5\"],\"result\":0," +
+                  "\"succeeded\":[{\"id\":\"1\",\"path\":\"" + good + "\"}]}\n");
+    Json::Value page;
+    page["files"][0]["name"] = bad;
+    engine.OnFetchFinished(1, 1, page, true, true);
+    EXPECT_NE(platform.Events().back().payload.find("\"name\":\"" + good), std::string::npos);
+    AddStick("/mnt/" + bad);
+    Command(engine, "Connect");
+    EXPECT_NE(Command(engine, "GetStorages").value.find("/mnt/" + good), std::string::npos);
+}
+
 TEST_F(EngineTest, AFailedPageAndOneOfNoMediaKindCarryNoItems) {
     CPlivEngineContentsMgr engine;
     Json::Value items(Json::arrayValue);
