@@ -171,7 +171,7 @@ void CJsonHelper::GenerateBelowFolderJson(Json::Value& items, std::string folder
         }
     }
     const bool closed = reader.Close();
-    if (!closed || step == DirectoryReader::Step::Error)
+    if (!closed || step != DirectoryReader::Step::End)
         CM_PROGRESS("Failed while reading entries!!, %s", folderPath.c_str());
 }
 

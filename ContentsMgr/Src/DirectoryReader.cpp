@@ -1,5 +1,6 @@
 #include "DirectoryReader.h"
 
+#include <cerrno>
 #include <utility>
 
 namespace dorn {
@@ -28,8 +29,9 @@ DirectoryReader::~DirectoryReader() {
 DirectoryReader::Step DirectoryReader::Next() {
     for (;;) {
         dirent* found = nullptr;
-        if (ReadEntry(m_directory, &m_entry, &found) != 0) return Step::Error;
-        if (!found) return Step::End;
+        const int error = ReadEntry(m_directory, &m_entry, &found);
+        if (error != 0 && error != ENAMETOOLONG) return Step::Error;
+        if (!found) return error == 0 ? Step::End : Step::EndWithGaps;
         if (IsVisibleFolder(m_entry)) return Step::Subfolder;
     }
 }

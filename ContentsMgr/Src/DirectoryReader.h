@@ -12,7 +12,9 @@ namespace dorn {
 // none. One thread; the directory is closed with the object.
 class DirectoryReader {
 public:
-    enum class Step { Subfolder, End, Error };
+    // EndWithGaps: all has been seen but entries whose names are too long for the buffer, as those
+    // of NTFS and FAT may be. The C library leaves such an entry out and says so at the end.
+    enum class Step { Subfolder, End, EndWithGaps, Error };
 
     explicit DirectoryReader(const std::string& path);
     ~DirectoryReader();

@@ -173,10 +173,9 @@ bool CPlivTaskContentsMgr::m_GetFolderCount(int& count, QueryInfo query) {
     DirectoryReader::Step step;
     while ((step = reader.Next()) == DirectoryReader::Step::Subfolder) ++count;
     reader.Close();
-    if (step == DirectoryReader::Step::Error) {
+    if (step != DirectoryReader::Step::End)
         CM_PROGRESS("Failed while reading entries!!, %s", query.folderPath.c_str());
-        return false;
-    }
+    if (step == DirectoryReader::Step::Error) return false;
     CM_TRACE("Count is %d", count);
     return true;
 }

@@ -1,6 +1,11 @@
 #include "PluginTest.h"
 
+#include <dirent.h>
+#include <dlfcn.h>
 #include <stdlib.h>
+
+#include <atomic>
+#include <cerrno>
 
 namespace test {
 namespace {
@@ -17,6 +22,8 @@ struct Expose {
         friend Member Reveal(tag);                   \
     };                                               \
     template struct Expose<tag, &CPlivTaskContentsMgr::member>
+
+std::atomic<bool> tooLongName{false};
 
 EXPOSE(Jobs, dorn::CSafeQ<dorn::CCMTaskJob>, m_jobs);
 EXPOSE(JobSemaphore, SemphoreCM, m_jobSemaphore);
@@ -38,6 +45,13 @@ GMutex& StorageMutexOf(CPlivTaskContentsMgr& task) {
     return task.*Reveal(StorageMutex());
 }
 
+TooLongName::TooLongName() {
+    tooLongName = true;
+}
+TooLongName::~TooLongName() {
+    tooLongName = false;
+}
+
 TempFolder::TempFolder() {
     std::string path = (std::filesystem::temp_directory_path() / "plugin-test-XXXXXX").string();
     if (!mkdtemp(&path[0])) throw std::runtime_error("no temporary folder");
@@ -45,3 +59,11 @@ TempFolder::TempFolder() {
 }
 
 }  // namespace test
+
+// In the place of the C library's, which it calls.
+extern "C" int readdir_r(DIR* directory, dirent* entry, dirent** result) {
+    static const auto real =
+        reinterpret_cast<int (*)(DIR*, dirent*, dirent**)>(dlsym(RTLD_NEXT, "readdir_r"));
+    const int error = real(directory, entry, result);
+    return error == 0 && !*result && test::tooLongName ? ENAMETOOLONG : error;
+}

@@ -92,6 +92,13 @@ private:
     std::string m_path;
 };
 
+// While it lives, each directory has an entry whose name readdir_r's buffer does not hold. The C
+// library leaves such an entry out and returns ENAMETOOLONG at the directory's end.
+struct TooLongName {
+    TooLongName();
+    ~TooLongName();
+};
+
 // A pause of the plugin lasts a few milliseconds here.
 class PluginTest : public PlatformTest {
 protected:

@@ -157,6 +157,23 @@ TEST_F(QueryTest, TheLastOfSeveralMatchingFoldersCountsAndAnUnknownOneIsNoError)
     EXPECT_EQ(count, 5) << "nothing is in it, and the caller's value is added to";
 }
 
+TEST_F(QueryTest, ANameThatIsTooLongCostsItselfAlone) {
+    TempFolder folder;
+    FillFolder(folder);
+    const TooLongName there;
+    keptRecords = 3;
+    ConnectedRig rig;
+    ASSERT_TRUE(rig.task.Query("DISK", dorn::MEDIA_TYPE_FOLDER, folder.Path(), ""));
+    EXPECT_EQ(platform.WaitForEvent("QUERY_COMPLETED").payload, "{\"count\":4,\"result\":1}\n");
+    int id = 0;
+    ASSERT_TRUE(rig.task.Fetch(3, 10, id)) << "the count is known to pages, too";
+    ASSERT_TRUE(rig.task.Fetch(0, 10, id));
+    Await("FETCH_COMPLETED");
+    const Json::Value page = Await("FETCH_COMPLETED");
+    EXPECT_EQ(page["folders"].size() + page["files"].size(), 4u);
+    EXPECT_TRUE(platform.HasLog(kProgress, "Failed while reading entries!!, " + folder.Path()));
+}
+
 TEST_F(QueryTest, AFolderMissingOnDiskFails) {
     CPlivEngineContentsMgr engine;
     platform.Add(Folder{"F9", "/opt/storage/usb/sda1/gone"});
