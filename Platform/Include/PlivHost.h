@@ -3,6 +3,7 @@
 #ifndef PLATFORM_PLIV_HOST_H
 #define PLATFORM_PLIV_HOST_H
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -50,6 +51,13 @@ public:
     // Any thread; never waits for a client. Text that is not UTF-8 is repaired on the way out.
     // Dropped without a word when the client is gone or no handle was set.
     void SendEvent(int kind, std::string name, std::string payload);
+
+    // Counts what the engine keeps for its client beyond the command at hand: queued work, what was
+    // registered. False, and nothing is counted, when the client makes the service hold as much as
+    // it may: the engine then refuses the command. Without a handle everything is granted.
+    // Any thread; never waits. What is still counted at the engine's end is given back by itself.
+    bool Hold(size_t bytes);
+    void LetGo(size_t bytes);  // of what was granted
 
     // Store a command's result in the return string: an integer as decimal text, a text as it is.
     void SetReturnValueInteger(std::string& returnValue, int value);

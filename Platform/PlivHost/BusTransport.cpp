@@ -32,7 +32,8 @@ class BusTransport::Client {
 public:
     Client(BusTransport& transport, const std::string& name)
         : m_transport(transport),
-          m_peer(std::make_shared<Peer>(transport.m_outbox, name)),
+          m_peer(std::make_shared<Peer>(std::make_shared<Allowance>(transport.m_parts.pool),
+                                        transport.m_outbox, name)),
           m_watch(g_bus_watch_name_on_connection(transport.m_connection.get(), name.c_str(),
                                                  G_BUS_NAME_WATCHER_FLAGS_NONE, nullptr, s_Vanished,
                                                  this, nullptr)) {}
@@ -59,12 +60,13 @@ BusTransport::BusTransport(const TransportParts& parts, GBusType bus)
     : m_parts(parts), m_connection(ConnectToBus(bus)) {
     g_signal_connect(m_connection.get(), "closed", G_CALLBACK(s_Closed), this);
     m_parts.outbox.endsAtLimit = false;
-    m_outbox = Outbox::Create(m_connection.get(), m_parts.outbox, "", [] {
+    const auto allowance = std::make_shared<Allowance>(m_parts.pool);
+    m_outbox = Outbox::Create(m_connection.get(), m_parts.outbox, allowance, "", [] {
         PLATFORM_LOG(kLogTag, LOG_ERROR,
                      "the message bus takes our messages too slowly: some are dropped");
     });
     // Lasting handles' events have no destination: the bus hands them to whoever listens.
-    m_parts.handles.Join(m_listeners = std::make_shared<Peer>(m_outbox, ""));
+    m_parts.handles.Join(m_listeners = std::make_shared<Peer>(allowance, m_outbox, ""));
     m_object = m_parts.object.Export(m_connection.get(),
                                      [this](const char* sender) { return PeerOf(sender); });
     if (!m_object->IsThere())

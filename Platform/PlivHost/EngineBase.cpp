@@ -2,17 +2,22 @@
 #include <utility>
 
 #include "PlivHost.h"
+#include "PlivHost/Allowance.h"
 #include "PlivHost/EventRouter.h"
 
 namespace dorn {
 
 struct CPlivEngineBase::Impl {
-    std::atomic<int> handle{0};  // 0: not told yet
+    std::atomic<int> handle{0};                      // 0: not told yet
+    std::shared_ptr<platform::Allowance> allowance;  // set before the first command
+    std::atomic<size_t> held{0};
 };
 
 CPlivEngineBase::CPlivEngineBase() : m_impl(std::make_unique<Impl>()) {}
 
-CPlivEngineBase::~CPlivEngineBase() = default;
+CPlivEngineBase::~CPlivEngineBase() {
+    if (m_impl->allowance) m_impl->allowance->GiveBack(m_impl->held);
+}
 
 void CPlivEngineBase::Destroy() {
     delete this;
@@ -20,11 +25,25 @@ void CPlivEngineBase::Destroy() {
 
 void CPlivEngineBase::SetAppInfo(int handle, std::string, std::string, std::string) {
     m_impl->handle = handle;
+    m_impl->allowance = platform::AllowanceOf(handle);
 }
 
 void CPlivEngineBase::SendEvent(int kind, std::string name, std::string payload) {
     const int handle = m_impl->handle;
     if (handle != 0) platform::RouteEvent(handle, kind, std::move(name), std::move(payload));
+}
+
+bool CPlivEngineBase::Hold(size_t bytes) {
+    if (!m_impl->allowance) return true;
+    if (!m_impl->allowance->Take(bytes, platform::Allowance::Use::Command)) return false;
+    m_impl->held += bytes;
+    return true;
+}
+
+void CPlivEngineBase::LetGo(size_t bytes) {
+    if (!m_impl->allowance) return;
+    m_impl->held -= bytes;
+    m_impl->allowance->GiveBack(bytes);
 }
 
 void CPlivEngineBase::SetReturnValueInteger(std::string& returnValue, int value) {

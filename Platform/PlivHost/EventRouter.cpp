@@ -56,4 +56,9 @@ void RouteEvent(int handle, int kind, std::string name, std::string payload) {
         sink->SendEvent(handle, kind, std::move(name), std::move(payload));
 }
 
+std::shared_ptr<Allowance> AllowanceOf(int handle) {
+    const auto sink = FindSink(handle);
+    return sink ? sink->TheAllowance() : nullptr;
+}
+
 }  // namespace platform

@@ -15,6 +15,8 @@ namespace platform {
 // Any thread. Events go to whoever has joined, each bounded by an outbox of its own.
 class Everyone : public Owner {
 public:
+    using Owner::Owner;
+
     void Join(const std::shared_ptr<Peer>& peer);
     void Leave(const Peer& peer);
     void SendEvent(int handle, int kind, std::string name, std::string payload) override;

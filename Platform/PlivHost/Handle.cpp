@@ -17,7 +17,7 @@ namespace platform {
 namespace {
 
 constexpr size_t kMaxQueuedCommands = 1024;
-constexpr size_t kMaxQueuedBytes = size_t{64} << 20;
+constexpr size_t kOverhead = 128;  // of a text: its object and its block of heap
 
 // Inside a handler: the name of the type that was thrown.
 std::string ThrownType() {
@@ -49,15 +49,16 @@ std::string Guarded(Body body) {
 }  // namespace
 
 size_t Command::Size() const {
-    size_t size = name.size();
-    for (const auto& argument : arguments) size += argument.size();
+    size_t size = sizeof(Command) + kOverhead + name.size();
+    for (const auto& argument : arguments) size += kOverhead + argument.size();
     return size;
 }
 
-Handle::Handle(dorn::CPlivAppBase& app, int number, std::string client, MethodCall open,
-               Hooks hooks)
+Handle::Handle(dorn::CPlivAppBase& app, int number, std::shared_ptr<Allowance> allowance,
+               std::string client, MethodCall open, Hooks hooks)
     : m_app(app),
       m_number(number),
+      m_allowance(std::move(allowance)),
       m_hooks(std::move(hooks)),
       m_thread([this, call = std::move(open), name = std::move(client)]() mutable {
           Main(std::move(call), std::move(name));
@@ -74,18 +75,22 @@ void Handle::Join() {
 
 void Handle::Post(Command command) {
     const size_t size = command.Size();
-    std::unique_lock<std::mutex> lock(m_mutex);
-    if (m_stop) return;  // the call says so itself
-    if (m_commands.size() >= kMaxQueuedCommands ||
-        (!m_commands.empty() && m_queuedBytes + size > kMaxQueuedBytes)) {
-        lock.unlock();
-        command.call.Fail(kErrorLimitReached,
-                          "too many commands of this handle wait; read their answers first");
-        return;
-    }
-    m_queuedBytes += size;
+    const char* refusal = kMaxCallBytes < size ? "the command is too large" : nullptr;
+    if (!refusal && !(command.charge = Charge(m_allowance, size)))
+        refusal = "the service holds as much for this client as it may";
+    if (!refusal && !Queue(command))
+        refusal = "too many commands of this handle wait; read their answers first";
+    if (refusal) command.call.Fail(kErrorLimitReached, refusal);
+}
+
+// False: too many wait. True also when the handle is being closed, which the call says itself.
+bool Handle::Queue(Command& command) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_commands.size() >= kMaxQueuedCommands) return false;
+    if (m_stop) return true;
     m_commands.push_back(std::move(command));
     m_changed.notify_one();
+    return true;
 }
 
 void Handle::CloseInOrder(MethodCall close) {
@@ -101,7 +106,6 @@ void Handle::CloseNow() {
     std::deque<Command> dropped;  // answered by their destruction, without the lock
     std::lock_guard<std::mutex> lock(m_mutex);
     dropped.swap(m_commands);
-    m_queuedBytes = 0;
     m_stop = true;
     m_changed.notify_one();
 }
@@ -142,7 +146,6 @@ std::optional<Command> Handle::Next() {
     if (m_commands.empty()) return std::nullopt;
     Command command = std::move(m_commands.front());
     m_commands.pop_front();
-    m_queuedBytes -= command.Size();
     return command;
 }
 

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "PlivHost.h"
+#include "PlivHost/Allowance.h"
 #include "PlivHost/MethodCall.h"
 
 namespace platform {
@@ -23,8 +24,9 @@ struct Command {
     std::string name;
     bool isParamList;
     std::vector<std::string> arguments;  // four of them unless isParamList
+    Charge charge;                       // for all of it, from the queueing until it has run
 
-    size_t Size() const;  // bytes of text
+    size_t Size() const;  // bytes that it takes while it waits
 };
 
 // The thread makes the engine, runs its commands and destroys it, so that nothing slow in an
@@ -38,13 +40,15 @@ public:
 
     // Starts the thread; it answers `open` when the engine is there. Throws std::system_error
     // when no thread can be had. `hooks` are called on the thread.
-    Handle(dorn::CPlivAppBase& app, int number, std::string client, MethodCall open, Hooks hooks);
+    // Commands that wait and the one that runs are counted to `allowance`.
+    Handle(dorn::CPlivAppBase& app, int number, std::shared_ptr<Allowance> allowance,
+           std::string client, MethodCall open, Hooks hooks);
     ~Handle();
     Handle(const Handle&) = delete;
     Handle& operator=(const Handle&) = delete;
 
-    // Queues a command. Answers an error when too many wait or the handle is being closed. Any
-    // thread.
+    // Queues a command. Answers an error when it is too large, too many wait, or the handle is
+    // being closed. Any thread.
     void Post(Command command);
 
     // Destroys the engine when the commands queued before are done, then answers `close`.
@@ -58,6 +62,7 @@ public:
     void Join();
 
 private:
+    bool Queue(Command& command);
     void Main(MethodCall open, std::string client);
     std::string OpenEngine(const std::string& client);  // empty, or why it failed
     std::optional<Command> Next();
@@ -67,13 +72,13 @@ private:
 
     dorn::CPlivAppBase& m_app;
     const int m_number;
+    const std::shared_ptr<Allowance> m_allowance;
     const Hooks m_hooks;
     std::atomic<bool> m_closing{false};
 
     std::mutex m_mutex;  // held for the queue alone
     std::condition_variable m_changed;
     std::deque<Command> m_commands;  // these are guarded by m_mutex
-    size_t m_queuedBytes = 0;
     bool m_stop = false;
     std::optional<MethodCall> m_close;
 

@@ -10,8 +10,12 @@
 
 namespace platform {
 
-HandleTable::HandleTable(dorn::CPlivAppBase& app, HostLoop& loop, const HandleLimits& limits)
-    : m_app(app), m_loop(loop), m_limits(limits) {}
+HandleTable::HandleTable(dorn::CPlivAppBase& app, HostLoop& loop, const HandleLimits& limits,
+                         const std::shared_ptr<Pool>& pool)
+    : m_app(app),
+      m_loop(loop),
+      m_limits(limits),
+      m_everyone(std::make_shared<Everyone>(std::make_shared<Allowance>(pool))) {}
 
 HandleTable::~HandleTable() {
     CloseAll();
@@ -54,8 +58,9 @@ void HandleTable::Start(MethodCall call, const std::shared_ptr<Owner>& owner, st
     };
     const auto reap = [this, number] { m_loop.Post([this, number] { Erase(number); }); };
     try {
-        auto handle = std::make_unique<Handle>(m_app, number, std::move(client), std::move(call),
-                                               Handle::Hooks{release, reap});
+        auto handle =
+            std::make_unique<Handle>(m_app, number, owner->TheAllowance(), std::move(client),
+                                     std::move(call), Handle::Hooks{release, reap});
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_entries.emplace(number, Entry{owner, std::move(handle)});
     } catch (const std::system_error& error) {

@@ -27,7 +27,8 @@ struct HandleLimits {
 // later.
 class HandleTable {
 public:
-    HandleTable(dorn::CPlivAppBase& app, HostLoop& loop, const HandleLimits& limits);
+    HandleTable(dorn::CPlivAppBase& app, HostLoop& loop, const HandleLimits& limits,
+                const std::shared_ptr<Pool>& pool);
     ~HandleTable();  // as CloseAll
 
     void Open(MethodCall call, const std::shared_ptr<Peer>& owner, std::string client);
@@ -64,7 +65,7 @@ private:
     dorn::CPlivAppBase& m_app;
     HostLoop& m_loop;
     const HandleLimits m_limits;
-    const std::shared_ptr<Everyone> m_everyone = std::make_shared<Everyone>();
+    const std::shared_ptr<Everyone> m_everyone;
     bool m_closed = false;
     std::atomic<size_t> m_open{0};  // counted down by the handles' threads
     std::mutex m_mutex;  // held to change the entries, and to look at them off the host thread

@@ -75,12 +75,12 @@ Command NewCommand(MethodCall call, GVariant* parameters, bool isParamList) {
         GVariant* array = nullptr;
         g_variant_get(parameters, "(i&s@as)", &handle, &name, &array);
         const VariantPtr params(array);
-        return {std::move(call), name, true, TextsOf(array)};
+        return {std::move(call), name, true, TextsOf(array), {}};
     }
     const gchar* arguments[4] = {};
     g_variant_get(parameters, "(i&s&s&s&s&s)", &handle, &name, &arguments[0], &arguments[1],
                   &arguments[2], &arguments[3]);
-    return {std::move(call), name, false, {arguments, arguments + 4}};
+    return {std::move(call), name, false, {arguments, arguments + 4}, {}};
 }
 
 // As a message bears it: the types of the arguments one after the other.

@@ -7,24 +7,28 @@
 
 namespace platform {
 
-MethodCall::MethodCall(GDBusMessage* call, std::shared_ptr<Outbox> outbox)
-    : m_call(Share(call)), m_outbox(std::move(outbox)) {}
+namespace {
 
-MethodCall::~MethodCall() {
-    if (m_call) Fail(kErrorClosing, "the handle or the service was closed before the call ran");
+std::string SenderOf(GDBusMessage* call) {
+    const char* sender = g_dbus_message_get_sender(call);
+    return sender ? sender : "";
 }
 
-bool MethodCall::WantsReply() const {
-    return !(g_dbus_message_get_flags(m_call.get()) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
+}  // namespace
+
+MethodCall::MethodCall(GDBusMessage* call, std::shared_ptr<Outbox> outbox)
+    : m_serial(g_dbus_message_get_serial(call)),
+      m_caller(SenderOf(call)),
+      m_wantsReply(!(g_dbus_message_get_flags(call) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED)),
+      m_outbox(std::move(outbox)) {}
+
+MethodCall::~MethodCall() {
+    if (m_outbox) Fail(kErrorClosing, "the handle or the service was closed before the call ran");
 }
 
 void MethodCall::Answer(const char* error, VariantPtr body) {
-    if (WantsReply()) {
-        const char* caller = g_dbus_message_get_sender(m_call.get());
-        m_outbox->PostReply({g_dbus_message_get_serial(m_call.get()), caller ? caller : "", error,
-                             std::move(body)});
-    }
-    m_call.reset();
+    const auto outbox = std::move(m_outbox);
+    if (m_wantsReply) outbox->PostReply({m_serial, std::move(m_caller), error, std::move(body)});
 }
 
 void MethodCall::Return(GVariant* result) {

@@ -13,6 +13,7 @@ namespace platform {
 // client that the service is closing, so that no client ever waits in vain.
 class MethodCall {
 public:
+    // Keeps nothing of the message but what its answer needs.
     MethodCall(GDBusMessage* call, std::shared_ptr<Outbox> outbox);
     ~MethodCall();
     MethodCall(MethodCall&&) = default;
@@ -24,11 +25,12 @@ public:
     void Fail(const char* name, const std::string& text);
 
 private:
-    bool WantsReply() const;
     void Answer(const char* error, VariantPtr body);
 
-    ObjectPtr<GDBusMessage> m_call;  // null once answered
-    std::shared_ptr<Outbox> m_outbox;
+    guint32 m_serial;
+    std::string m_caller;  // empty on a private connection
+    bool m_wantsReply;
+    std::shared_ptr<Outbox> m_outbox;  // null once answered
 };
 
 }  // namespace platform

@@ -2,7 +2,13 @@
 #ifndef PLATFORM_PLIV_HOST_NAMES_H
 #define PLATFORM_PLIV_HOST_NAMES_H
 
+#include <cstddef>
+
 namespace platform {
+
+// Of one call, as it comes. Ten thousand paths of everyday length fit in; GDBus keeps a buffer of
+// the size of the largest for as long as the connection lives.
+constexpr size_t kMaxCallBytes = size_t{1} << 20;
 
 constexpr char kBusName[] = "dorn.ContentsMgr";
 constexpr char kObjectPath[] = "/dorn/PlivHost";

@@ -39,21 +39,24 @@ ByNumber<Outbox>& TheOutboxes() {
 
 }  // namespace
 
-Outbox::Outbox(GDBusConnection* connection, const OutboxLimits& limits, std::string sender,
-               OverflowHandler onOverflow)
+Outbox::Outbox(GDBusConnection* connection, const OutboxLimits& limits,
+               std::shared_ptr<Allowance> allowance, std::string sender, OverflowHandler onOverflow)
     : m_connection(Share(connection)),
       m_limits(limits),
+      m_allowance(std::move(allowance)),
       m_sender(std::move(sender)),
       m_onOverflow(std::move(onOverflow)) {}
 
 Outbox::~Outbox() {
     TheOutboxes().Remove(m_number);
+    m_allowance->GiveBack(m_waitingBytes);
 }
 
 std::shared_ptr<Outbox> Outbox::Create(GDBusConnection* connection, const OutboxLimits& limits,
-                                       std::string sender, OverflowHandler onOverflow) {
-    const std::shared_ptr<Outbox> outbox(
-        new Outbox(connection, limits, std::move(sender), std::move(onOverflow)));
+                                       std::shared_ptr<Allowance> allowance, std::string sender,
+                                       OverflowHandler onOverflow) {
+    const std::shared_ptr<Outbox> outbox(new Outbox(connection, limits, std::move(allowance),
+                                                    std::move(sender), std::move(onOverflow)));
     outbox->m_number = TheOutboxes().Add(outbox);
     outbox->m_filter = g_dbus_connection_add_filter(
         connection, s_Filter, reinterpret_cast<gpointer>(outbox->m_number), nullptr);
@@ -85,7 +88,6 @@ void Outbox::Post(Item item) {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (Takes(item.size, report)) {
-            m_waitingBytes += item.size;
             m_waiting.push_back(std::move(item));
             Pump();
         }
@@ -95,7 +97,8 @@ void Outbox::Post(Item item) {
 
 bool Outbox::Takes(size_t size, bool& isFirstRefusal) {
     if (m_dead) return false;
-    if (m_waitingBytes + size <= m_limits.waitingBytes) {
+    if (m_allowance->Take(size, Allowance::Use::Message)) {
+        m_waitingBytes += size;
         m_overflowing = false;
         return true;
     }
@@ -121,7 +124,7 @@ void Outbox::Pump() {
             m_inFlightBytes += item.size;
             continue;
         }
-        m_waitingBytes -= item.size;
+        Gone(item.size);
         if (!error.Is(G_IO_ERROR, G_IO_ERROR_CLOSED))
             PLATFORM_LOG(kLogTag, LOG_WARNING, "a message could not be sent: %s",
                          error.Text().c_str());
@@ -133,7 +136,7 @@ void Outbox::Written(guint32 serial) {
     std::lock_guard<std::mutex> lock(m_mutex);
     while (!m_inFlight.empty() && m_inFlight.front().serial <= serial) {
         m_inFlightBytes -= m_inFlight.front().size;
-        m_waitingBytes -= m_inFlight.front().size;
+        Gone(m_inFlight.front().size);
         m_inFlight.pop_front();
     }
     if (!m_dead) Pump();
@@ -159,10 +162,15 @@ ObjectPtr<GDBusMessage> Outbox::NewSignal(const Event& event) {
     return message;
 }
 
+void Outbox::Gone(size_t size) {
+    m_waitingBytes -= size;
+    m_allowance->GiveBack(size);
+}
+
 void Outbox::Drop() {
     m_dead = true;
     m_waiting.clear();
-    m_waitingBytes = m_inFlightBytes;
+    Gone(m_waitingBytes - m_inFlightBytes);
 }
 
 void Outbox::Shut() {
@@ -172,11 +180,6 @@ void Outbox::Shut() {
     }
     if (m_filter != 0) g_dbus_connection_remove_filter(m_connection.get(), m_filter);
     m_filter = 0;
-}
-
-size_t Outbox::WaitingBytes() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_waitingBytes;
 }
 
 }  // namespace platform

@@ -11,19 +11,17 @@
 #include <string>
 #include <variant>
 
+#include "PlivHost/Allowance.h"
 #include "PlivHost/GlibPtr.h"
 
 namespace platform {
 
 struct OutboxLimits {
-    // Messages that wait, with the overhead of each. Enough for 100,000 events of everyday size
-    // or one page of 100,000 items, so that only a reader that has stopped gets there.
-    size_t waitingBytes = size_t{64} << 20;
-    // Of these, handed to GDBus already. It needs ten times an event's size for each, and takes
-    // no message back, so it gets few at a time.
+    // Of what waits, handed to GDBus already. It needs ten times an event's size for each, and
+    // takes no message back, so it gets few at a time.
     size_t windowMessages = 64;
     size_t windowBytes = size_t{1} << 20;
-    // Past the limit: give the other end up, or else drop single messages until there is room.
+    // Past the allowance: give the other end up, or else drop single messages until there is room.
     bool endsAtLimit = true;
 };
 
@@ -35,9 +33,10 @@ struct Reply {
     VariantPtr body;              // a tuple, or null for the empty one
 };
 
-// Events and replies in the order in which they were posted. Posting never waits for the reader:
-// past the limit the outbox drops everything, now and later, or what does not fit, and reports it
-// once, or once each time that there had been room.
+// Events and replies in the order in which they were posted, counted to an allowance with the
+// overhead of each. Posting never waits for the reader: past the allowance the outbox drops
+// everything, now and later, or what does not fit, and reports it once, or once each time that
+// there had been room.
 //
 // GDBus says through a filter, on its own thread, when it takes a message off its queue to write
 // it; that moves the window on. Waiting for a flush instead would hold a pool thread for every
@@ -48,7 +47,8 @@ public:
 
     // `sender` is the name that messages bear as their sender; empty when a bus puts it in.
     static std::shared_ptr<Outbox> Create(GDBusConnection* connection, const OutboxLimits& limits,
-                                          std::string sender, OverflowHandler onOverflow);
+                                          std::shared_ptr<Allowance> allowance, std::string sender,
+                                          OverflowHandler onOverflow);
     ~Outbox();
     Outbox(const Outbox&) = delete;
     Outbox& operator=(const Outbox&) = delete;
@@ -60,8 +60,6 @@ public:
 
     // Drops what waits and all that comes later, and lets the connection go. Host thread.
     void Shut();
-
-    size_t WaitingBytes() const;
 
 private:
     struct Event {
@@ -80,8 +78,8 @@ private:
         size_t size;
     };
 
-    Outbox(GDBusConnection* connection, const OutboxLimits& limits, std::string sender,
-           OverflowHandler onOverflow);
+    Outbox(GDBusConnection* connection, const OutboxLimits& limits,
+           std::shared_ptr<Allowance> allowance, std::string sender, OverflowHandler onOverflow);
     static GDBusMessage* s_Filter(GDBusConnection* connection, GDBusMessage* message,
                                   gboolean incoming, gpointer number);
     void Post(Item item);
@@ -89,23 +87,25 @@ private:
     void Written(guint32 serial);
     void Pump();                // under m_mutex
     bool WindowIsFull() const;  // under m_mutex
+    void Gone(size_t size);     // under m_mutex
     void Drop();                // under m_mutex
     ObjectPtr<GDBusMessage> MessageOf(const Item& item) const;
     static ObjectPtr<GDBusMessage> NewSignal(const Event& event);
 
     const ObjectPtr<GDBusConnection> m_connection;
     const OutboxLimits m_limits;
+    const std::shared_ptr<Allowance> m_allowance;
     const std::string m_sender;
     const OverflowHandler m_onOverflow;
     uintptr_t m_number = 0;  // names it to the filter; constant after Create
     guint m_filter = 0;      // host thread
 
-    mutable std::mutex m_mutex;  // held over g_dbus_connection_send_message, to keep the order
+    std::mutex m_mutex;          // held over g_dbus_connection_send_message, to keep the order
     bool m_dead = false;         // these are guarded by m_mutex
     bool m_overflowing = false;  // messages are being dropped
     std::deque<Item> m_waiting;
     std::deque<InFlight> m_inFlight;
-    size_t m_waitingBytes = 0;
+    size_t m_waitingBytes = 0;  // of the allowance: waiting and in flight
     size_t m_inFlightBytes = 0;
 };
 

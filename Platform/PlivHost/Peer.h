@@ -14,8 +14,8 @@ namespace platform {
 class Peer : public Owner {
 public:
     // `name` is where messages go, the client's unique name.
-    Peer(std::shared_ptr<Outbox> outbox, std::string name)
-        : m_outbox(std::move(outbox)), m_name(std::move(name)) {}
+    Peer(std::shared_ptr<Allowance> allowance, std::shared_ptr<Outbox> outbox, std::string name)
+        : Owner(std::move(allowance)), m_outbox(std::move(outbox)), m_name(std::move(name)) {}
 
     void SendEvent(int handle, int kind, std::string name, std::string payload) override {
         m_outbox->PostEvent(m_name, handle, kind, std::move(name), std::move(payload));

@@ -33,9 +33,11 @@ HandleLimits LimitsFor(const ServerOptions& options) {
 }  // namespace
 
 Server::Server(dorn::CPlivAppBase& app, const ServerOptions& options)
-    : m_handles(app, m_loop, LimitsFor(options)), m_interface(m_handles, options.scans) {
-    const TransportParts parts{m_loop, m_handles, m_interface, options.outbox,
-                               options.maxConnections};
+    : m_pool(std::make_shared<Pool>(options.poolBytes)),
+      m_handles(app, m_loop, LimitsFor(options), m_pool),
+      m_interface(m_handles, options.scans) {
+    const TransportParts parts{m_loop,         m_handles, m_interface,
+                               options.outbox, m_pool,    options.maxConnections};
     m_transport = NewTransport(parts, options);
 }
 

@@ -20,6 +20,9 @@ struct ServerOptions {
     std::string socketPath;  // for BusKind::None
     HandleLimits handles;
     OutboxLimits outbox;
+    // What all clients together may make the service hold. A client alone may have a third of it
+    // (64 MiB): 100,000 unread events of everyday size, or a page of 100,000 items.
+    size_t poolBytes = size_t{192} << 20;
     size_t maxConnections = 128;
     ScanReporter scans = [] { return std::vector<ScanProgress>{}; };
 };
@@ -45,6 +48,7 @@ private:
     static gboolean s_Signal(gpointer self);
 
     HostLoop m_loop;
+    const std::shared_ptr<Pool> m_pool;
     HandleTable m_handles;
     Interface m_interface;
     std::vector<SourcePtr> m_signals;

@@ -11,28 +11,12 @@
 #include "Log/Log.h"
 #include "PlivHost/BusStub.h"
 #include "PlivHost/CommandLane.h"
+#include "PlivHost/Handshake.h"
+#include "PlivHost/MessageStream.h"
 #include "PlivHost/Names.h"
 
 namespace platform {
 namespace {
-
-constexpr guint kAuthenticationSeconds = 10;
-
-constexpr auto kConnectionFlags =
-    static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_SERVER |
-                                      G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_REQUIRE_SAME_USER |
-                                      G_DBUS_CONNECTION_FLAGS_DELAY_MESSAGE_PROCESSING);
-
-// The kernel vouches for the peer; the other mechanisms would only leave a key ring behind.
-gboolean AllowMechanism(GDBusAuthObserver*, const gchar* mechanism, gpointer) {
-    return g_strcmp0(mechanism, "EXTERNAL") == 0;
-}
-
-ObjectPtr<GDBusAuthObserver> NewObserver() {
-    ObjectPtr<GDBusAuthObserver> observer(g_dbus_auth_observer_new());
-    g_signal_connect(observer.get(), "allow-mechanism", G_CALLBACK(AllowMechanism), nullptr);
-    return observer;
-}
 
 ObjectPtr<GSocket> SocketOf(UniqueFd file) {
     ObjectPtr<GSocket> socket(g_socket_new_from_fd(file.Get(), nullptr));
@@ -63,8 +47,7 @@ void StartGDBusThread() {
 
 }  // namespace
 
-// One connection, from the moment it is accepted. Owned by the transport; while it is being
-// authenticated GDBus knows it too, so it lives at least until that has ended.
+// One connection, from the moment it is accepted. Owned by the transport.
 class SocketTransport::Client {
 public:
     Client(SocketTransport& transport, GSocketConnection* stream, unsigned long long number)
@@ -74,20 +57,19 @@ public:
     void Authenticate();
     // Ends the connection from our side. Works on a peer that reads nothing, too.
     void Cut();
-    bool IsAuthenticating() const { return m_authenticating; }
 
 private:
-    static void s_Authenticated(GObject* source, GAsyncResult* result, gpointer self);
-    static gboolean s_TooLate(gpointer self);
     static void s_Closed(GDBusConnection* connection, gboolean vanished, GError* error,
                          gpointer self);
+    GSocket* Socket() const { return g_socket_connection_get_socket(m_stream.get()); }
+    bool Connect();
     void Serve();
 
     SocketTransport& m_transport;
     const ObjectPtr<GSocketConnection> m_stream;
     const unsigned long long m_number;
-    bool m_authenticating = false;
-    SourcePtr m_deadline;
+    const std::shared_ptr<LargeCalls> m_largeCalls = std::make_shared<LargeCalls>();
+    std::unique_ptr<Handshake> m_handshake;
     ObjectPtr<GDBusConnection> m_connection;
     gulong m_closedHandler = 0;
     std::shared_ptr<Peer> m_peer;
@@ -96,46 +78,39 @@ private:
     std::unique_ptr<ExportedObject> m_object;
 };
 
-// Without a cancellable, as a thread that waits with one opens a descriptor for it, and where there
-// is none left GLib ends the process. Cut ends the wait by the socket itself.
 void SocketTransport::Client::Authenticate() {
-    m_authenticating = true;
-    m_deadline.reset(g_timeout_source_new_seconds(kAuthenticationSeconds));
-    g_source_set_callback(m_deadline.get(), s_TooLate, this, nullptr);
-    g_source_attach(m_deadline.get(), m_transport.m_parts.loop.Context());
-    g_dbus_connection_new(G_IO_STREAM(m_stream.get()), m_transport.m_guid.get(), kConnectionFlags,
-                          NewObserver().get(), nullptr, s_Authenticated, this);
+    m_handshake = std::make_unique<Handshake>(
+        m_transport.m_parts.loop, Socket(), m_transport.m_guid.get(), [this](bool admitted) {
+            if (admitted && Connect())
+                Serve();
+            else
+                m_transport.Drop(m_number);  // the end of this
+        });
 }
 
-gboolean SocketTransport::Client::s_TooLate(gpointer self) {
-    static_cast<Client*>(self)->Cut();
-    return G_SOURCE_CONTINUE;
+// Without authentication, which is over.
+bool SocketTransport::Client::Connect() {
+    const auto stream = NewMessageStream(Socket(), m_largeCalls);
+    ErrorSlot error;
+    m_connection.reset(g_dbus_connection_new_sync(stream.get(), nullptr,
+                                                  G_DBUS_CONNECTION_FLAGS_DELAY_MESSAGE_PROCESSING,
+                                                  nullptr, nullptr, error.Out()));
+    if (!m_connection) PLATFORM_LOG(kLogTag, LOG_ERROR, "no connection: %s", error.Text().c_str());
+    return m_connection != nullptr;
 }
 
 void SocketTransport::Client::Cut() {
-    g_socket_shutdown(g_socket_connection_get_socket(m_stream.get()), TRUE, TRUE, nullptr);
-}
-
-void SocketTransport::Client::s_Authenticated(GObject*, GAsyncResult* result, gpointer data) {
-    auto* self = static_cast<Client*>(data);
-    self->m_authenticating = false;
-    self->m_deadline.reset();
-    ErrorSlot error;
-    self->m_connection.reset(g_dbus_connection_new_finish(result, error.Out()));
-    if (self->m_connection) {
-        self->Serve();
-        return;
-    }
-    PLATFORM_LOG(kLogTag, DLOG_PRIORITY_TRACE, "a client was not admitted: %s",
-                 error.Text().c_str());
-    self->m_transport.Drop(self->m_number);
+    g_socket_shutdown(Socket(), TRUE, TRUE, nullptr);
 }
 
 void SocketTransport::Client::Serve() {
     const std::string name = ":1." + std::to_string(m_number);
     GDBusConnection* connection = m_connection.get();
     m_closedHandler = g_signal_connect(connection, "closed", G_CALLBACK(s_Closed), this);
-    m_peer = std::make_shared<Peer>(m_transport.NewOutbox(connection, m_number), name);
+    const auto allowance = std::make_shared<Allowance>(m_transport.m_parts.pool);
+    const auto outbox = m_transport.NewOutbox(connection, m_number, allowance);
+    m_largeCalls->AnswerOn(outbox);
+    m_peer = std::make_shared<Peer>(allowance, outbox, name);
     m_transport.m_parts.handles.Join(m_peer);
     m_stub = ExportBusStub(connection, name);
     Interface& object = m_transport.m_parts.object;
@@ -175,13 +150,6 @@ SocketTransport::SocketTransport(const TransportParts& parts, const std::string&
 SocketTransport::~SocketTransport() {
     m_listener.reset();
     g_socket_close(m_file.Socket(), nullptr);
-    for (const auto& entry : m_clients) entry.second->Cut();
-    const auto authenticating = [this] {
-        for (const auto& entry : m_clients)
-            if (entry.second->IsAuthenticating()) return true;
-        return false;
-    };
-    while (authenticating()) g_main_context_iteration(m_parts.loop.Context(), TRUE);
 }
 
 void SocketTransport::Accept(GSocketConnection* stream) {
@@ -200,18 +168,20 @@ void SocketTransport::Drop(unsigned long long number) {
 }
 
 std::shared_ptr<Outbox> SocketTransport::NewOutbox(GDBusConnection* connection,
-                                                   unsigned long long number) {
+                                                   unsigned long long number,
+                                                   const std::shared_ptr<Allowance>& allowance) {
     // Runs on the thread that sent one event too many; the engines are gone before we are.
-    const auto onOverflow = [this, number] {
+    const auto onOverflow = [this, number, allowance] {
         PLATFORM_LOG(kLogTag, LOG_WARNING,
-                     "client :1.%llu does not read its messages, over %zu bytes wait: disconnected",
-                     number, m_parts.outbox.waitingBytes);
+                     "client :1.%llu does not read its messages: disconnected, %zu bytes are still "
+                     "held for it",
+                     number, allowance->Held());
         m_parts.loop.Post([this, number] {
             const auto found = m_clients.find(number);
             if (found != m_clients.end()) found->second->Cut();
         });
     };
-    return Outbox::Create(connection, m_parts.outbox, kPrivateServiceName, onOverflow);
+    return Outbox::Create(connection, m_parts.outbox, allowance, kPrivateServiceName, onOverflow);
 }
 
 }  // namespace platform

@@ -22,7 +22,8 @@ private:
 
     void Accept(GSocketConnection* stream);
     void Drop(unsigned long long number);
-    std::shared_ptr<Outbox> NewOutbox(GDBusConnection* connection, unsigned long long number);
+    std::shared_ptr<Outbox> NewOutbox(GDBusConnection* connection, unsigned long long number,
+                                      const std::shared_ptr<Allowance>& allowance);
 
     TransportParts m_parts;
     SocketFile m_file;

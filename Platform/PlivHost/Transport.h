@@ -16,6 +16,7 @@ struct TransportParts {
     HandleTable& handles;
     Interface& object;
     OutboxLimits outbox;
+    std::shared_ptr<Pool> pool;
     size_t maxConnections;
 };
 

@@ -76,6 +76,19 @@ void CPlivEngineBase::SendEvent(int kind, std::string name, std::string payload)
     if (observer) observer(event);
 }
 
+bool CPlivEngineBase::Hold(size_t bytes) {
+    auto script = fake::Seam::Lock();
+    if (script->held + bytes > script->mayHold) return false;
+    script->held += bytes;
+    return true;
+}
+
+void CPlivEngineBase::LetGo(size_t bytes) {
+    auto script = fake::Seam::Lock();
+    if (bytes > script->held) fake::Die("LetGo", "gives back more than was held");
+    script->held -= bytes;
+}
+
 void CPlivEngineBase::SetReturnValueInteger(std::string& returnValue, int value) {
     returnValue = std::to_string(value);
 }

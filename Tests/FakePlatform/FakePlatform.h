@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <list>
 #include <map>
@@ -95,6 +96,9 @@ struct Script {
     std::unordered_map<const void*, std::unique_ptr<Handle>> live;
     std::unordered_map<const void*, std::unique_ptr<Handle>> dead;
 
+    size_t held = 0;  // by the engines
+    size_t mayHold = SIZE_MAX;
+
     std::vector<LogLine> log;
     std::vector<Event> events;
     std::function<void(const Event&)> observer;
@@ -159,6 +163,10 @@ public:
     // Handles not given back, by the name of their type. Types without any are absent. A handle
     // given back twice or used afterwards ends the test program with a message.
     std::map<std::string, int> LiveHandles() const;
+
+    // ---- what engines hold for their clients ----
+    void LetHold(size_t bytes) { Lock()->mayHold = bytes; }  // all together
+    size_t HeldBytes() const { return Lock()->held; }
 
     // ---- the log ----
     std::vector<LogLine> Log() const { return Lock()->log; }

@@ -137,6 +137,25 @@ TEST_F(HostTest, CommandsThatWaitAreBounded) {
     EXPECT_TRUE(session.IsServed());
 }
 
+TEST_F(HostTest, CommandsAreBoundedInBytesToo) {
+    Start([](platform::ServerOptions& options) { options.poolBytes = size_t{20} << 20; });
+    const Session greedy(Path());
+    const Session other(Path());
+    EXPECT_EQ(greedy.Execute("echo", std::string(1 << 20, 'x')).error, kLimit) << "one alone";
+    EXPECT_EQ(greedy.Execute(std::string(30 << 20, 'n')).error, kLimit);
+    greedy.Send("wait");
+    ASSERT_TRUE(app.gate.WaitForGuests(1));
+    const std::string large(500 * 1000, 'x');
+    for (int i = 0; i < 30; ++i) greedy.Send("echo", large);
+    EXPECT_EQ(greedy.Execute("echo", large).error, kLimit);
+    EXPECT_NE(LogText().find("commands are refused"), std::string::npos);
+    EXPECT_EQ(other.Execute("echo", large).value, large) << "nobody else's";
+    app.gate.Open();
+    ASSERT_TRUE(Until([&] { return app.executed == 10; }))
+        << "the wait, eight of them, the other's";
+    EXPECT_EQ(greedy.Execute("echo", large).value, large) << "what has run counts no longer";
+}
+
 TEST_F(HostTest, AnEngineThatCannotBeMadeIsAnError) {
     Start();
     const auto client = Connect();
