@@ -1,6 +1,7 @@
 #ifndef CONTENTS_MGR_C_CM_TASK_JOB_H
 #define CONTENTS_MGR_C_CM_TASK_JOB_H
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -57,8 +58,13 @@ public:
     void SetInsertDeleteInfo(InsertDeleteInfo info) { m_insertDeleteInfo = std::move(info); }
     InsertDeleteInfo GetInserDeletetInfo() const { return m_insertDeleteInfo; }
 
+    // What is counted for it to its client, in bytes, while it waits and runs. 0: not counted.
+    void SetHeldBytes(size_t bytes) { m_heldBytes = bytes; }
+    size_t GetHeldBytes() const { return m_heldBytes; }
+
 private:
     int m_commandType = -1;
+    size_t m_heldBytes = 0;
     QueryInfo m_queryInfo;
     FetchInfo m_fetchInfo;
     InsertDeleteInfo m_insertDeleteInfo;

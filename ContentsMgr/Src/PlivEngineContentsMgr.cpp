@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "CJsonHelper.h"
+#include "JobSize.h"
 #include "JsonText.h"
 #include "Log.h"
 #include "PlivTaskContentsMgr.h"
@@ -28,6 +29,27 @@ std::vector<std::string> ReadTexts(const Json::Value& array) {
     for (Json::ArrayIndex i = 0; i < array.size(); ++i) texts.push_back(array[i].asString());
     return texts;
 }
+
+// Bytes counted to an engine's client for as long as it lives; false when they are refused.
+class Held {
+public:
+    Held(CPlivEngineBase& engine, size_t bytes)
+        : m_engine(engine), m_bytes(bytes), m_granted(engine.Hold(bytes)) {
+        if (!m_granted)
+            CM_PROGRESS("refused: %zu bytes more than the service may hold for this client", bytes);
+    }
+    ~Held() {
+        if (m_granted) m_engine.LetGo(m_bytes);
+    }
+    Held(const Held&) = delete;
+    Held& operator=(const Held&) = delete;
+    explicit operator bool() const { return m_granted; }
+
+private:
+    CPlivEngineBase& m_engine;
+    const size_t m_bytes;
+    const bool m_granted;
+};
 
 }  // namespace
 
@@ -170,8 +192,9 @@ bool CPlivEngineContentsMgr::m_ExecuteGetStorages(Call& call) {
 
 // The ids are read, so that wrong ones are refused, and dropped: every client gets every event.
 bool CPlivEngineContentsMgr::m_ExecuteSubscription(Call& call) {
+    const Held held(*this, ParsingBytes(call.arg1));
     Json::Value root;
-    if (!ParseJson(call.arg1, root)) return false;
+    if (!held || !ParseJson(call.arg1, root)) return false;
     const Json::Value& ids = root["ids"];
     if (ids.size() == 0) return false;
     static_cast<void>(ReadTexts(ids));
@@ -186,6 +209,11 @@ bool CPlivEngineContentsMgr::m_ExecutePlaceholder(Call& call) {
 }
 
 bool CPlivEngineContentsMgr::m_ExecuteRegisterContents(Call& call) {
+    const Held held(*this, ParsingBytes(call.arg2));
+    if (!held) {
+        m_Return(call, 0);
+        return true;
+    }
     Json::Value root;
     std::vector<std::string> paths;
     if (ParseJson(call.arg2, root)) {
@@ -197,12 +225,17 @@ bool CPlivEngineContentsMgr::m_ExecuteRegisterContents(Call& call) {
         CM_PROGRESS("Failed to parse...\n");
     }
     int requestId = 0;
-    const bool result = m_task->RegisterContents(call.arg1, paths, requestId);
+    const bool result = m_task->RegisterContents(call.arg1, std::move(paths), requestId);
     m_ReturnResult(call, result, requestId);
     return true;
 }
 
 bool CPlivEngineContentsMgr::m_ExecuteUnregisterContents(Call& call) {
+    const Held held(*this, ParsingBytes(call.arg2));
+    if (!held) {
+        m_Return(call, 0);
+        return true;
+    }
     Json::Value root;
     std::vector<std::string> mediaIds;
     if (ParseJson(call.arg2, root))
@@ -210,7 +243,7 @@ bool CPlivEngineContentsMgr::m_ExecuteUnregisterContents(Call& call) {
     else
         CM_PROGRESS("Failed to parse...\n");
     int requestId = 0;
-    const bool result = m_task->UnregisterContents(call.arg1, mediaIds, requestId);
+    const bool result = m_task->UnregisterContents(call.arg1, std::move(mediaIds), requestId);
     m_ReturnResult(call, result, requestId);
     return true;
 }

@@ -48,7 +48,7 @@ public:
     void OnSyncFinished(int result, std::string storageId);
     void OnMediaUpdated(int type, std::string path);  // logged only
     void OnQueryFinished(int result, int count);
-    // A page of media: `items` is copied.
+    // A page of media: `items` is as it was afterwards.
     void OnFetchFinished(int result, int id, Json::Value& items, MediaType type, bool isFirstPage,
                          bool isLastPage);
     // A page of a folder: the event's members are written into the caller's `items`.

@@ -103,8 +103,11 @@ void CPlivEngineContentsMgr::OnFetchFinished(int result, int id, Json::Value& it
     Json::Value payload;
     SetPageMembers(payload, result, id, isFirstPage, isLastPage);
     const char* key = ItemKey(type);
-    if (result == 1 && key) payload[key] = items;
-    SendEvent(EVENT_KIND_CONTENTS, "FETCH_COMPLETED", WriteJson(payload));
+    const bool withItems = result == 1 && key;
+    if (withItems) payload[key].swap(items);  // lent, as pages can be large
+    std::string text = WriteJson(payload);
+    if (withItems) payload[key].swap(items);
+    SendEvent(EVENT_KIND_CONTENTS, "FETCH_COMPLETED", std::move(text));
 }
 
 void CPlivEngineContentsMgr::OnFetchFinished(int result, int id, Json::Value& items,

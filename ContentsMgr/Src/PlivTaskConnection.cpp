@@ -1,5 +1,6 @@
 // The connection to the platform: its services and what they notify.
 #include "Log.h"
+#include "PlivEngineContentsMgr.h"
 #include "PlivTaskContentsMgr.h"
 #include "SyncCompletionWatcher.h"
 #include "USBConnectionWatcher.h"
@@ -73,7 +74,8 @@ bool CPlivTaskContentsMgr::Disconnect() {
     }
     {
         GMutexLock lock(m_queryMutex);
-        m_queries.clear();
+        const size_t bytes = m_queries.Clear();
+        if (auto* engine = m_engine.load()) engine->LetGo(bytes);
     }
     usb_device_fini();
     m_connected = false;

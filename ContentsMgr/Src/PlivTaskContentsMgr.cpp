@@ -1,9 +1,12 @@
 #include "PlivTaskContentsMgr.h"
 
+#include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 #include "LiveTasks.h"
 #include "Log.h"
+#include "PlivEngineContentsMgr.h"
 #include "SyncCompletionWatcher.h"
 #include "USBConnectionWatcher.h"
 
@@ -49,16 +52,22 @@ using JobQueue = CSafeQ<CCMTaskJob>;
 
 // Takes a job off the queue when it has run, also when it ended in an exception: it would stand
 // before all later jobs otherwise.
+template <typename Then>
 class FinishedJob {
 public:
-    FinishedJob(JobQueue& queue, JobQueue::Cursor& cursor) : m_queue(queue), m_cursor(cursor) {}
-    ~FinishedJob() { m_cursor = m_queue.Remove(m_cursor); }
+    FinishedJob(JobQueue& queue, JobQueue::Cursor& cursor, Then then)
+        : m_queue(queue), m_cursor(cursor), m_then(then) {}
+    ~FinishedJob() {
+        m_cursor = m_queue.Remove(m_cursor);
+        m_then();
+    }
     FinishedJob(const FinishedJob&) = delete;
     FinishedJob& operator=(const FinishedJob&) = delete;
 
 private:
     JobQueue& m_queue;
     JobQueue::Cursor& m_cursor;
+    const Then m_then;
 };
 
 }  // namespace
@@ -74,7 +83,7 @@ void CPlivTaskContentsMgr::m_Process() {
             cursor = m_jobs.Skip(cursor);
             continue;
         }
-        const FinishedJob finished(m_jobs, cursor);
+        const FinishedJob finished(m_jobs, cursor, [&] { m_LetJobGo(job); });
         m_RunJob(job);
     }
 }
@@ -98,6 +107,30 @@ void CPlivTaskContentsMgr::m_RunJob(const CCMTaskJob& job) {
             m_UnregisterContents(job.GetInserDeletetInfo());
             break;
     }
+}
+
+// One job runs at a time, so of what running takes only the most is counted, until none is left.
+bool CPlivTaskContentsMgr::m_HoldJob(CCMTaskJob& job, const JobBytes& bytes, size_t more) {
+    auto* engine = m_engine.load();
+    if (!engine) return true;
+    const size_t running = std::max(bytes.running, m_runningBytes);
+    const size_t wanted = bytes.waiting + more + running - m_runningBytes;
+    if (!engine->Hold(wanted)) {
+        CM_PROGRESS("refused: %zu bytes more than the service may hold for this client", wanted);
+        return false;
+    }
+    job.SetHeldBytes(bytes.waiting);
+    m_runningBytes = running;
+    ++m_countedJobs;
+    return true;
+}
+
+void CPlivTaskContentsMgr::m_LetJobGo(const CCMTaskJob& job) {
+    if (job.GetHeldBytes() == 0) return;
+    GMutexLock lock(m_processMutex);
+    size_t bytes = job.GetHeldBytes();
+    if (--m_countedJobs == 0) bytes += std::exchange(m_runningBytes, 0);
+    m_engine.load()->LetGo(bytes);
 }
 
 int CPlivTaskContentsMgr::m_MakeRequestId(int mediaType) {

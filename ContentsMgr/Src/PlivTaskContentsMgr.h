@@ -13,8 +13,10 @@
 #include "CMediaStorage.h"
 #include "CSafeQ.h"
 #include "GMutexLock.h"
+#include "JobSize.h"
 #include "MediaContent.h"
 #include "Pause.h"
+#include "QueryList.h"
 #include "ThreadCM.h"
 #include "UsbDevice.h"
 
@@ -64,6 +66,9 @@ public:
     bool GetStorages(StorageList& out);
 
     // ---- Queries (commands) ----
+
+    // What queues work is refused, with a log line, when the client makes the service hold as much
+    // as it may.
 
     // Registers a query, makes it the current one and queues its count.
     bool Query(std::string storageId, MediaType mediaType, std::string folderPath,
@@ -150,8 +155,12 @@ private:
 
     void m_RunJob(const CCMTaskJob& job);
     // Makes a request id, lets `fill(job, id)` complete the job, queues it and wakes the worker.
+    // False, and nothing has happened, when the client may not make the service hold that.
     template <typename Fill>
-    int m_QueueJob(Fill fill);
+    bool m_QueueJob(const JobBytes& bytes, Fill fill);
+    // Counts the job, and `more` bytes, to the client. The caller holds m_processMutex.
+    bool m_HoldJob(CCMTaskJob& job, const JobBytes& bytes, size_t more);
+    void m_LetJobGo(const CCMTaskJob& job);
     WaitEnd m_WaitForScan(const QueryInfo& query);
     WaitEnd m_PollScan(const QueryInfo& query, const LateFlag& timedOut, const LateFlag& scanned);
     int m_CountCurrent(int queryId, const QueryInfo& query);
@@ -179,10 +188,13 @@ private:
     // Guarded by m_processMutex.
     OwnGMutex m_processMutex;
     int m_requestId = 0;
+    size_t m_countedJobs = 0;   // that wait or run
+    size_t m_runningBytes = 0;  // counted for the largest of these to run: one runs at a time
 
-    // Guarded by m_queryMutex, which is held for one copy.
+    // Guarded by m_queryMutex, which is held for one copy. Changed by commands alone, which so read
+    // it without.
     OwnGMutex m_queryMutex;
-    std::vector<QueryInfo> m_queries;
+    QueryList m_queries;
 
     // Guarded by m_storageMutex, except that Disconnect empties the list without it: that, and the
     // one reader that may then be about, hold m_storageClearMutex for the length of a copy.
@@ -196,17 +208,16 @@ private:
 };
 
 template <typename Fill>
-int CPlivTaskContentsMgr::m_QueueJob(Fill fill) {
-    int requestId = 0;
+bool CPlivTaskContentsMgr::m_QueueJob(const JobBytes& bytes, Fill fill) {
     {
         GMutexLock lock(m_processMutex);
-        requestId = m_MakeRequestId(MEDIA_TYPE_NONE);
         CCMTaskJob job;
-        fill(job, requestId);
+        if (!m_HoldJob(job, bytes, 0)) return false;
+        fill(job, m_MakeRequestId(MEDIA_TYPE_NONE));
         m_jobs.Push(job);
     }
     m_jobSemaphore.Post();
-    return requestId;
+    return true;
 }
 
 }  // namespace dorn

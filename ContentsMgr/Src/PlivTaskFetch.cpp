@@ -50,12 +50,12 @@ bool CPlivTaskContentsMgr::Fetch(int startIndex, int count, int& fetchRequestId)
         CM_PROGRESS(" Error Invalid Parameter \n");
         return false;
     }
-    m_QueueJob([&](CCMTaskJob& job, int id) {
-        fetchRequestId = id;
+    FetchInfo fetch{queryId, startIndex, count, 0};
+    return m_QueueJob(BytesOf(fetch), [&](CCMTaskJob& job, int id) {
+        fetch.fetchRequestId = fetchRequestId = id;
         job.SetCommandType(COMMAND_TYPE_FETCH);
-        job.SetFetchInfo({queryId, startIndex, count, id});
+        job.SetFetchInfo(fetch);
     });
-    return true;
 }
 
 // The page comes from the query that is current now, whichever it was when the page was asked for.

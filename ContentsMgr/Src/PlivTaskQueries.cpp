@@ -59,16 +59,17 @@ bool CPlivTaskContentsMgr::Query(std::string storageId, MediaType mediaType, std
     {
         GMutexLock lock(m_processMutex);
         CM_TRACE(" m_processMutex.Lock() \n");
-        const int id = m_MakeRequestId(mediaType);
-        const QueryInfo query{storageId, mediaType, folderPath, id, syncOption};
+        QueryInfo query{storageId, mediaType, folderPath, 0, syncOption};
         CCMTaskJob job;
+        if (!m_HoldJob(job, BytesOf(query), m_queries.CostOf(query))) return false;
+        query.requestId = m_MakeRequestId(mediaType);
         job.SetCommandType(COMMAND_TYPE_QUERY);
         job.SetQueryInfo(query);
         m_jobs.Push(job);
         // Listed before it is the current one: whoever reads the current id finds its query.
         GMutexLock queryLock(m_queryMutex);
-        m_queries.push_back(query);
-        m_currentQueryId = id;
+        m_queries.Add(query);
+        m_currentQueryId = query.requestId;
     }
     m_jobSemaphore.Post();
     return true;
@@ -77,11 +78,7 @@ bool CPlivTaskContentsMgr::Query(std::string storageId, MediaType mediaType, std
 bool CPlivTaskContentsMgr::m_GetQueryInfo(QueryInfo& info, int requestId) {
     {
         GMutexLock lock(m_queryMutex);
-        for (const QueryInfo& query : m_queries) {
-            if (query.requestId != requestId) continue;
-            info = query;
-            return true;
-        }
+        if (m_queries.Find(requestId, info)) return true;
     }
     CM_PROGRESS(" FAILED TO FIND QueryInfo \n");
     return false;

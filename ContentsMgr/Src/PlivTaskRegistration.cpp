@@ -1,6 +1,7 @@
 // Registration and removal of content.
 #include <cstdlib>
 #include <map>
+#include <utility>
 
 #include "LateFlag.h"
 #include "Log.h"
@@ -50,11 +51,12 @@ bool CPlivTaskContentsMgr::RegisterContents(std::string, std::vector<std::string
         CM_PROGRESS("paths is NULL \n");
         return false;
     }
-    requestId = m_QueueJob([&](CCMTaskJob& job, int id) {
+    InsertDeleteInfo info{0, std::move(paths)};
+    return m_QueueJob(BytesOf(info), [&](CCMTaskJob& job, int id) {
+        info.requestId = requestId = id;
         job.SetCommandType(COMMAND_TYPE_REGISTER);
-        job.SetInsertDeleteInfo({id, paths});
+        job.SetInsertDeleteInfo(std::move(info));
     });
-    return true;
 }
 
 bool CPlivTaskContentsMgr::UnregisterContents(std::string, std::vector<std::string> mediaIds,
@@ -67,11 +69,12 @@ bool CPlivTaskContentsMgr::UnregisterContents(std::string, std::vector<std::stri
         CM_PROGRESS(" MeidaIds is NULL \n");
         return false;
     }
-    requestId = m_QueueJob([&](CCMTaskJob& job, int id) {
+    InsertDeleteInfo info{0, std::move(mediaIds)};
+    return m_QueueJob(BytesOf(info), [&](CCMTaskJob& job, int id) {
+        info.requestId = requestId = id;
         job.SetCommandType(COMMAND_TYPE_UNREGISTER);
-        job.SetInsertDeleteInfo({id, mediaIds});
+        job.SetInsertDeleteInfo(std::move(info));
     });
-    return true;
 }
 
 // A long list does not hold up the end of the engine: what is left then is not reported either.

@@ -250,6 +250,27 @@ TEST_F(QueryTest, AScanThatNeverEndsTimesOut) {
     EXPECT_EQ(platform.CompleteFolderScans(), 1);
 }
 
+// The scan ends inside the call, which lasts until the time-out has been brought: when the worker
+// looks, both bytes are set.
+TEST_F(QueryTest, AScanThatEndsTogetherWithTheTimeOutIsLate) {
+    TempFolder folder;
+    FillFolder(folder);
+    platform.SetScanStatus("DISK", MEDIA_STORAGE_SCAN_RUNNING);
+    platform.OnCall("media_content_scan_folder", [] {
+        Gate later;
+        const auto open = [](gpointer gate) -> gboolean {
+            static_cast<Gate*>(gate)->Open();
+            return G_SOURCE_REMOVE;
+        };
+        g_timeout_add_full(G_PRIORITY_LOW, dorn::ScanTimeoutMilliseconds() + 1, open, &later,
+                           nullptr);
+        later.Wait();
+    });
+    ConnectedRig rig;
+    ASSERT_TRUE(rig.task.Query("DISK", dorn::MEDIA_TYPE_FOLDER, folder.Path(), ""));
+    EXPECT_EQ(platform.WaitForEvent("QUERY_COMPLETED").payload, "{\"result\":-10}\n");
+}
+
 TEST_F(QueryTest, AFolderQueryEndsWithItsFolderScan) {
     dorn::SetPauseUnit(std::chrono::milliseconds(100));
     TempFolder folder;
