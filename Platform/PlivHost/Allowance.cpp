@@ -9,8 +9,8 @@ namespace platform {
 namespace {
 
 // A client may have one such part of what is free.
-size_t Parts(Allowance::Use use) {
-    return use == Allowance::Use::Message ? 2 : 4;
+size_t Parts(Use use) {
+    return use == Use::Message ? 2 : 4;
 }
 
 }  // namespace
@@ -21,24 +21,29 @@ Allowance::~Allowance() {
     m_pool->held -= m_held;
 }
 
+// Two pages of a thousand photos, or a dozen everyday commands.
+bool Allowance::IsLittle(Use use) const {
+    const size_t held = m_heldFor[static_cast<size_t>(use)];
+    return (use == Use::Message && held <= size_t{1} << 20) ||
+           (use == Use::Call && held <= size_t{16} << 10);
+}
+
 // Counted first, so that two threads never both get what is left once.
 bool Allowance::Take(size_t bytes, Use use) {
-    if (bytes > m_pool->size) {
-        NoteRefusal(bytes);
-        return false;
-    }
+    m_heldFor[static_cast<size_t>(use)] += bytes;
     const size_t own = m_held += bytes;
     const size_t all = m_pool->held += bytes;
-    if (all <= m_pool->size && own * Parts(use) <= m_pool->size - all) {
-        if (use == Use::Command) m_refusing = false;
+    if ((all <= m_pool->size && own <= (m_pool->size - all) / Parts(use)) || IsLittle(use)) {
+        if (use != Use::Message) m_refusing = false;
         return true;
     }
-    GiveBack(bytes);
-    if (use == Use::Command) NoteRefusal(bytes);
+    GiveBack(bytes, use);
+    if (use != Use::Message) NoteRefusal(bytes);
     return false;
 }
 
-void Allowance::GiveBack(size_t bytes) {
+void Allowance::GiveBack(size_t bytes, Use use) {
+    m_heldFor[static_cast<size_t>(use)] -= bytes;
     m_held -= bytes;
     m_pool->held -= bytes;
 }
@@ -53,11 +58,11 @@ void Allowance::NoteRefusal(size_t bytes) {
 }
 
 Charge::Charge(std::shared_ptr<Allowance> allowance, size_t bytes) : m_bytes(bytes) {
-    if (allowance->Take(bytes, Allowance::Use::Command)) m_allowance = std::move(allowance);
+    if (allowance->Take(bytes, Use::Call)) m_allowance = std::move(allowance);
 }
 
 Charge::~Charge() {
-    if (m_allowance) m_allowance->GiveBack(m_bytes);
+    if (m_allowance) m_allowance->GiveBack(m_bytes, Use::Call);
 }
 
 Charge::Charge(Charge&& other) noexcept

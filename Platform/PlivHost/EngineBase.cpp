@@ -16,7 +16,7 @@ struct CPlivEngineBase::Impl {
 CPlivEngineBase::CPlivEngineBase() : m_impl(std::make_unique<Impl>()) {}
 
 CPlivEngineBase::~CPlivEngineBase() {
-    if (m_impl->allowance) m_impl->allowance->GiveBack(m_impl->held);
+    if (m_impl->allowance) m_impl->allowance->GiveBack(m_impl->held, platform::Use::Work);
 }
 
 void CPlivEngineBase::Destroy() {
@@ -35,7 +35,7 @@ void CPlivEngineBase::SendEvent(int kind, std::string name, std::string payload)
 
 bool CPlivEngineBase::Hold(size_t bytes) {
     if (!m_impl->allowance) return true;
-    if (!m_impl->allowance->Take(bytes, platform::Allowance::Use::Command)) return false;
+    if (!m_impl->allowance->Take(bytes, platform::Use::Work)) return false;
     m_impl->held += bytes;
     return true;
 }
@@ -43,7 +43,7 @@ bool CPlivEngineBase::Hold(size_t bytes) {
 void CPlivEngineBase::LetGo(size_t bytes) {
     if (!m_impl->allowance) return;
     m_impl->held -= bytes;
-    m_impl->allowance->GiveBack(bytes);
+    m_impl->allowance->GiveBack(bytes, platform::Use::Work);
 }
 
 void CPlivEngineBase::SetReturnValueInteger(std::string& returnValue, int value) {

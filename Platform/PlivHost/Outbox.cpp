@@ -49,7 +49,7 @@ Outbox::Outbox(GDBusConnection* connection, const OutboxLimits& limits,
 
 Outbox::~Outbox() {
     TheOutboxes().Remove(m_number);
-    m_allowance->GiveBack(m_waitingBytes);
+    m_allowance->GiveBack(m_waitingBytes, Use::Message);
 }
 
 std::shared_ptr<Outbox> Outbox::Create(GDBusConnection* connection, const OutboxLimits& limits,
@@ -97,7 +97,7 @@ void Outbox::Post(Item item) {
 
 bool Outbox::Takes(size_t size, bool& isFirstRefusal) {
     if (m_dead) return false;
-    if (m_allowance->Take(size, Allowance::Use::Message)) {
+    if (m_allowance->Take(size, Use::Message)) {
         m_waitingBytes += size;
         m_overflowing = false;
         return true;
@@ -164,7 +164,7 @@ ObjectPtr<GDBusMessage> Outbox::NewSignal(const Event& event) {
 
 void Outbox::Gone(size_t size) {
     m_waitingBytes -= size;
-    m_allowance->GiveBack(size);
+    m_allowance->GiveBack(size, Use::Message);
 }
 
 void Outbox::Drop() {

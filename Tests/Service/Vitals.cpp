@@ -43,6 +43,7 @@ Vitals ReadVitals(pid_t process) {
     const fs::path folder = FolderOf(process);
     Vitals vitals;
     vitals.residentKiB = NumberIn(folder / "status", "VmRSS:");
+    vitals.peakKiB = NumberIn(folder / "status", "VmHWM:");
     vitals.privateKiB = NumberIn(folder / "status", "RssAnon:");
     vitals.threads = NumberIn(folder / "status", "Threads:");
     vitals.descriptors = static_cast<long>(EntriesOf(folder / "fd").size());

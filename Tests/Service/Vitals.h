@@ -12,6 +12,7 @@ namespace test {
 
 struct Vitals {
     long residentKiB = 0;  // all resident pages
+    long peakKiB = 0;      // the most that they have been
     long privateKiB = 0;   // of these, memory of its own: heap and stacks
     long threads = 0;
     long descriptors = 0;
