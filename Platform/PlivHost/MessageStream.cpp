@@ -169,11 +169,35 @@ gssize WriteNonblocking(GPollableOutputStream* stream, const void* from, gsize s
                                        FALSE, nullptr, error);
 }
 
+// The socket itself, at once and on the calling thread: what GDBus does not free in time must not
+// keep a descriptor.
+template <typename Stream>
+void Close(Stream* stream, GSocket* socket, GAsyncReadyCallback done, gpointer data) {
+    g_socket_close(socket, nullptr);
+    const ObjectPtr<GTask> task(g_task_new(stream, nullptr, done, data));
+    g_task_return_boolean(task.get(), TRUE);
+}
+template <typename Stream>
+gboolean FinishClose(Stream*, GAsyncResult* result, GError** error) {
+    return g_task_propagate_boolean(G_TASK(result), error);
+}
+void CloseInput(GInputStream* stream, int, GCancellable*, GAsyncReadyCallback done, gpointer data) {
+    Close(stream, ReaderOf(stream).Socket(), done, data);
+}
+void CloseOutput(GOutputStream* stream, int, GCancellable*, GAsyncReadyCallback done,
+                 gpointer data) {
+    Close(stream, SocketOf(stream), done, data);
+}
+
 void InitInput(gpointer itsClass, gpointer) {
     G_OBJECT_CLASS(itsClass)->finalize = FinalizeInput;
+    G_INPUT_STREAM_CLASS(itsClass)->close_async = CloseInput;
+    G_INPUT_STREAM_CLASS(itsClass)->close_finish = FinishClose<GInputStream>;
 }
 void InitOutput(gpointer itsClass, gpointer) {
     G_OBJECT_CLASS(itsClass)->finalize = FinalizeOutput;
+    G_OUTPUT_STREAM_CLASS(itsClass)->close_async = CloseOutput;
+    G_OUTPUT_STREAM_CLASS(itsClass)->close_finish = FinishClose<GOutputStream>;
 }
 void InitPollableInput(gpointer interface, gpointer) {
     auto* pollable = static_cast<GPollableInputStreamInterface*>(interface);
