@@ -80,11 +80,14 @@ Answer Await(HelperProcess& helper, uint32_t number, Clock::time_point deadline,
     }
 }
 
-// Waits for the answers of a whole request, in as many messages as the helper likes.
-Answer AwaitAll(HelperProcess& helper, const ExtractRequest& request, Clock::time_point deadline,
-                const Account& account, ExtractAnswer& all) {
+// Waits for the answers of a whole request, in as many messages as the helper likes; each sets the
+// deadline anew. `since` is when the last one came.
+Answer AwaitAll(HelperProcess& helper, const ExtractRequest& request, const Account& account,
+                ExtractAnswer& all, Clock::time_point& since) {
     while (all.files.size() < request.files.size()) {
         ExtractAnswer part;
+        since = Clock::now();
+        const Clock::time_point deadline = since + milliseconds(request.deadlineMs);
         const Answer outcome = Await(helper, request.number, deadline, account, part);
         if (outcome != Answer::GOOD) return outcome;
         if (part.files.empty() || part.files.size() > request.files.size() - all.files.size())
@@ -224,14 +227,13 @@ Answer ExtractorPool::Impl::Ask(HelperProcess& helper, Batch& batch, const Accou
     } while (batch.request.number == 0);
     if (!helper.Send(EncodeRequest(batch.request), batch.fds)) return Answer::NOT_SENT;
     helper.CountFiles(batch.fds.size());
-    const Clock::time_point begin = Clock::now();
-    const Clock::time_point deadline = begin + milliseconds(options.deadlineMs);
-    const Answer outcome = AwaitAll(helper, batch.request, deadline, account, answer);
+    Clock::time_point since;
+    const Answer outcome = AwaitAll(helper, batch.request, account, answer, since);
     if (!account.lost) return outcome;
     if (outcome == Answer::GOOD)
         account.lost->MakeUp(batch.fds.size());
     else if (outcome != Answer::CANCELLED)
-        account.lost->Lose(std::chrono::ceil<milliseconds>(Clock::now() - begin).count());
+        account.lost->Lose(std::chrono::ceil<milliseconds>(Clock::now() - since).count());
     return outcome;
 }
 

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -33,6 +34,8 @@ constexpr long RETIRE_KILOBYTES = 4 * 1024 * 1024;
 #else
 constexpr long RETIRE_KILOBYTES = 160 * 1024;
 #endif
+
+constexpr std::chrono::milliseconds SAY_SOMETHING(50);
 
 int Fail(const char* what) {
     std::fprintf(stderr, "contents-mgr-extract: %s\n", what);
@@ -102,13 +105,21 @@ void ReadInto(AnswerEncoder& answer, const ExtractRequest::File& wanted, const U
     answer.Add(read, metadata);
 }
 
-// Each file is closed before it is answered for: who has the answer may unmount the storage.
+// Each file is closed before it is answered for: who has the answer may unmount the storage. What
+// is ready goes out every now and then: on a slow machine a whole request takes long, and whoever
+// waits takes a helper that says nothing for one that is stuck.
 bool AnswerRequest(const ExtractRequest& request, Files files) {
+    using Clock = std::chrono::steady_clock;
     AnswerEncoder answer(request.number);
+    Clock::time_point sent = Clock::now();
     for (size_t i = 0; i < files.size(); ++i) {
         ReadInto(answer, request.files[i], files[i]);
         files[i].Close();
-        if (answer.IsFull() && i + 1 < files.size() && !Send(answer.Take(false))) return false;
+        if (i + 1 == files.size() || (!answer.IsFull() && Clock::now() - sent < SAY_SOMETHING))
+            continue;
+        if (!Send(answer.Take(false))) return false;
+        SetAlarm(request.deadlineMs);
+        sent = Clock::now();
     }
     const bool retiring = HasGrown();
     return Send(answer.Take(retiring)) && !retiring;

@@ -23,7 +23,7 @@ namespace platform {
 namespace {
 
 constexpr int KILL_WAIT_MS = 1000;
-constexpr std::chrono::milliseconds BUSY(200);  // of processor time over one request
+constexpr std::chrono::milliseconds BUSY(200);  // of processor time without an answer
 constexpr int LOWEST_PRIORITY = 19;
 
 // Children that were killed and have not ended yet.
@@ -156,7 +156,7 @@ std::chrono::nanoseconds HelperProcess::ProcessorTime() const {
 }
 
 bool HelperProcess::GiveWayIfBusy() {
-    if (!m_hasGivenWay && ProcessorTime() - m_timeAtSend > BUSY)
+    if (!m_hasGivenWay && ProcessorTime() - m_timeAtMessage > BUSY)
         m_hasGivenWay = setpriority(PRIO_PROCESS, static_cast<id_t>(m_pid), LOWEST_PRIORITY) == 0;
     return m_hasGivenWay;
 }
@@ -177,7 +177,7 @@ bool HelperProcess::Send(const std::string& bytes, const std::vector<int>& fds) 
     header->cmsg_len = CMSG_LEN(length);
     std::memcpy(CMSG_DATA(header), fds.data(), length);
     ssize_t sent = 0;
-    m_timeAtSend = ProcessorTime();
+    m_timeAtMessage = ProcessorTime();
     // One request is on its way at a time: the socket has room for it.
     do {
         sent = sendmsg(m_socket.Get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -195,6 +195,7 @@ HelperProcess::Wait HelperProcess::Receive(std::string& bytes, Clock::time_point
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) return Wait::NOTHING;
     if (got <= 0 || static_cast<size_t>(got) > MAX_ANSWER) return Wait::GONE;
     bytes.resize(static_cast<size_t>(got));
+    m_timeAtMessage = ProcessorTime();
     return Wait::MESSAGE;
 }
 

@@ -37,8 +37,8 @@ public:
     // Waits for one message until `until`; longer ones than MAX_ANSWER count as GONE.
     Wait Receive(std::string& bytes, Clock::time_point until);
 
-    // Looks how long the helper has computed since the last Send; after a fifth of a second it gets
-    // the lowest priority, for good. True from then on.
+    // Looks how long the helper has computed since the last message either way; after a fifth of a
+    // second it gets the lowest priority, for good. True from then on.
     bool GiveWayIfBusy();
     bool HasGivenWay() const { return m_hasGivenWay; }
 
@@ -54,7 +54,7 @@ private:
     UniqueFd m_pidFd;
     UniqueFd m_socket;
     int m_filesRead = 0;
-    std::chrono::nanoseconds m_timeAtSend{0};
+    std::chrono::nanoseconds m_timeAtMessage{0};
     bool m_hasGivenWay = false;
 };
 
