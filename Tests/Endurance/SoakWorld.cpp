@@ -26,8 +26,7 @@ SoakWorld::SoakWorld(const fs::path& folder, const fs::path& samples) : sticks(f
     sticks.Add("PHOTOS", samples / "photos");
     sticks.Add("MIXED", samples / "large");
     sticks.Add("OTHER", samples / "large");
-    MakeSamples("--hostile", samples / "hostile");
-    sticks.Add("HOSTILE", samples / "hostile");
+    sticks.Make("HOSTILE", "--hostile");
     for (const char* name : {"hanging1.wav", "hanging2.wav", "hanging3.wav"}) {
         const fs::path song = sticks.PathOf("HOSTILE") / name;
         std::ofstream(song) << "RIFF\xff\xff\xff\x7fWAVE";  // and then a hole
@@ -40,18 +39,22 @@ bool SoakWorld::Learn(const std::string& atSocket) {
     socket = atSocket;
     for (const Json::Value& storage : MediaClient(socket).Storages())
         if (!storage["id"].asString().empty()) storages.push_back(storage["id"].asString());
-    for (const auto& entry : fs::recursive_directory_iterator(sticks.Root())) {
+    for (const std::string& name : names)
+        if (name != "HOSTILE") LearnPaths(name);
+    return storages.size() == names.size() && !files.empty();
+}
+
+void SoakWorld::LearnPaths(const std::string& name) {
+    for (const auto& entry : fs::recursive_directory_iterator(sticks.PathOf(name))) {
         const std::string path = ClientPath(sticks.Root(), entry.path().string());
         if (!g_utf8_validate(path.c_str(), -1, nullptr)) continue;
         if (entry.is_directory()) folders.push_back(path);
-        // What a scan lists by itself: the counts are compared at the end. Two sticks have folders
+        // What a scan lists by itself: the counts are compared at the end. One stick has folders
         // and names that it leaves out.
         const std::string ending = entry.path().extension().string();
-        if (entry.is_regular_file() && (ending == ".jpg" || ending == ".mp3") &&
-            path.find("/ALL/") == std::string::npos && path.find("/HOSTILE/") == std::string::npos)
+        if (entry.is_regular_file() && (ending == ".jpg" || ending == ".mp3") && name != "ALL")
             files.push_back(path);
     }
-    return storages.size() == names.size() && !files.empty();
 }
 
 std::vector<std::string> SoakWorld::CountAll() {

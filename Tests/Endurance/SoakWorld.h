@@ -31,6 +31,9 @@ public:
     std::vector<std::string> files;
     Ledger ledger;
     std::atomic<bool> stop{false};
+
+private:
+    void LearnPaths(const std::string& name);
 };
 
 }  // namespace test

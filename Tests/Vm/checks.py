@@ -355,6 +355,8 @@ def starts_with_sticks_in(device, new):
     sticks = [device.stick("fat").plug(), device.stick("ext4").plug()]
     device.appear(["HOLIDAY", "PHOTOS"])
     ids = device.ids("HOLIDAY")
+    for line in device.run("contentsctl -b system storages").splitlines():
+        print(f"    | {line}")
 
     def is_as_before(what):
         device.appear(["HOLIDAY", "PHOTOS"])
