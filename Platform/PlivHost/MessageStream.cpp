@@ -244,16 +244,17 @@ ObjectPtr<GOutputStream> NewOutput(GSocket* socket) {
 void LargeCalls::Refuse(guint32 serial, size_t size) {
     PLATFORM_LOG(kLogTag, LOG_WARNING, "a call of %zu bytes is refused", size);
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_outbox)
-        Answer(*m_outbox, serial);
-    else
+    if (!m_answering)
         m_early.push_back(serial);
+    else if (const auto outbox = m_outbox.lock())
+        Answer(*outbox, serial);
 }
 
-void LargeCalls::AnswerOn(std::shared_ptr<Outbox> outbox) {
+void LargeCalls::AnswerOn(const std::shared_ptr<Outbox>& outbox) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_outbox = std::move(outbox);
-    for (const guint32 serial : std::exchange(m_early, {})) Answer(*m_outbox, serial);
+    m_outbox = outbox;
+    m_answering = true;
+    for (const guint32 serial : std::exchange(m_early, {})) Answer(*outbox, serial);
 }
 
 void LargeCalls::Answer(Outbox& outbox, guint32 serial) {

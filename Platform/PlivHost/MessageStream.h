@@ -16,13 +16,15 @@ class LargeCalls {
 public:
     void Refuse(guint32 serial, size_t size);
     // Where the answers go, from now on and for the calls that came before.
-    void AnswerOn(std::shared_ptr<Outbox> outbox);
+    void AnswerOn(const std::shared_ptr<Outbox>& outbox);
 
 private:
     static void Answer(Outbox& outbox, guint32 serial);
 
     std::mutex m_mutex;
-    std::shared_ptr<Outbox> m_outbox;  // guarded by m_mutex, as below
+    // Weak: it holds the connection, which holds the stream, which holds this.
+    std::weak_ptr<Outbox> m_outbox;
+    bool m_answering = false;  // guarded by m_mutex, as below
     std::vector<guint32> m_early;
 };
 

@@ -47,7 +47,7 @@ def make_content(folder, maker):
             os.makedirs(os.path.join(content, place))
             shutil.copy(song, os.path.join(content, place, name))
     shutil.copy(os.path.join(content, "IMG_0001.jpg"), os.path.join(content, "写真", "桜.jpg"))
-    subprocess.run([maker, "--photos", os.path.join(folder, "many"), "3000"], check=True,
+    subprocess.run([maker, "--photos", os.path.join(folder, "many"), "600"], check=True,
                    stdout=subprocess.DEVNULL)
 
 
