@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # Builds and runs everything that must hold: house rules, then the tests plain, under
-# AddressSanitizer and UBSan, and under ThreadSanitizer, and the package in a virtual machine. Ends in
-# a line 'N passed, N failed'.
+# AddressSanitizer and UBSan, and under ThreadSanitizer. Ends in a line 'N passed, N failed'.
 # Usage: test.sh [PRESET...]   (dev asan tsan by default)
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 2
@@ -73,24 +72,6 @@ run_preset() {
     failed=$((failed + bad))
 }
 
-# The package on a real kernel. Where there is no QEMU it says so, and that is no failure.
-run_machine() {
-    local log counts status=0
-    log=$(mktemp)
-    echo "== virtual machine"
-    scripts/vm-test.sh 2>&1 | tee "$log" || status=${PIPESTATUS[0]}
-    counts=$(grep -oE '^[0-9]+ passed, [0-9]+ failed$' "$log" | tail -1)
-    rm -f "$log"
-    if [ -n "$counts" ]; then
-        passed=$((passed + ${counts%% *}))
-        counts=${counts#*, }
-        failed=$((failed + ${counts%% *}))
-    elif [ "$status" -ne 77 ]; then
-        echo "test: the virtual machine's tests did not end" >&2
-        failed=$((failed + 1))
-    fi
-}
-
 count "formatting" check_format
 count "layers" scripts/check-layers.sh
 count "the check of the layers" scripts/check-layers-test.sh
@@ -101,7 +82,6 @@ if [ $# -eq 0 ]; then
     count "fuzzing, a few seconds a target" quietly scripts/fuzz.sh 3
     # Whether they run and have every row: what they measure beside other work says little.
     count "the benchmarks" quietly scripts/bench.sh --quick
-    run_machine
 fi
 
 echo "$passed passed, $failed failed"
