@@ -2,7 +2,10 @@
 // hostile, clients and metadata helpers are killed, others read nothing of what they asked for, and
 // others ask for as much as they can. Afterwards the
 // service must be as small as before, and know what it knew.
+#include <sys/prctl.h>
+
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <map>
 #include <random>
@@ -112,8 +115,10 @@ int main(int argc, char** argv) {
         {"--victim", test::RunVictim},
         {"--slow", test::RunSlowReader},
         {"--greedy", test::RunGreedy}};
-    if (words.size() == 3 && clients.count(words[0]))
+    if (words.size() == 3 && clients.count(words[0])) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);  // a soak that is killed leaves none behind
         return clients.at(words[0])(words[1], words[2]);
+    }
     return test::RunWith(words, {"seconds", 1800, 4},
                          [](const test::RunOptions& options) { return test::Soak(options).Run(); });
 }
