@@ -17,6 +17,10 @@ public:
     MediaFilter& operator=(const MediaFilter&) = delete;
 
     bool Create() { return media_filter_create(&m_handle) == 0; }
+    void Destroy() {
+        m_task.m_DestroyFilter(m_handle);
+        Forget();
+    }
     void Forget() { m_forgotten = true; }  // nothing was made and nobody is to hear of it
     operator media_filter_h() const { return m_handle; }
 

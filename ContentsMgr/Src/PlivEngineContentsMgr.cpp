@@ -22,12 +22,23 @@ int ToInteger(const std::string& text) {
     return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
 }
 
-// The texts of an array; empty when the member is missing. Throws at elements that are no texts.
-std::vector<std::string> ReadTexts(const Json::Value& array) {
+// The texts of an array, each as `take` returns it; empty when the member is missing. Throws at the
+// first element that is no text, after those before it were taken.
+template <typename Take>
+std::vector<std::string> ReadTexts(const Json::Value& array, Take take) {
     std::vector<std::string> texts;
     if (array.isNull()) return texts;
-    for (Json::ArrayIndex i = 0; i < array.size(); ++i) texts.push_back(array[i].asString());
+    for (Json::ArrayIndex i = 0; i < array.size(); ++i) texts.push_back(take(array[i].asString()));
     return texts;
+}
+
+std::string AsItIs(std::string text) {
+    return text;
+}
+
+std::string ToDevicePath(const std::string& path) {
+    CM_PROGRESS("fullPath = %s\n", path.c_str());
+    return CJsonHelper::ConvertUsbBasePath(path, CM_CONVERT_TO_DEVICE_PATH);
 }
 
 // Bytes counted to an engine's client for as long as it lives; false when they are refused.
@@ -197,7 +208,7 @@ bool CPlivEngineContentsMgr::m_ExecuteSubscription(Call& call) {
     if (!held || !ParseJson(call.arg1, root)) return false;
     const Json::Value& ids = root["ids"];
     if (ids.size() == 0) return false;
-    static_cast<void>(ReadTexts(ids));
+    static_cast<void>(ReadTexts(ids, AsItIs));
     m_Return(call, 0);
     return true;
 }
@@ -216,14 +227,10 @@ bool CPlivEngineContentsMgr::m_ExecuteRegisterContents(Call& call) {
     }
     Json::Value root;
     std::vector<std::string> paths;
-    if (ParseJson(call.arg2, root)) {
-        for (const std::string& path : ReadTexts(root["fullpaths"])) {
-            CM_PROGRESS("fullPath = %s\n", path.c_str());
-            paths.push_back(CJsonHelper::ConvertUsbBasePath(path, CM_CONVERT_TO_DEVICE_PATH));
-        }
-    } else {
+    if (ParseJson(call.arg2, root))
+        paths = ReadTexts(root["fullpaths"], ToDevicePath);
+    else
         CM_PROGRESS("Failed to parse...\n");
-    }
     int requestId = 0;
     const bool result = m_task->RegisterContents(call.arg1, std::move(paths), requestId);
     m_ReturnResult(call, result, requestId);
@@ -239,7 +246,7 @@ bool CPlivEngineContentsMgr::m_ExecuteUnregisterContents(Call& call) {
     Json::Value root;
     std::vector<std::string> mediaIds;
     if (ParseJson(call.arg2, root))
-        mediaIds = ReadTexts(root["ids"]);
+        mediaIds = ReadTexts(root["ids"], AsItIs);
     else
         CM_PROGRESS("Failed to parse...\n");
     int requestId = 0;

@@ -21,24 +21,30 @@ bool CPlivTaskContentsMgr::Connect() {
         CM_PROGRESS("failed to usb_device_init \n");
         return false;
     }
-    {
-        GMutexLock lock(m_storageMutex);
-        m_storages.clear();
-        if (!m_GetStorages(m_storages)) return m_CloseAfterFailedConnect();
+    if (!m_ListStoragesAnew()) {
+        m_CloseAfterFailedConnect();
+        return false;
     }
     m_StartWatchers();
     m_connected = true;
     return true;
 }
 
-// The database first; while it will not let go, the USB service is left as it is.
-bool CPlivTaskContentsMgr::m_CloseAfterFailedConnect() {
+bool CPlivTaskContentsMgr::m_ListStoragesAnew() {
+    GMutexLock lock(m_storageMutex);
+    m_storages.clear();
+    if (m_GetStorages(m_storages)) return true;
     CM_PROGRESS(" failed to m_GetStorages() \n");
+    return false;
+}
+
+// The database first; while it will not let go, the USB service is left as it is. Without the
+// storage mutex: the close may wait for a report that wants it.
+void CPlivTaskContentsMgr::m_CloseAfterFailedConnect() {
     if (media_content_disconnect() == 0)
         usb_device_fini();
     else
         CM_PROGRESS("failed to Media_content_disconnect");
-    return false;
 }
 
 // The watchers take what is registered for their class when they are made: no other engine may

@@ -164,7 +164,8 @@ private:
     WaitEnd m_WaitForScan(const QueryInfo& query);
     WaitEnd m_PollScan(const QueryInfo& query, const LateFlag& timedOut, const LateFlag& scanned);
     int m_CountCurrent(int queryId, const QueryInfo& query);
-    bool m_CloseAfterFailedConnect();
+    bool m_ListStoragesAnew();
+    void m_CloseAfterFailedConnect();
     void m_StartWatchers();
     bool m_PairStorages(const std::vector<usb_device_s*>& sticks, StorageList& list);
     bool m_PairOnce(const std::vector<usb_device_s*>& sticks, StorageList& list, bool& complete);

@@ -127,8 +127,8 @@ bool CPlivTaskContentsMgr::m_GetMediaCount(int& count, QueryInfo query) {
 }
 
 bool CPlivTaskContentsMgr::m_GetFolderId(std::string& folderId, QueryInfo query) {
-    MediaFilter filter(*this);
     FolderList folders;
+    MediaFilter filter(*this);
     if (!filter.Create()) {
         CM_PROGRESS("FAILED TO media_filter_create ");
         return true;
@@ -165,6 +165,7 @@ bool CPlivTaskContentsMgr::m_GetFolderCount(int& count, QueryInfo query) {
     DirectoryReader reader(query.folderPath);
     if (!reader.IsOpen()) {
         CM_PROGRESS("FAILED TO OPEN DIR");
+        count = 0;
         return false;
     }
     DirectoryReader::Step step;
@@ -172,7 +173,10 @@ bool CPlivTaskContentsMgr::m_GetFolderCount(int& count, QueryInfo query) {
     reader.Close();
     if (step != DirectoryReader::Step::End)
         CM_PROGRESS("Failed while reading entries!!, %s", query.folderPath.c_str());
-    if (step == DirectoryReader::Step::Error) return false;
+    if (step == DirectoryReader::Step::Error) {
+        count = 0;
+        return false;
+    }
     CM_TRACE("Count is %d", count);
     return true;
 }

@@ -112,6 +112,7 @@ bool CPlivTaskContentsMgr::m_PairOnce(const std::vector<usb_device_s*>& sticks, 
                                       bool& complete) {
     MediaFilter filter(*this);
     if (!filter.Create()) {
+        filter.Destroy();
         CM_PROGRESS("[m_GetStorages] - failed to media_filter_create");
         return false;
     }
@@ -220,6 +221,7 @@ bool CPlivTaskContentsMgr::m_PairDevice(usb_device_s* device, const std::string&
                                         StorageList& list, bool& found) {
     MediaFilter filter(*this);
     if (!filter.Create()) {
+        filter.Destroy();
         CM_PROGRESS("[m_AddStorage] - failed to media_filter_create");
         return false;
     }
@@ -241,6 +243,7 @@ bool CPlivTaskContentsMgr::m_GetStorageInfo(usb_device_s* device,
                                             boost::shared_ptr<CMediaStorage>& out) {
     MediaFilter filter(*this);
     if (!filter.Create()) {
+        filter.Forget();
         CM_PROGRESS("failed to media_filter_create");
         return false;
     }

@@ -143,7 +143,8 @@ TEST_F(ConnectionTest, EachFailingCallOfConnect) {
         {"usb_device_get_device_list", 2, false, 0, 0,
          {"[usbListSize of usb_device_get_device_list camera is [-2003]\n",
          " Error Type is -2003 \n", " failed to m_GetStorages() \n"}, 10},
-        {"media_filter_create", 1, false, 0, 0, {"[m_GetStorages] - failed to media_filter_create",
+        {"media_filter_create", 1, false, 0, 0, {"FAILED TO media_filter_destroy",
+         "[m_GetStorages] - failed to media_filter_create",
          " failed to m_GetStorages() \n"}},
         {"usb_device_list_get_count", 0, true, 1, 1, {}},
         {"usb_device_list_get_first", 1, true, 1, 1, {" FAILED TO usb_device_list_get_first \n"}},
@@ -172,8 +173,12 @@ TEST_F(ConnectionTest, EachFailingCallOfConnect) {
         EXPECT_TRUE(HasThreads(kRigThreads + (c.connects ? 2 : 0)));
         EXPECT_EQ(platform.Connections(), c.connections);
         EXPECT_EQ(platform.UsbUsers(), c.usbUsers);
-        for (const std::string& message : c.messages)
-            EXPECT_TRUE(platform.HasLog(kProgress, message)) << message;
+        const Strings logged = platform.Messages(kProgress);
+        auto from = logged.begin();
+        for (const std::string& message : c.messages) {
+            from = std::find(from, logged.end(), message);
+            EXPECT_NE(from, logged.end()) << message << " in its order";
+        }
         EXPECT_EQ(platform.CountLog(kListFailed), c.listFailures);
         EXPECT_TRUE(platform.LiveHandles().empty());
         CPlivTaskContentsMgr::StorageList list;
@@ -261,8 +266,9 @@ TEST_F(ConnectionTest, OneDevicesStorageIsLookedUp) {
     platform.Fail("media_storage_get_path", 0, MEDIA_CONTENT_ERROR_DB_FAILED);
     EXPECT_FALSE(rig.task.m_GetStorageInfo(device, storage)) << "none matched";
     platform.Fail("media_filter_create", 0, MEDIA_CONTENT_ERROR_DB_FAILED);
+    platform.ForgetLog();
     EXPECT_FALSE(rig.task.m_GetStorageInfo(device, storage));
-    EXPECT_TRUE(platform.HasLog(kProgress, "failed to media_filter_create"));
+    EXPECT_EQ(platform.Messages(kProgress), Strings{"failed to media_filter_create"});
     EXPECT_FALSE(rig.task.m_AddStorage(nullptr, StoragesOf(rig.task)));
     EXPECT_TRUE(platform.HasLog(kProgress, " m_AddStorage usb_device is null\n"));
     rig.task.m_DestroyUSBList(devices);

@@ -49,6 +49,10 @@ TEST_F(EngineTest, CommandsAreLoggedAsTheyStartAndEnd) {
         if (c.handled) messages.push_back(name + "Executed(0)");
         EXPECT_EQ(platform.Messages(kProgress), messages);
     }
+    platform.ForgetLog();
+    EXPECT_ANY_THROW(Command(engine, "RegisterContents", "S1", R"({"fullpaths":["a",{},"b"]})"));
+    EXPECT_TRUE(platform.HasLog(kProgress, "fullPath = a\n")) << "what was read before";
+    EXPECT_FALSE(platform.HasLog(kProgress, "fullPath = b\n"));
     EXPECT_EQ(Command(engine, "Connect").value, "1");
     EXPECT_TRUE(platform.HasLog("[Connect] CMD Executed(1)"));
     std::string value;

@@ -4,20 +4,18 @@
 
 namespace dorn {
 
-DefaultContextLoop::DefaultContextLoop() : m_loop(g_main_loop_new(nullptr, FALSE)) {}
-
-DefaultContextLoop::~DefaultContextLoop() {
-    g_main_loop_unref(m_loop);
-}
-
 void DefaultContextLoop::Run() {
+    GMainLoop* const loop = g_main_loop_new(nullptr, FALSE);
     bool stopping = false;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
+        m_loop = loop;
         stopping = m_stopping;
     }
-    if (!stopping) g_main_loop_run(m_loop);
+    if (!stopping) g_main_loop_run(loop);
     std::lock_guard<std::mutex> lock(m_mutex);
+    m_loop = nullptr;
+    g_main_loop_unref(loop);
     m_over = true;
     m_changed.notify_all();
 }
@@ -28,7 +26,7 @@ void DefaultContextLoop::Stop() {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_stopping = true;
     while (!m_over) {
-        g_main_loop_quit(m_loop);
+        if (m_loop) g_main_loop_quit(m_loop);
         m_changed.wait_for(lock, std::chrono::milliseconds(2), [this] { return m_over; });
     }
 }

@@ -13,12 +13,11 @@ namespace dorn {
 // for all.
 class DefaultContextLoop {
 public:
-    DefaultContextLoop();
-    ~DefaultContextLoop();  // after Run has returned
+    DefaultContextLoop() = default;
     DefaultContextLoop(const DefaultContextLoop&) = delete;
     DefaultContextLoop& operator=(const DefaultContextLoop&) = delete;
 
-    // Runs until Stop, on the calling thread. Once.
+    // Makes the loop and runs it until Stop, on the calling thread. Once.
     void Run();
 
     // Ends Run and returns when it is over; also when Run is still to come. A dispatch that is
@@ -26,11 +25,11 @@ public:
     void Stop();
 
 private:
-    GMainLoop* m_loop;
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    bool m_stopping = false;  // guarded by m_mutex
-    bool m_over = false;      // guarded by m_mutex
+    GMainLoop* m_loop = nullptr;  // guarded by m_mutex; while Run runs
+    bool m_stopping = false;      // guarded by m_mutex
+    bool m_over = false;          // guarded by m_mutex
 };
 
 }  // namespace dorn

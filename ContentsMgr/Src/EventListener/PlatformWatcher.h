@@ -22,12 +22,16 @@ protected:
         m_userData = s_pUser_data;
     }
 
-    // What the watchers of this kind made from now on register; answers how often that was set.
-    static gint32 Store(Callback callback, void* userData) {
+    // How often a callback was set, this time included.
+    static gint32 CountRegistration() {
+        GMutexLock lock(s_classMutex);
+        return ++s_registerCount;
+    }
+    // What the watchers of this kind made from now on register.
+    static void Store(Callback callback, void* userData) {
         GMutexLock lock(s_classMutex);
         s_pfunc = callback;
         s_pUser_data = userData;
-        return ++s_registerCount;
     }
 
     // Returns when the callback is registered.

@@ -5,9 +5,9 @@
 namespace dorn {
 
 void USBConnectionWatcher::SetUsbConnectedCallback(Callback callback, void* userData) {
-    const gint32 count = Store(callback, userData);
-    CM_TRACE("CALLED COUNT: %d, CB ADDR: %p, USER DATA : %p \n", count,
+    CM_TRACE("CALLED COUNT: %d, CB ADDR: %p, USER DATA : %p \n", CountRegistration(),
              reinterpret_cast<void*>(callback), userData);
+    Store(callback, userData);
 }
 
 USBConnectionWatcher::USBConnectionWatcher() {
