@@ -56,7 +56,6 @@ void CPlivTaskContentsMgr::m_StartWatchers() {
     SyncCompletionWatcher::SetSyncCompletionCallback(s_SyncCompletedCallback, this);
     m_syncWatcher = std::make_unique<SyncCompletionWatcher>();
     m_usbWatcher = std::make_unique<USBConnectionWatcher>();
-    m_listening = true;
 }
 
 bool CPlivTaskContentsMgr::Disconnect() {
@@ -66,7 +65,6 @@ bool CPlivTaskContentsMgr::Disconnect() {
     }
     // A notification that is being worked on ends its pauses, so that the watchers can end.
     m_endPairing.Raise();
-    m_listening = false;
     m_usbWatcher.reset();
     m_syncWatcher.reset();
     m_endPairing.Clear();

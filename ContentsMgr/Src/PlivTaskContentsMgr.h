@@ -178,7 +178,6 @@ private:
     std::atomic<CPlivEngineContentsMgr*> m_engine{nullptr};
     std::atomic<bool> m_connected{false};
     std::atomic<bool> m_running{true};
-    std::atomic<bool> m_listening{false};  // the watchers run, so time-outs are dispatched
     StopSignal m_stop;                     // raised for good by the destructor
     StopSignal m_endPairing;               // raised while notifications are being shut off
     SemphoreCM m_jobSemaphore;             // posted once per queued job

@@ -1,5 +1,6 @@
 // Queries, counts, and the wait for a scan.
 #include <boost/shared_ptr.hpp>
+#include <chrono>
 
 #include "CJsonHelper.h"
 #include "CMediaContentFolder.h"
@@ -237,16 +238,18 @@ CPlivTaskContentsMgr::WaitEnd CPlivTaskContentsMgr::m_WaitForScan(const QueryInf
     return m_PollScan(query, timedOut, scanned);
 }
 
-// Once a second: a scan's end is no notification of this worker's. Ends as timed out, too, when
-// the watchers are gone meanwhile: no main loop may be left to bring the time-out.
+// Once a second: a scan's end is no notification of this worker's. Once the watchers are gone no
+// main loop may be left to bring the time-out: the same minute ends by the steady clock then.
 CPlivTaskContentsMgr::WaitEnd CPlivTaskContentsMgr::m_PollScan(const QueryInfo& query,
                                                                const LateFlag& timedOut,
                                                                const LateFlag& scanned) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(ScanTimeoutMilliseconds());
     const bool isFolder = query.mediaType == MEDIA_TYPE_FOLDER;
     for (;;) {
         int status = MEDIA_STORAGE_SCAN_STOPPED;
         if (!isFolder) status = ScanStatus(query.storageId);
-        const bool expired = timedOut.IsSet() || !m_listening;
+        const bool expired = timedOut.IsSet() || Clock::now() >= deadline;
         if (scanned.IsSet() && !expired) return WaitEnd::Complete;
         if (expired) {
             CM_PROGRESS(" TimeOut Occured \n");

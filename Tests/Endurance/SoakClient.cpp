@@ -82,12 +82,12 @@ void SoakClient::Join() {
     if (!m_connected) m_ledger.Wrong("Connect failed");
 }
 
-// "Disconnect" ends the waits for scans: what is owed comes at once, and nothing after it.
+// What is owed comes first, and nothing after "Disconnect".
 void SoakClient::Leave() {
     if (!m_client) return;
+    WaitForOwed([this] { return IsSettled(); });
     if (m_connected && Command("Disconnect") != 1) m_ledger.Wrong("Disconnect failed");
     m_connected = false;
-    WaitForOwed([this] { return IsSettled(); });
     const std::string error = m_client->Close(m_handle);
     if (!error.empty()) m_ledger.Wrong("Close: " + error);
     TakeEvents();
