@@ -85,7 +85,8 @@ class Device:
         self.until("no folder", f"[ -z \"$(ls -A {ROOT})\" ]")
         self.until("no storage", f"[ -z \"$({CTL} storages)\" ]")
         self.until("no helper", f"! {HELPERS}")
-        failed = self.run("systemctl --failed --no-legend --plain")
+        failed = self.run("systemctl --failed --no-legend --plain | while read -r unit _; do "
+                          "systemctl show -p Id,Result,ExecStart,ExecStopPost $unit; done")
         expect("no failed unit", not failed, failed)
 
     # What a client hears: `monitor --json` has run since the installation.
@@ -110,16 +111,16 @@ class Device:
             time.sleep(0.2)
 
     def journal(self, since, *options):
-        return self.run(f"journalctl -q --no-pager -o cat --after-cursor={shlex.quote(since)} "
-                        f"{' '.join(options)}").splitlines()
+        return self.run(f"journalctl -q --no-pager -o cat --since={since} {' '.join(options)}").splitlines()
 
-    def cursor(self):
-        return self.run("journalctl -q -n 0 --show-cursor").split("cursor: ")[1].strip()
+    # Not a cursor: behind one journalctl passes over the first line that its other options select.
+    def now(self):
+        return self.run("date +@%s.%6N").strip()
 
     def process(self):
         """Restarts, descriptors, KiB of its own, of the service."""
         text = self.run("pid=$(systemctl show -P MainPID contents-mgr); systemctl show -P NRestarts contents-mgr; "
-                        "ls /proc/$pid/fd | wc -l; sed -n 's/^RssAnon: *\\([0-9]*\\).*/\\1/p' /proc/$pid/status")
+                        "ls /proc/$pid/fd | wc -l; awk '/^RssAnon:/ {print $2}' /proc/$pid/status")
         return [int(number) for number in text.split()]
 
 
@@ -163,11 +164,11 @@ def kind_of_stick(name, label, kind, text):
         expect("sizes of what has gone", (gone["totalSize"], gone["availableSize"]) == ("0", "0"), gone)
         expect("its id", gone["id"] == storage["id"] != "", gone)
         device.nothing_left()
-        cursor = device.cursor()
+        since = device.now()
         stick.plug()
         expect("the same storage", device.appears(label)["id"] == storage["id"])
         expect("the same items", device.ids(label) == ids)
-        done = [line for line in device.journal(cursor, *UNITS) if "is complete" in line]
+        done = [line for line in device.journal(since, *UNITS) if "is complete" in line]
         expect("nothing is read again", any(" 0 of them read" in line for line in done), done)
         stick.pull()
         device.nothing_left()
@@ -218,10 +219,10 @@ def card_reader(device):
                f"truncate -s 8M {card}; mkfs.vfat -n CARD {card} >/dev/null")
     lun = "/sys/kernel/config/usb_gadget/reader/functions/mass_storage.0/lun.0"
     device.until("the reader", "lsblk -dno TRAN | grep -q usb")
-    cursor = device.cursor()
+    since = device.now()
     device.run("udevadm settle; sleep 3")
     device.nothing_left()
-    expect("no line for an empty slot", not device.journal(cursor, *UNITS), device.journal(cursor, *UNITS))
+    expect("no line for an empty slot", not device.journal(since, *UNITS), device.journal(since, *UNITS))
     for _ in range(2):
         device.run(f"echo {card} >{lun}/file")
         device.appears("CARD")
@@ -233,12 +234,12 @@ def card_reader(device):
 def not_for_us(device):
     """Nothing to be had: no storage, one clear line, no failed unit."""
     for name, word in ("unknown", "no known file system"), ("broken", "ext4"), ("luks", "encrypted"):
-        cursor = device.cursor()
+        since = device.now()
         stick = device.stick(name).plug()
-        device.until(name, f"journalctl -q -o cat --after-cursor={shlex.quote(cursor)} {' '.join(UNITS)} | "
+        device.until(name, f"journalctl -q -o cat --since={since} {' '.join(UNITS)} | "
                            "grep 'not mounted'")
         device.run("udevadm settle; sleep 1")
-        lines = device.journal(cursor, "-p", "warning", *UNITS)
+        lines = device.journal(since, "-p", "warning", *UNITS)
         expect("one line", len(lines) == 1 and word in lines[0], lines)
         expect("no storage", not device.storages())
         stick.pull()
@@ -260,14 +261,14 @@ def camera(device):
 
 def visit_in_the_journal(device):
     """What one stick's visit writes, with a client listening."""
-    cursor = device.cursor()
+    since = device.now()
     stick = device.stick("fat").plug()
     device.mark()
     device.appears("HOLIDAY")
     device.hears("SYNC_COMPLETED")
     stick.pull()
     device.nothing_left()
-    lines = device.journal(cursor, *UNITS)
+    lines = device.journal(since, *UNITS)
     print("\n".join("    | " + line for line in lines))
     expect("less than 20 lines", 3 < len(lines) < 20, len(lines))
     expect("no second time stamp", not any(re.match(r"\d{4}-\d\d-\d\d", line) for line in lines))
@@ -319,14 +320,28 @@ def plugs_and_pulls(device):
     chance = random.Random(14)
     sticks = [device.stick(name) for name in ("fat", "exfat", "ext4", "many")]
     labels = ["HOLIDAY", "Übersee", "PHOTOS", "MANY"]
-    for stick in sticks:
-        stick.plug()
-    device.appear(labels)
-    device.count("MANY")
-    before = device.process()
+
+    def all_in():
+        for which in range(4):
+            if not inside[which]:
+                sticks[which].plug()
+                inside[which] = True
+        device.appear(labels)
+        counts = [device.count(label) for label in labels]
+        expect("counts", counts == [PHOTOS] * 3 + [MANY], counts)
+
+    def all_out():
+        for which in range(4):
+            sticks[which].pull()
+            inside[which] = False
+        device.nothing_left()
+        return device.process()
+
+    inside = [False] * 4
+    all_in()
+    before = all_out()
     device.run("(while [ ! -e /run/enough ]; do for s in HOLIDAY PHOTOS MANY; do "
                f"timeout 30 {CTL} --no-wait query $s photo --limit 100; {CTL} storages; done; done) >/dev/null 2>&1 &")
-    inside = [True] * 4
     for _ in range(100):
         which = chance.randrange(4)
         if inside[which]:
@@ -336,16 +351,9 @@ def plugs_and_pulls(device):
         inside[which] = not inside[which]
         time.sleep(chance.choice((0, 0.05, 0.3, 1)))
     device.run("touch /run/enough")
-    for which in range(4):
-        if not inside[which]:
-            sticks[which].plug()
-    device.appear(labels)
-    counts = [device.count(label) for label in labels]
-    expect("counts", counts == [PHOTOS] * 3 + [MANY], counts)
-    after = device.process()
-    for stick in sticks:
-        stick.pull()
-    device.nothing_left()
+    device.until("the client's end", "! pgrep -f no-wai[t]")
+    all_in()
+    after = all_out()
     print(f"    | restarts, descriptors, KiB: {before} -> {after}")
     expect("no restart", after[0] == before[0])
     expect("descriptors", after[1] <= before[1] + 1, (before, after))
@@ -386,7 +394,7 @@ def starts_with_sticks_in(device, new):
 
 def rights(device):
     call = ("gdbus call --system --dest dorn.ContentsMgr --object-path /dorn/PlivHost "
-            "--method dorn.PlivHost1.OpenLasting test")
+            "--method dorn.PlivHost1.Open test")
     device.run("useradd -M stranger; useradd -M -G contents-mgr friend")
     status, text = device.run(f"setpriv --reuid=stranger --regid=stranger --clear-groups {call}", check=False)
     expect("a stranger is refused by the bus", status != 0 and "AccessDenied" in text, text)
@@ -462,7 +470,7 @@ def main():
                     check(device)
                     passed += 1
                     print(f"pass  {name} ({time.monotonic() - begin:.0f} s)", flush=True)
-                except (Failed, ValueError, KeyError) as error:
+                except (Failed, ValueError, LookupError) as error:
                     failed += 1
                     print(f"FAIL  {name}: {type(error).__name__}: {error}", flush=True)
                     print(device.run("journalctl -q --no-pager -n 400 | grep -v CONTENTS_MANAGER_PLIV | tail -15", check=False)[1], flush=True)
