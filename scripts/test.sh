@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs everything that must hold: house rules, then the tests plain, under
-# AddressSanitizer and UBSan, and under ThreadSanitizer. Ends in a line 'N passed, N failed'.
+# AddressSanitizer and UBSan, and under ThreadSanitizer, then the package on a real kernel in a
+# virtual machine. Ends in a line 'N passed, N failed'.
 # Usage: test.sh [PRESET...]   (dev asan tsan by default)
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 2
@@ -72,6 +73,27 @@ run_preset() {
     failed=$((failed + bad))
 }
 
+# The checks in the virtual machine; skipped where QEMU cannot be installed.
+run_machine() {
+    local log status counts
+    echo "== machine"
+    log=$(mktemp)
+    scripts/vm-test.sh 2>&1 | tee "$log"
+    status=${PIPESTATUS[0]}
+    counts=$(grep -oE '^[0-9]+ passed, [0-9]+ failed$' "$log" | tail -1)
+    rm -f "$log"
+    if [ "$status" -eq 77 ]; then
+        echo "test: SKIPPED: the machine" >&2
+    elif [ -z "$counts" ]; then
+        echo "test: the machine ran no check" >&2
+        failed=$((failed + 1))
+    else
+        passed=$((passed + ${counts%% *}))
+        counts=${counts#*, }
+        failed=$((failed + ${counts%% *}))
+    fi
+}
+
 count "formatting" check_format
 count "layers" scripts/check-layers.sh
 count "the check of the layers" scripts/check-layers-test.sh
@@ -82,6 +104,7 @@ if [ $# -eq 0 ]; then
     count "fuzzing, a few seconds a target" quietly scripts/fuzz.sh 3
     # Whether they run and have every row: what they measure beside other work says little.
     count "the benchmarks" quietly scripts/bench.sh --quick
+    run_machine
 fi
 
 echo "$passed passed, $failed failed"
