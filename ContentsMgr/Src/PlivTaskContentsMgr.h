@@ -178,9 +178,9 @@ private:
     std::atomic<CPlivEngineContentsMgr*> m_engine{nullptr};
     std::atomic<bool> m_connected{false};
     std::atomic<bool> m_running{true};
-    StopSignal m_stop;                     // raised for good by the destructor
-    StopSignal m_endPairing;               // raised while notifications are being shut off
-    SemphoreCM m_jobSemaphore;             // posted once per queued job
+    StopSignal m_stop;          // raised for good by the destructor
+    StopSignal m_endPairing;    // raised while notifications are being shut off
+    SemphoreCM m_jobSemaphore;  // posted once per queued job
     CSafeQ<CCMTaskJob> m_jobs;
     std::atomic<int> m_currentQueryId{0};
     std::atomic<gint64> m_usbEventStart{0};  // packed seconds and microseconds; logging only
