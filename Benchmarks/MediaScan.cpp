@@ -156,6 +156,7 @@ Round Measure(const std::string& library, const std::vector<File>& files) {
     const double cpu = CpuSeconds();
     round.first = Seconds([&] {
         platform::StorageMounted(storage);
+        platform::StorageContentChanged(library, {});
         WaitForScans();
     });
     WaitForHelpers();
@@ -186,6 +187,7 @@ void MountAt(const std::string& path) {
     platform::MountedStorage storage;
     storage.uuid = storage.mountPath = path;
     platform::StorageMounted(storage);
+    platform::StorageContentChanged(path, {});
 }
 
 // Seconds for a first scan of the library, beside the other storage if there is one.

@@ -11,6 +11,7 @@
 
 #include "MediaContent/Activity.h"
 #include "MediaContent/Extract/Extractor.h"
+#include "MediaContent/WorkerPool.h"
 #include "MediaContent/Writer.h"
 
 namespace platform {

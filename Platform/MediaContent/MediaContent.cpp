@@ -41,10 +41,6 @@ void StorageMounted(const MountedStorage& storage) {
     Service::Get().Mounted(storage);
 }
 
-void StorageAnnounced(const std::string& mountPath) {
-    Service::Get().Announced(mountPath);
-}
-
 void StorageUnmounted(const std::string& mountPath) {
     Service::Get().Unmounted(mountPath);
 }

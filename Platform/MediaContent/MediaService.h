@@ -24,22 +24,19 @@ struct MountedStorage {
     int partition = 0;      // with the serial stands in for a missing uuid
     std::string label;      // of the partition, the file system's own bytes
     std::string mountPath;  // absolute
-    bool announced = true;  // false: receivers of device changes are still to be told of it
 };
 
 // Told by the USB service. When StorageMounted returns, the storage's record is in the database
-// (while the service is connected; otherwise at the next connection) and its scan is queued.
+// (while the service is connected; otherwise at the next connection, which scans it too). Its scan
+// starts with StorageContentChanged, once it has been told to the receivers of device changes.
 // StorageUnmounted hides the storage and cancels its scan; it returns when no file of it is held
 // open any more. Mounting the same path again replaces what was known of it. Any thread.
 void StorageMounted(const MountedStorage& storage);
 void StorageUnmounted(const std::string& mountPath);
 
-// The receivers of device changes have been told of a storage that was mounted unannounced. Until
-// then the end of its scan is not reported: nobody would know the storage yet. Any thread.
-void StorageAnnounced(const std::string& mountPath);
-
 // Something below a mounted storage's root has changed: look at these again, soon and in a batch.
-// A path may be a file or a folder, present or gone. An empty list means "anything".
+// A path may be a file or a folder, present or gone. An empty list means
+// "anything": the whole storage is scanned.
 void StorageContentChanged(const std::string& mountPath, const std::vector<std::string>& paths);
 
 struct ScanProgress {

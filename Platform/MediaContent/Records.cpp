@@ -1,42 +1,30 @@
 #include "MediaContent/Records.h"
 
+#include <boost/intrusive/set.hpp>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <tuple>
-#include <unordered_map>
-
-#include "MediaContent/BlockPool.h"
 
 namespace platform {
 namespace {
 
-static_assert(sizeof(media_info_s) % alignof(std::max_align_t) == 0);
-
 std::atomic<int64_t> liveRecords{0};
+
+struct NumberOf {
+    using type = int64_t;
+    const type& operator()(const media_info_s& record) const { return record.number; }
+};
 
 // Weak: a record leaves the table with its last holder.
 struct RecordTable {
     std::mutex mutex;
-    std::unordered_map<int64_t, media_info_s*> byNumber;
+    boost::intrusive::set<media_info_s, boost::intrusive::key_of_value<NumberOf>> byNumber;
 };
 
 // Never destroyed: handles may be given back until the very end of the process.
 RecordTable& Table() {
     static RecordTable* table = new RecordTable;
     return *table;
-}
-
-#ifdef __SANITIZE_ADDRESS__
-constexpr bool POOLED = false;  // the sanitizer is to see each record by itself
-#else
-constexpr bool POOLED = true;
-#endif
-
-// Never destroyed, as the table.
-BlockPool& Blocks() {
-    static BlockPool* pool = new BlockPool(sizeof(media_info_s));
-    return *pool;
 }
 
 // A record whose count has reached 0 is being destroyed by another thread.
@@ -69,8 +57,7 @@ void Forget(media_info_s* record) {
     {
         RecordTable& table = Table();
         std::lock_guard<std::mutex> lock(table.mutex);
-        const auto found = table.byNumber.find(record->number);
-        if (found != table.byNumber.end() && found->second == record) table.byNumber.erase(found);
+        if (record->is_linked()) table.byNumber.erase(table.byNumber.iterator_to(*record));
     }
     delete record;
 }
@@ -96,8 +83,8 @@ MediaRecord ShareRecord(int64_t number, int64_t revision, const std::string& id,
     RecordTable& table = Table();
     MediaRecord held;  // let go of after the lock
     std::lock_guard<std::mutex> lock(table.mutex);
-    media_info_s*& known = table.byNumber[number];
-    if (known && TryHold(*known)) held = MediaRecord(known, false);
+    const auto known = table.byNumber.find(number);
+    if (known != table.byNumber.end() && TryHold(*known)) held = MediaRecord(&*known, false);
     if (held && IsOfRow(*held, revision, id, folderPath)) return held;
     auto made = std::make_unique<media_info_s>(number, revision);
     made->texts.Add(id);
@@ -107,8 +94,9 @@ MediaRecord ShareRecord(int64_t number, int64_t revision, const std::string& id,
         held->revision = revision;
         return held;
     }
-    known = made.release();
-    return MediaRecord(known);
+    if (known != table.byNumber.end()) table.byNumber.erase(known);
+    table.byNumber.insert(*made);
+    return MediaRecord(made.release());
 }
 
 int64_t LiveRecords() {
@@ -124,17 +112,6 @@ void intrusive_ptr_release(StorageRecord* record) {
 }
 
 }  // namespace platform
-
-void* media_info_s::operator new(size_t size) {
-    return platform::POOLED ? platform::Blocks().Take() : ::operator new(size);
-}
-
-void media_info_s::operator delete(void* record) {
-    if (platform::POOLED)
-        platform::Blocks().Give(record);
-    else
-        ::operator delete(record);
-}
 
 media_info_s::media_info_s(int64_t itemNumber, int64_t itemRevision)
     : number(itemNumber), revision(itemRevision) {

@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <boost/container/small_vector.hpp>
+#include <boost/intrusive/set_hook.hpp>
 #include <boost/intrusive_ptr.hpp>
 #include <cstdint>
 #include <functional>
@@ -66,15 +67,13 @@ private:
 
 }  // namespace platform
 
-// Filled in by whoever makes it; never changed once it is shared.
-struct media_info_s {
+// Filled in by whoever makes it; never changed once it is shared. The hook is its place in the
+// table that finds records.
+struct media_info_s : boost::intrusive::set_base_hook<> {
     media_info_s(int64_t itemNumber, int64_t itemRevision);
     ~media_info_s();
     media_info_s(const media_info_s&) = delete;
     media_info_s& operator=(const media_info_s&) = delete;
-    // From a pool of their own: those that are kept for ever would keep the heap from shrinking.
-    static void* operator new(size_t size);
-    static void operator delete(void* record);
 
     const int64_t number;
     int64_t revision;  // of the row when it was last found to hold just this; the table's lock

@@ -291,7 +291,6 @@ void Service::Mounted(const MountedStorage& storage) {
     std::lock_guard<std::mutex> lifecycle(m_lifecycle);
     const auto mount = std::make_shared<Mount>();
     mount->path = WithoutSlash(storage.mountPath);
-    mount->announced = storage.announced;
     mount->realPath = WithoutSlash(RealPath(storage.mountPath));
     if (mount->realPath.empty()) mount->realPath = mount->path;
     mount->identity = ChooseIdentity(storage, mount->path);
@@ -300,17 +299,13 @@ void Service::Mounted(const MountedStorage& storage) {
     mount->name = storage.label.empty() ? LastPart(mount->path) : storage.label;
     TellMounted(*mount);
     const SessionPtr session = Current();
-    int error = 0;
     try {
         if (session) Record(*session, *mount);
     } catch (...) {
-        error = ReportFailure("StorageMounted", session.get());
+        ReportFailure("StorageMounted", session.get());
     }
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_mounts.push_back(mount);
-    }
-    if (session && error == 0) StartFullScan(session, mount);
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_mounts.push_back(mount);
 }
 
 void Service::Unmounted(const std::string& mountPath) {

@@ -43,7 +43,6 @@ public:
 
     void Mounted(const MountedStorage& storage);
     void Unmounted(const std::string& mountPath);
-    void Announced(const std::string& mountPath);
     void Changed(const std::string& mountPath, const std::vector<std::string>& paths);
     std::vector<ScanProgress> Scans();
 

@@ -1,7 +1,6 @@
 // The service's work on files: scans, and single items that clients add and remove.
 #include <errno.h>
 #include <fcntl.h>
-#include <malloc.h>
 #include <sys/stat.h>
 #include <time.h>
 
@@ -15,6 +14,7 @@
 #include "MediaContent/Extract/MediaTypes.h"
 #include "MediaContent/Paths.h"
 #include "MediaContent/Service.h"
+#include "Process/Heap.h"
 
 namespace platform {
 namespace {
@@ -86,19 +86,12 @@ void Service::RunFullScan(const SessionPtr& session, const ActivityPtr& activity
     // The session outlives its workers.
     session->workers.Submit(nullptr, [tools = &session->extractor] {
         tools->EndIdleHelpers();
-        malloc_trim(0);
+        TrimHeap();
     });
     mount.scanStatus = error == MEDIA_CONTENT_ERROR_NONE ? MEDIA_STORAGE_SCAN_COMPLETE
                                                          : MEDIA_STORAGE_SCAN_STOPPED;
     LogScan(*activity, error, start);
-    if (Current() != session) return;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        mount.endIsHeld = !mount.announced;
-        mount.heldError = error;
-        if (mount.endIsHeld) return;
-    }
-    ReportScanEnd(mount, error);
+    if (Current() == session) ReportScanEnd(mount, error);
 }
 
 media_content_error_e Service::RunShortScan(const SessionPtr& session, const ActivityPtr& activity,
@@ -116,19 +109,6 @@ void Service::ReportScanEnd(Mount& mount, media_content_error_e error) {
     update.id = mount.id;
     update.path = mount.path;
     m_updates.Report(std::move(update));
-}
-
-void Service::Announced(const std::string& mountPath) {
-    const auto mount = MountAt(mountPath);
-    if (!mount) return;
-    media_content_error_e error = MEDIA_CONTENT_ERROR_NONE;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        mount->announced = true;
-        if (!std::exchange(mount->endIsHeld, false)) return;
-        error = mount->heldError;
-    }
-    ReportScanEnd(*mount, error);
 }
 
 int Service::ScanFolder(const char* path, bool recursive, media_scan_completed_cb callback,

@@ -3,7 +3,6 @@
 #define PLATFORM_MEDIA_CONTENT_UPDATES_H
 
 #include <cstdint>
-#include <deque>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -28,26 +27,23 @@ struct Update {
 Update UpdateOf(const Done& done, std::string id, const std::string& mountPath);
 
 // Any thread. Never calls a receiver from Report, and never under a lock. When nobody runs the
-// default main context the backlog stays bounded: of the items' reports the later ones are dropped
-// with a log line, of the scans' ends the last one of each storage is kept.
+// default main context what waits for it stays bounded: of the items' reports the later ones are
+// dropped with a log line, of the scans' ends the last one of each storage is kept. Lives as long
+// as the process.
 class Updates {
 public:
     // The same pair again changes nothing.
     void AddReceiver(media_content_db_updated_cb callback, void* userData);
     void Report(Update update);
 
-    // For the main context: delivers some of the backlog; false when nothing is left of it.
-    bool Deliver();
-
 private:
     using Receiver = std::pair<media_content_db_updated_cb, void*>;
-    void ReplaceOrAppend(Update update);
-    void Schedule();
+    bool HasRoom();
+    void Deliver(Update& update);
 
     std::mutex m_mutex;
     std::vector<Receiver> m_receivers;  // guarded by m_mutex, as all below
-    std::deque<Update> m_backlog;
-    bool m_scheduled = false;
+    size_t m_waiting = 0;               // reports of items
     uint64_t m_dropped = 0;
 };
 

@@ -5,8 +5,8 @@
 
 #include "Log/Log.h"
 #include "PlivHost/EventRouter.h"
-#include "PlivHost/Heap.h"
 #include "PlivHost/Names.h"
+#include "Process/Heap.h"
 
 namespace platform {
 

@@ -3,10 +3,10 @@
 #define PLATFORM_PLIV_HOST_HOST_LOOP_H
 
 #include <functional>
-#include <mutex>
-#include <vector>
+#include <utility>
 
 #include "PlivHost/GlibPtr.h"
+#include "Process/ContextQueue.h"
 
 namespace platform {
 
@@ -25,7 +25,7 @@ public:
 
     // Runs `task` on the host thread soon, never inside the call. Dropped when the loop is gone
     // before it came to it.
-    void Post(std::function<void()> task);
+    void Post(std::function<void()> task) { m_queue.Post(std::move(task)); }
 
     // Serves whatever is ready now, without waiting. For teardown.
     void Drain();
@@ -33,12 +33,9 @@ public:
     GMainContext* Context() const { return m_context.get(); }
 
 private:
-    static gboolean s_RunTasks(gpointer self);
-
     const ContextPtr m_context;
     const LoopPtr m_loop;
-    std::mutex m_mutex;
-    std::vector<std::function<void()>> m_tasks;  // guarded by m_mutex
+    ContextQueue m_queue;
 };
 
 }  // namespace platform

@@ -8,11 +8,11 @@
 #include "Log/Log.h"
 #include "MediaContent/MediaService.h"
 #include "PlivHost.h"
-#include "PlivHost/Heap.h"
 #include "PlivHost/Names.h"
 #include "PlivHost/Options.h"
 #include "PlivHost/Server.h"
 #include "Process/Descriptors.h"
+#include "Process/Heap.h"
 #include "UsbDevice/UsbService.h"
 
 namespace dorn {

@@ -3,7 +3,7 @@
 #define PLATFORM_USB_DEVICE_CHANGE_DISPATCHER_H
 
 #include <condition_variable>
-#include <deque>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -49,12 +49,7 @@ private:
         std::thread::id thread;
     };
 
-    struct Holder;
-
-    static int OnMainContext(void* data);
-    static void ReleaseHolder(void* holder);
-    void ScheduleLocked();
-    bool DispatchOne();
+    void Tell(const DeviceChange& change, uint64_t era);
     void Deliver(const Receiver& receiver, const DeviceChange& change);
     bool Begin(const Receiver& receiver);
     void End();
@@ -62,8 +57,7 @@ private:
     std::mutex m_mutex;                 // guards what follows
     std::condition_variable m_idle;     // a receiver's call has ended
     std::vector<Receiver> m_receivers;  // in the order in which they were added
-    std::deque<DeviceChange> m_queue;
-    bool m_scheduled = false;  // a source that will empty the queue is attached
+    uint64_t m_era = 0;                 // what was posted in an earlier one is forgotten
     std::unique_ptr<Running> m_running;
 };
 

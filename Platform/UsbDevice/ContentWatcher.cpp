@@ -1,17 +1,17 @@
 #include "UsbDevice/ContentWatcher.h"
 
 #include <poll.h>
-#include <pthread.h>
 
 #include <algorithm>
 
+#include "Process/ThreadCrew.h"
 #include "UsbDevice/StorageWatch.h"
 
 namespace platform {
 
 // Without a wake-up the thread could not be ended.
 ContentWatcher::ContentWatcher() {
-    if (m_wakeUp) m_thread = std::thread([this] { Run(); });
+    if (m_wakeUp) m_thread = StartThread("usb-content", [this] { Run(); });
 }
 
 ContentWatcher::~ContentWatcher() {
@@ -38,7 +38,6 @@ void ContentWatcher::Remove(const std::string& mountPath) {
 }
 
 void ContentWatcher::Run() {
-    pthread_setname_np(pthread_self(), "usb-content");
     std::vector<WatchPtr> watches;
     while (!m_stopping) {
         TakeOver(watches);

@@ -1,13 +1,12 @@
 #include "UsbDevice/DeviceMonitor.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <chrono>
 
 #include "Log/Log.h"
 #include "MediaContent/MediaService.h"
 #include "Process/Descriptors.h"
+#include "Process/ThreadCrew.h"
 #include "UsbDevice/Paths.h"
 
 namespace platform {
@@ -49,15 +48,15 @@ const char* DepartureWord(const DeviceRecord& device) {
 }
 
 // Of storages the media database tells.
-void LogCamera(const DeviceRecord& device, const char* what) {
+void LogCamera(const DeviceChange& change) {
+    const DeviceRecord& device = *change.device;
     if (device.deviceClass == USB_CLASS_STILL_IMAGE)
-        PLATFORM_LOG("USB_DEVICE", LOG_INFO, "camera \"%s\" %s", device.product.c_str(), what);
+        PLATFORM_LOG("USB_DEVICE", LOG_INFO, "camera \"%s\" is %s", device.product.c_str(),
+                     change.action == ArrivalWord(device) ? "connected" : "gone");
 }
 
-// `announced`: nobody is to be told of the device by a change.
-MountedStorage StorageOf(const DeviceRecord& device, bool announced) {
+MountedStorage StorageOf(const DeviceRecord& device) {
     MountedStorage storage;
-    storage.announced = announced;
     storage.uuid = device.uuid;
     storage.serial = device.serial;
     storage.partition = device.number;
@@ -79,8 +78,8 @@ DeviceMonitor::~DeviceMonitor() {
 bool DeviceMonitor::Start() {
     std::vector<DeviceChange> present;
     if (!m_wakeUp || !*m_contentWatcher || !m_source->Open() || !Look(present)) return false;
-    m_tellsChanges = true;
-    m_thread = std::thread([this] { Run(); });
+    for (const DevicePtr& device : m_devices) Scan(*device);
+    m_thread = StartThread("usb-monitor", [this] { Run(); });
     return true;
 }
 
@@ -102,7 +101,6 @@ bool DeviceMonitor::Devices(DeviceList& devices) const {
 }
 
 void DeviceMonitor::Run() {
-    pthread_setname_np(pthread_self(), "usb-monitor");
     while (!m_stopping) {
         const bool retry = !WaitForEvents(Timeout());
         for (int waited = 0; !retry && waited < kLongestWaitMs; waited += kQuietMs)
@@ -127,6 +125,7 @@ bool DeviceMonitor::IsHeld(size_t index) const {
 void DeviceMonitor::Tell(const std::vector<DeviceChange>& changes) {
     const auto now = Clock::now();
     for (const DeviceChange& change : changes) {
+        LogCamera(change);
         const bool waits = std::string(change.action) == DepartureWord(*change.device) &&
                            change.device->IsMounted();
         m_untold.push_back({change, waits ? now + kUnmountTime : now});
@@ -141,6 +140,13 @@ void DeviceMonitor::Tell(const std::vector<DeviceChange>& changes) {
     }
     m_untold = std::move(held);
     m_dispatcher->Post(told);
+    // Not sooner: who hears of a scan's end has heard of its storage.
+    for (const DeviceChange& change : told)
+        if (change.action == ArrivalWord(*change.device)) Scan(*change.device);
+}
+
+void DeviceMonitor::Scan(const DeviceRecord& device) {
+    if (IsRecorded(device)) StorageContentChanged(device.mountPath, {});
 }
 
 int DeviceMonitor::Timeout() const {
@@ -225,15 +231,13 @@ bool DeviceMonitor::IsRecorded(const DeviceRecord& device) const {
 }
 
 void DeviceMonitor::TellArrived(const DeviceRecord& device) {
-    if (m_tellsChanges) LogCamera(device, "is connected");
     if (!IsRecorded(device)) return;
     // Watched from before the scan on: what changes while it runs is not missed.
     m_contentWatcher->Add(device.mountPath);
-    StorageMounted(StorageOf(device, !m_tellsChanges));
+    StorageMounted(StorageOf(device));
 }
 
 void DeviceMonitor::TellGone(const DeviceRecord& device) {
-    if (!m_stopping) LogCamera(device, "is gone");
     if (!IsRecorded(device)) return;
     m_contentWatcher->Remove(device.mountPath);
     StorageUnmounted(device.mountPath);

@@ -19,7 +19,7 @@
 namespace platform {
 
 // Order of telling, for every change:
-//   a storage that comes  database record, then the device list, then the receivers
+//   a storage that comes  database record, then the device list, then the receivers, then its scan
 //   a storage that goes   device list, then the database, then, when it is unmounted, the receivers
 // so that whoever hears of a storage, or lists it, finds its record.
 class DeviceMonitor {
@@ -47,6 +47,7 @@ private:
     bool Look(std::vector<DeviceChange>& changes);
     void NoteRoom(bool room);
     void Tell(const std::vector<DeviceChange>& changes);
+    void Scan(const DeviceRecord& device);
     bool IsHeld(size_t index) const;
     void Apply(const DeviceList& seen, std::vector<DeviceChange>& changes);
     void Publish(DeviceList devices);
@@ -62,8 +63,7 @@ private:
     std::unique_ptr<ContentWatcher> m_contentWatcher = std::make_unique<ContentWatcher>();
     const WakeUp m_wakeUp;
     std::atomic<bool> m_stopping{false};
-    bool m_tellsChanges = false;  // set before the thread starts: what arrives now is news
-    bool m_isShort = false;       // whoever looks: the last look was short of descriptors
+    bool m_isShort = false;  // whoever looks: the last look was short of descriptors
     // The monitor thread's: departures of storages that are still mounted, and what waits for them.
     struct Untold {
         DeviceChange change;

@@ -1,7 +1,6 @@
 // contents-mgr-extract: reads the metadata of the files it is sent, shut in. Started by the
 // service alone, which holds the other end of the socket.
 #include <fcntl.h>
-#include <malloc.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -21,6 +20,7 @@
 #include "MediaContent/Extract/Protocol.h"
 #include "MediaContent/Extract/ReadMetadata.h"
 #include "MediaContent/Extract/Sandbox.h"
+#include "Process/Heap.h"
 #include "Process/UniqueFd.h"
 
 namespace {
@@ -159,13 +159,6 @@ bool IsSocket(int fd) {
     return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &length) == 0 && type == SOCK_SEQPACKET;
 }
 
-// Files come and go, and so do their blocks: nothing is given back in between. The helper ends
-// after the scan, with all it has.
-void TuneHeap() {
-    mallopt(M_MMAP_THRESHOLD, 4 * 1024 * 1024);
-    mallopt(M_TRIM_THRESHOLD, 64 * 1024 * 1024);
-}
-
 }  // namespace
 
 int main() {
@@ -174,7 +167,7 @@ int main() {
     if (close_range(HELPER_SOCKET_FD + 1, ~0u, 0) != 0) return Fail("cannot close descriptors");
     clearenv();
     OfferToTheOomKiller();
-    TuneHeap();
+    KeepHeapLarge();  // files come and go, and so do their blocks
     InitMetadataReaders();
     if (!QuietStandardError()) return Fail("cannot open /dev/null");
     if (!EnterSandbox()) return Fail("cannot put up the sandbox");

@@ -3,28 +3,22 @@
 #ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_SPAWN_THREAD_H
 #define PLATFORM_MEDIA_CONTENT_EXTRACT_SPAWN_THREAD_H
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <future>
-#include <mutex>
-#include <thread>
+#include <system_error>
+
+#include "Process/ThreadCrew.h"
 
 namespace platform {
 
-class SpawnThread {
+class SpawnThread : private ThreadCrew {
 public:
-    SpawnThread() : m_thread([this] { Work(); }) {}
-    ~SpawnThread() {
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_ending = true;
-        }
-        m_wake.notify_one();
-        m_thread.join();
+    // Throws std::system_error when no thread can be had.
+    SpawnThread() : ThreadCrew("media-spawner", 1) {
+        Run<void>([] {});
     }
-    SpawnThread(const SpawnThread&) = delete;
-    SpawnThread& operator=(const SpawnThread&) = delete;
+    ~SpawnThread() { Stop(); }
 
     // Runs `work` on the thread and returns when it is done. Any thread, not from `work` itself.
     template <typename T>
@@ -34,30 +28,22 @@ public:
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
             m_tasks.emplace_back([&task] { task(); });
+            if (!NoteChange())
+                throw std::system_error(
+                    std::make_error_code(std::errc::resource_unavailable_try_again));
         }
-        m_wake.notify_one();
         return result.get();
     }
 
 private:
-    void Work() {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        for (;;) {
-            m_wake.wait(lock, [this] { return m_ending || !m_tasks.empty(); });
-            if (m_tasks.empty()) return;
-            const std::function<void()> task = std::move(m_tasks.front());
-            m_tasks.pop_front();
-            lock.unlock();
-            task();
-            lock.lock();
-        }
+    bool HasTask() const override { return !m_tasks.empty(); }
+    Task TakeTask() override {
+        Task task = std::move(m_tasks.front());
+        m_tasks.pop_front();
+        return task;
     }
 
-    std::mutex m_mutex;
-    std::condition_variable m_wake;
-    std::deque<std::function<void()>> m_tasks;
-    bool m_ending = false;
-    std::thread m_thread;  // last: it uses the others
+    std::deque<Task> m_tasks;  // guarded by m_mutex
 };
 
 }  // namespace platform

@@ -4,6 +4,7 @@
 #include <future>
 
 #include "MediaContent/Activity.h"
+#include "MediaContent/WorkerPool.h"
 #include "Support/Basics.h"
 
 namespace media_test {

@@ -154,12 +154,12 @@ MediaTest::~MediaTest() {
     EXPECT_EQ(platform::LiveRecords(), 0);
 }
 
-void MediaTest::StartMount(const std::string& name, const std::string& uuid, bool announced) {
+void MediaTest::StartMount(const std::string& name, const std::string& uuid) {
     platform::MountedStorage storage;
     storage.uuid = uuid;
     storage.mountPath = Stick(name);
-    storage.announced = announced;
     platform::StorageMounted(storage);
+    platform::StorageContentChanged(storage.mountPath, {});
 }
 
 std::string MediaTest::Mount(const std::string& name, const std::string& uuid) {

@@ -77,7 +77,7 @@ protected:
     void Connect() { ASSERT_EQ(media_content_connect(), 0); }
     void Disconnect() { ASSERT_EQ(media_content_disconnect(), 0); }
     // Mounts the folder `name` of the sticks' folder.
-    void StartMount(const std::string& name, const std::string& uuid, bool announced = true);
+    void StartMount(const std::string& name, const std::string& uuid);
     // ... waits for the end of its scan, and returns its id.
     std::string Mount(const std::string& name, const std::string& uuid);
     void WaitForScan(const std::string& storageId);

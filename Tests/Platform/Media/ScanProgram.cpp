@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
     storage.mountPath = argv[2];
     storage.uuid = argv[3];
     platform::StorageMounted(storage);
+    platform::StorageContentChanged(storage.mountPath, {});
     while (!platform::CurrentScans().empty())
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     media_content_disconnect();

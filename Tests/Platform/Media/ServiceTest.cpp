@@ -283,18 +283,6 @@ TEST_F(ReportTest, TellsOfChangesOnTheMainContext) {
                       Line("item deleted 0", ids.at("one.jpg"), "a/one.jpg", "image/jpeg")});
 }
 
-TEST_F(ReportTest, TheEndOfAScanIsHeldUntilTheStorageIsAnnounced) {
-    WriteFile(Stick("a/one.jpg"));
-    Connect();
-    StartMount("a", "U1", false);
-    const std::string storage = StorageAt(Stick("a"));
-    WaitForScan(storage);
-    EXPECT_EQ(Drain().size(), 1u) << "more than the item";
-    platform::StorageAnnounced(Stick("a"));
-    platform::StorageAnnounced(Stick("a"));  // once is enough
-    EXPECT_EQ(Drain(), Reports{Line("folder updated 4", storage, "a", "-")});
-}
-
 TEST_F(ReportTest, ThoseThatNobodyFetchesAreBounded) {
     fs::create_directories(Stick("a"));
     for (int i = 0; i < 12000; ++i) std::ofstream(Stick("a/") + std::to_string(i) + ".jpg");

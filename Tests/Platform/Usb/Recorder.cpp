@@ -85,6 +85,7 @@ void Journal::Clear() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_lines.clear();
     m_storages.clear();
+    m_unscanned.clear();
     holdStorageMounted = false;
     holdContentChanged = false;
 }
@@ -110,6 +111,12 @@ platform::MountedStorage Journal::StorageAt(const std::string& path) {
 void Journal::SetStorage(const platform::MountedStorage& storage) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_storages[storage.mountPath] = storage;
+    m_unscanned.insert(storage.mountPath);
+}
+
+bool Journal::TakeFirstScan(const std::string& path) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_unscanned.erase(path) > 0;
 }
 
 // The stand-in for the media database.
@@ -123,8 +130,6 @@ void StorageMounted(const MountedStorage& storage) {
     Journal::Instance().Add("db+ " + storage.mountPath);
 }
 
-void StorageAnnounced(const std::string&) {}
-
 void StorageUnmounted(const std::string& mountPath) {
     Journal::Instance().Add("db- " + mountPath);
 }
@@ -132,7 +137,8 @@ void StorageUnmounted(const std::string& mountPath) {
 void StorageContentChanged(const std::string& mountPath, const std::vector<std::string>& paths) {
     if (Journal::Instance().holdContentChanged) Journal::Instance().Add("held " + mountPath);
     while (Journal::Instance().holdContentChanged) std::this_thread::yield();
-    if (paths.empty()) Journal::Instance().Add("anything on " + mountPath);
+    if (paths.empty() && !Journal::Instance().TakeFirstScan(mountPath))
+        Journal::Instance().Add("anything on " + mountPath);
     for (const std::string& path : paths) {
         EXPECT_EQ(0u, path.find(mountPath));
         Journal::Instance().Add("changed " + path);

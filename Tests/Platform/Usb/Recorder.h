@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -47,12 +48,15 @@ public:
 
     platform::MountedStorage StorageAt(const std::string& path);  // as the database was told
     void SetStorage(const platform::MountedStorage& storage);
+    // Whether this is the scan that each storage has once it is told of: it has no line.
+    bool TakeFirstScan(const std::string& path);
 
 private:
     std::mutex m_mutex;
     std::condition_variable m_added;
     Strings m_lines;  // these are guarded by m_mutex
     std::map<std::string, platform::MountedStorage> m_storages;
+    std::set<std::string> m_unscanned;
 };
 
 // All that the seam tells of the devices of a class, a line each:

@@ -1,6 +1,6 @@
-// How the C library's heap of this process keeps what was freed.
-#ifndef PLATFORM_PLIV_HOST_HEAP_H
-#define PLATFORM_PLIV_HOST_HEAP_H
+// How much of what was freed the C library's heap keeps.
+#ifndef PLATFORM_PROCESS_HEAP_H
+#define PLATFORM_PROCESS_HEAP_H
 
 namespace platform {
 
@@ -12,6 +12,9 @@ void KeepHeapSmall();
 // Gives free pages between what is in use back to the system, too. Any thread; takes each arena's
 // lock for some milliseconds.
 void TrimHeap();
+
+// Keeps what is freed for the next blocks: for a process that ends soon.
+void KeepHeapLarge();
 
 }  // namespace platform
 

@@ -1,4 +1,4 @@
-#include "PlivHost/Heap.h"
+#include "Process/Heap.h"
 
 #include <malloc.h>
 
@@ -20,6 +20,11 @@ void KeepHeapSmall() {
 
 void TrimHeap() {
     malloc_trim(0);
+}
+
+void KeepHeapLarge() {
+    mallopt(M_MMAP_THRESHOLD, 4 * 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 64 * 1024 * 1024);
 }
 
 }  // namespace platform
