@@ -22,7 +22,7 @@ namespace {
 int64_t FindFolder(Session& session, const char* folderId, media_filter_h filter, Scope& scope) {
     const int64_t folder = session.store.FolderNumber(folderId);
     if (folder == 0) return 0;
-    const Scope present = Service::Get().ScopeOf(filter);
+    const Scope present = Service::Get().GetStorages().ScopeOf(filter);
     const auto storage = present.find(Reader(session.store).StorageOfFolder(folder));
     if (storage == present.end()) return 0;
     scope.insert(*storage);
@@ -36,7 +36,7 @@ int media_folder_foreach_folder_from_db(media_filter_h filter, media_folder_cb c
     if (!callback) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
     return WithDatabase(__func__, [&](Session& session) {
         for (const FolderRecord& folder :
-             Reader(session.store).ListFolders(Service::Get().ScopeOf(filter), filter))
+             Reader(session.store).ListFolders(Service::Get().GetStorages().ScopeOf(filter), filter))
             if (!callback(folder.get(), user_data)) break;
         return MEDIA_CONTENT_ERROR_NONE;
     });

@@ -35,7 +35,7 @@ int media_info_get_media_count_from_db(media_filter_h filter, int* media_count) 
     if (!media_count) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
     return WithDatabase(__func__, [&](Session& session) {
         const int64_t count =
-            Reader(session.store).CountItems(Service::Get().ScopeOf(filter), filter);
+            Reader(session.store).CountItems(Service::Get().GetStorages().ScopeOf(filter), filter);
         return GiveNumber(std::min<int64_t>(count, INT_MAX), media_count);
     });
 }
@@ -45,9 +45,9 @@ int media_info_foreach_media_from_db(media_filter_h filter, media_info_cb callba
     if (!callback) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
     return WithDatabase(__func__, [&](Session& session) {
         Reader(session.store)
-            .ListItems(Service::Get().ScopeOf(filter), 0, filter, [&](const MediaRecord& record) {
-                return callback(record.get(), user_data);
-            });
+            .ListItems(
+                Service::Get().GetStorages().ScopeOf(filter), 0, filter,
+                [&](const MediaRecord& record) { return callback(record.get(), user_data); });
         return MEDIA_CONTENT_ERROR_NONE;
     });
 }

@@ -22,7 +22,7 @@ std::vector<StorageRecordPtr> PresentStorages(const media_filter_s* filter) {
     const size_t limit =
         filter && filter->count >= 0 ? static_cast<size_t>(filter->count) : SIZE_MAX;
     std::map<int64_t, std::shared_ptr<platform::Mount>> byNumber;  // in the order of first sight
-    for (const auto& mount : Service::Get().Mounts())
+    for (const auto& mount : Service::Get().GetStorages().All())
         if (mount->number != 0) byNumber[mount->number] = mount;
     for (const auto& [number, mount] : byNumber) {
         if (skip > 0) {
@@ -74,7 +74,7 @@ int media_storage_get_path(media_storage_h storage, char** path) {
 int media_storage_get_scan_status(const char* storage_id, media_storage_scan_status_e* status) {
     if (!storage_id || !status) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
     return WithDatabase(__func__, [&](Session&) {
-        const auto mount = Service::Get().FindMount(storage_id);
+        const auto mount = Service::Get().GetStorages().Find(storage_id);
         if (!mount) return MEDIA_CONTENT_ERROR_NOT_FOUND;
         *status = static_cast<media_storage_scan_status_e>(mount->scanStatus.load());
         return MEDIA_CONTENT_ERROR_NONE;

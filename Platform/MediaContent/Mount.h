@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "MediaContent.h"
@@ -26,6 +27,8 @@ struct Mount {
     std::atomic<int> scanStatus{MEDIA_STORAGE_SCAN_STOPPED};
     std::atomic<bool> hasPassedOver{false};  // files that were: see ItemState
 };
+
+using MountPtr = std::shared_ptr<Mount>;
 
 }  // namespace platform
 

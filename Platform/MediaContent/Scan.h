@@ -16,6 +16,7 @@
 #include "MediaContent/Store.h"
 #include "MediaContent/Updates.h"
 #include "MediaContent/Walk.h"
+#include "MediaContent/WorkerPool.h"
 
 namespace platform {
 

@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -14,8 +13,10 @@
 #include "MediaContent/MediaService.h"
 #include "MediaContent/Reader.h"
 #include "MediaContent/Scan.h"
+#include "MediaContent/Storages.h"
 #include "MediaContent/Store.h"
 #include "MediaContent/Updates.h"
+#include "MediaContent/WorkerPool.h"
 
 namespace platform {
 
@@ -48,10 +49,7 @@ public:
 
     // Null while nobody is connected. A damaged database is replaced first.
     SessionPtr Open();
-    // The storages that are present; with a filter that names a storage, that one if it is.
-    Scope ScopeOf(const media_filter_s* filter);
-    std::vector<std::shared_ptr<Mount>> Mounts();
-    std::shared_ptr<Mount> FindMount(const std::string& storageId);
+    const Storages& GetStorages() const { return m_storages; }
 
     int ScanFolder(const char* path, bool recursive, media_scan_completed_cb callback,
                    void* userData);
@@ -62,37 +60,28 @@ public:
 private:
     Service() = default;
     SessionPtr Current();
-    SessionPtr NewSession(const std::vector<std::shared_ptr<Mount>>& mounts);
+    SessionPtr NewSession(const std::vector<MountPtr>& mounts);
     int OpenSession();
     void CloseSession();
     void ReplaceDamaged(const SessionPtr& session);
     void Record(Session& session, Mount& mount);
     int Submit(const ActivityPtr& activity, std::function<void()> run);
-    void StartFullScan(const SessionPtr& session, const std::shared_ptr<Mount>& mount);
+    void StartFullScan(const SessionPtr& session, const MountPtr& mount);
     void RunFullScan(const SessionPtr& session, const ActivityPtr& activity);
     media_content_error_e RunShortScan(const SessionPtr& session, const ActivityPtr& activity,
                                        const std::vector<ScanTarget>& targets);
     void ReportScanEnd(Mount& mount, media_content_error_e error);
     void StartPurge(const SessionPtr& session);
-    void TellMounted(Mount& mount);
-    void TellGone(const Mount& mount);
-    std::string ChooseIdentity(const MountedStorage& storage, const std::string& path);
-    std::shared_ptr<Mount> MountAt(const std::string& mountPath);
-    // The mounted storage that holds `path` (links resolved), and the path below its root.
-    std::shared_ptr<Mount> Resolve(const std::string& path, std::string& below);
 
     std::mutex m_lifecycle;  // opening, closing, mounts that come and go; taken before m_mutex
-    int m_connections = 0;   // guarded by m_lifecycle, as the next
-    // Storages of which the log has told, by identity and path: they come back, and are no news,
-    // whenever the first client connects.
-    std::set<std::string> m_told;
+    int m_connections = 0;   // guarded by m_lifecycle
 
     std::mutex m_mutex;
     MediaServiceOptions m_options;  // guarded by m_mutex, as all below
     SessionPtr m_session;
-    std::vector<std::shared_ptr<Mount>> m_mounts;
 
-    Updates m_updates;  // synchronise themselves
+    Storages m_storages;  // these synchronise themselves
+    Updates m_updates;
     ActivityQueue m_activities;
 };
 

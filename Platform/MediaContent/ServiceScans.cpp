@@ -1,17 +1,13 @@
-// The service's work on files: scans, and single items that clients add and remove.
-#include <errno.h>
-#include <fcntl.h>
+// The service's scans.
 #include <sys/stat.h>
 #include <time.h>
 
 #include <chrono>
-#include <future>
 #include <memory>
 #include <set>
 #include <utility>
 
 #include "Log/Log.h"
-#include "MediaContent/Extract/MediaTypes.h"
 #include "MediaContent/Paths.h"
 #include "MediaContent/Service.h"
 #include "Process/Heap.h"
@@ -47,9 +43,7 @@ void LogScan(const Activity& scan, media_content_error_e error, Clock::time_poin
 
 }  // namespace
 
-// ---- scans ------------------------------------------------------------------------------------
-
-void Service::StartFullScan(const SessionPtr& session, const std::shared_ptr<Mount>& mount) {
+void Service::StartFullScan(const SessionPtr& session, const MountPtr& mount) {
     // One that has not begun yet will see whatever has changed until now.
     if (m_activities.IsQueued(
             [&](const Activity& waiting) { return waiting.full && waiting.mount == mount; }))
@@ -117,7 +111,7 @@ int Service::ScanFolder(const char* path, bool recursive, media_scan_completed_c
     if (!session) return MEDIA_CONTENT_ERROR_INVALID_OPERATION;
     const std::string real = RealPath(path);
     std::string below;
-    const auto mount = real.empty() ? nullptr : Resolve(WithoutSlash(real), below);
+    const auto mount = real.empty() ? nullptr : m_storages.Resolve(WithoutSlash(real), below);
     struct stat facts {};
     if (!mount || stat(real.c_str(), &facts) != 0 || !S_ISDIR(facts.st_mode))
         return MEDIA_CONTENT_ERROR_NOT_FOUND;
@@ -130,7 +124,7 @@ int Service::ScanFolder(const char* path, bool recursive, media_scan_completed_c
 
 void Service::Changed(const std::string& mountPath, const std::vector<std::string>& paths) {
     const SessionPtr session = Current();
-    const auto mount = MountAt(mountPath);
+    const auto mount = m_storages.At(mountPath);
     if (!session || !mount || mount->number == 0) return;
     std::set<std::pair<std::string, bool>> targets;  // a path once, whole or only itself
     for (const std::string& path : paths) {
@@ -175,80 +169,6 @@ void Service::StartPurge(const SessionPtr& session) {
             return 0;
         });
     });
-}
-
-// ---- single items -----------------------------------------------------------------------------
-
-namespace {
-
-// An item that somebody asks for by its path: it stays, whatever its kind.
-Change PinnedChange(const std::string& path, const struct stat& facts) {
-    Change change;
-    const char* mime = "application/octet-stream";
-    change.folder = ParentPath(path);
-    change.name = LastPart(path);
-    LookUpMediaType(change.name, change.type, mime);
-    change.mime = mime;
-    change.facts = FactsOf(facts);
-    change.pinned = true;
-    return change;
-}
-
-// Before the files of any scan, and behind other registrations on the same storage at most.
-bool ReadNow(Session& session, const Activity& activity, int root, std::vector<Change>& changes) {
-    const auto task = std::make_shared<std::packaged_task<bool()>>(
-        [&] { return ReadMetadataInto(session.extractor, root, changes, activity.cancel); });
-    std::future<bool> isRead = task->get_future();
-    session.workers.Submit(activity.mount.get(), [task] { (*task)(); });
-    return isRead.get();
-}
-
-}  // namespace
-
-int Service::Insert(const char* path, MediaRecord& record) {
-    const SessionPtr session = Open();
-    if (!session) return MEDIA_CONTENT_ERROR_INVALID_OPERATION;
-    const std::string real = RealPath(path);
-    if (real.empty())
-        return errno == EACCES ? MEDIA_CONTENT_ERROR_PERMISSION_DENIED
-                               : MEDIA_CONTENT_ERROR_NOT_FOUND;
-    std::string below;
-    const auto mount = Resolve(real, below);
-    if (!mount) return MEDIA_CONTENT_ERROR_NOT_FOUND;
-    const auto activity = std::make_shared<Activity>();
-    activity->mount = mount;
-    const EnteredActivity entered(m_activities, activity);
-    const int64_t storage = mount->number;
-    if (activity->cancel || storage == 0) return MEDIA_CONTENT_ERROR_NOT_FOUND;
-    const UniqueFd root(open(mount->path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    const UniqueFd file = OpenBelow(root.Get(), below, O_PATH);
-    struct stat facts {};
-    if (!file || fstat(file.Get(), &facts) != 0) return MEDIA_CONTENT_ERROR_NOT_FOUND;
-    if (!S_ISREG(facts.st_mode)) return MEDIA_CONTENT_ERROR_UNSUPPORTED;
-
-    std::vector<Change> changes{PinnedChange(below, facts)};
-    if (!ReadNow(*session, *activity, root.Get(), changes)) return MEDIA_CONTENT_ERROR_CANCELLED;
-    const std::vector<Done> done = session->store.Write().Apply(storage, changes, time(nullptr));
-    if (done.empty()) return MEDIA_CONTENT_ERROR_DB_FAILED;
-    m_updates.Report(UpdateOf(done[0], session->store.ItemId(done[0].number), mount->path));
-    record = Reader(session->store).FindItem({{storage, mount->path}}, done[0].number);
-    return record ? MEDIA_CONTENT_ERROR_NONE : MEDIA_CONTENT_ERROR_NOT_FOUND;
-}
-
-int Service::Remove(const char* mediaId) {
-    const SessionPtr session = Open();
-    if (!session) return MEDIA_CONTENT_ERROR_INVALID_OPERATION;
-    const int64_t number = session->store.ItemNumber(mediaId);
-    // What is hidden with its storage is not there to be deleted.
-    const Scope scope = ScopeOf(nullptr);
-    if (number == 0 || !Reader(session->store).FindItem(scope, number))
-        return MEDIA_CONTENT_ERROR_NOT_FOUND;
-    int64_t storage = 0;
-    Done done{};
-    if (!session->store.Write().Remove(number, storage, done)) return MEDIA_CONTENT_ERROR_NOT_FOUND;
-    const auto mounted = scope.find(storage);
-    m_updates.Report(UpdateOf(done, mediaId, mounted == scope.end() ? "" : mounted->second));
-    return MEDIA_CONTENT_ERROR_NONE;
 }
 
 }  // namespace platform

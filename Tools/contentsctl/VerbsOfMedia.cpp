@@ -92,15 +92,6 @@ private:
     int64_t m_printed = 0;
 };
 
-Query OpenFolder(Session& session, const Options& options, const Place& place) {
-    try {
-        return Query(session, options, place.storage.id, "folder", place.folder);
-    } catch (const Refused&) {
-        CheckFolder(place);
-        throw;
-    }
-}
-
 }  // namespace
 
 void RunStorages(Session& session, const Options& options, const Words&) {
@@ -171,7 +162,9 @@ void RunFetch(Session& session, const Options& options, const Words& arguments) 
 
 void RunBrowse(Session& session, const Options& options, const Words& arguments) {
     const Place place = FindPlace(session, arguments[0]);
-    Query query = OpenFolder(session, options, place);
+    // First: for a scan of a folder that is missing the service may wait a minute.
+    CheckFolder(place);
+    Query query(session, options, place.storage.id, "folder", place.folder);
     Table table(
         {{"TYPE"}, {"SIZE", Align::Right}, {"MODIFIED", Align::Left, 0}, {"NAME", Align::Left, 0}});
     int64_t printed = 0;
