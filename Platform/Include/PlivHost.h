@@ -8,6 +8,10 @@
 #include <string>
 #include <vector>
 
+namespace platform {
+struct EngineAccess;
+}
+
 namespace dorn {
 
 // The arguments of ExecuteWithParamList, in the client's order.
@@ -66,6 +70,7 @@ public:
 private:
     struct Impl;
     std::unique_ptr<Impl> m_impl;
+    friend struct platform::EngineAccess;
 };
 
 // Base of the application object: one per process. It keeps the open engines by handle and hands
@@ -126,6 +131,7 @@ private:
     struct Impl;
     std::unique_ptr<Impl> m_impl;
     friend int PlivMain(int argc, char** argv, CPlivAppBase* app);
+    friend struct platform::EngineAccess;
 };
 
 // Runs the plugin process: reads the command line, starts the platform's services, serves clients

@@ -1,9 +1,10 @@
+#include <atomic>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <utility>
 
-#include "PlivHost.h"
-#include "PlivHost/EventRouter.h"
+#include "PlivHost/EngineImpl.h"
 
 namespace dorn {
 namespace {
@@ -150,3 +151,25 @@ bool CPlivAppBase::CheckCredential(std::string) {
 }
 
 }  // namespace dorn
+
+namespace platform {
+
+void EngineAccess::SetSink(dorn::CPlivAppBase& app, int handle,
+                           const std::shared_ptr<EventSink>& sink) {
+    const auto engine = app.m_impl->Find(handle);
+    if (!engine) return;
+    std::lock_guard<std::mutex> lock(engine->running);
+    if (!engine->instance) return;
+    engine->instance->m_impl->sink = sink;
+    engine->instance->m_impl->allowance = sink->TheAllowance();
+}
+
+int NewHandle() {
+    static std::atomic<int> last{0};
+    int before = last, next = 0;
+    do next = before == std::numeric_limits<int>::max() ? 1 : before + 1;
+    while (!last.compare_exchange_weak(before, next));
+    return next;
+}
+
+}  // namespace platform

@@ -1,17 +1,8 @@
-#include <atomic>
+#include "PlivHost/EngineImpl.h"
+
 #include <utility>
 
-#include "PlivHost.h"
-#include "PlivHost/Allowance.h"
-#include "PlivHost/EventRouter.h"
-
 namespace dorn {
-
-struct CPlivEngineBase::Impl {
-    std::atomic<int> handle{0};                      // 0: not told yet
-    std::shared_ptr<platform::Allowance> allowance;  // set before the first command
-    std::atomic<size_t> held{0};
-};
 
 CPlivEngineBase::CPlivEngineBase() : m_impl(std::make_unique<Impl>()) {}
 
@@ -25,12 +16,11 @@ void CPlivEngineBase::Destroy() {
 
 void CPlivEngineBase::SetAppInfo(int handle, std::string, std::string, std::string) {
     m_impl->handle = handle;
-    m_impl->allowance = platform::AllowanceOf(handle);
 }
 
 void CPlivEngineBase::SendEvent(int kind, std::string name, std::string payload) {
-    const int handle = m_impl->handle;
-    if (handle != 0) platform::RouteEvent(handle, kind, std::move(name), std::move(payload));
+    if (const auto sink = m_impl->sink.lock())
+        sink->SendEvent(m_impl->handle, kind, std::move(name), std::move(payload));
 }
 
 bool CPlivEngineBase::Hold(size_t bytes) {

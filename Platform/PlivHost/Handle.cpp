@@ -1,7 +1,6 @@
 #include "PlivHost/Handle.h"
 
 #include <cxxabi.h>
-#include <pthread.h>
 #include <stdlib.h>
 
 #include <exception>
@@ -9,7 +8,6 @@
 #include <utility>
 
 #include "Log/Log.h"
-#include "PlivHost/EventRouter.h"
 #include "PlivHost/Names.h"
 #include "PlivHost/Utf8.h"
 
@@ -54,15 +52,15 @@ size_t Command::Size() const {
     return size;
 }
 
-Handle::Handle(dorn::CPlivAppBase& app, int number, std::shared_ptr<Allowance> allowance,
+Handle::Handle(dorn::CPlivAppBase& app, int number, std::shared_ptr<EventSink> owner,
                std::string client, MethodCall open, Hooks hooks)
     : m_app(app),
       m_number(number),
-      m_allowance(std::move(allowance)),
+      m_owner(std::move(owner)),
       m_hooks(std::move(hooks)),
-      m_thread([this, call = std::move(open), name = std::move(client)]() mutable {
-          Main(std::move(call), std::move(name));
-      }) {}
+      m_thread(StartThread("pliv-" + std::to_string(number),
+                           [this, call = std::make_shared<MethodCall>(std::move(open)),
+                            name = std::move(client)] { Main(std::move(*call), name); })) {}
 
 Handle::~Handle() {
     CloseNow();
@@ -76,7 +74,7 @@ void Handle::Join() {
 void Handle::Post(Command command) {
     const size_t size = command.Size();
     const char* refusal = kMaxCallBytes < size ? "the command is too large" : nullptr;
-    if (!refusal && !(command.charge = Charge(m_allowance, size)))
+    if (!refusal && !(command.charge = Charge(m_owner->TheAllowance(), size)))
         refusal = "the service holds as much for this client as it may";
     if (!refusal && !Queue(command))
         refusal = "too many commands of this handle wait; read their answers first";
@@ -111,14 +109,12 @@ void Handle::CloseNow() {
 }
 
 void Handle::Main(MethodCall open, std::string client) {
-    pthread_setname_np(pthread_self(), ("pliv-" + std::to_string(m_number)).c_str());
     const std::string failure = OpenEngine(client);
     if (failure.empty()) {
         open.Return(g_variant_new("(i)", m_number));
         while (auto command = Next()) Run(std::move(*command));
         CloseEngine();
     }
-    RemoveEventRoute(m_number);
     m_hooks.released();
     if (!failure.empty()) open.Fail(kErrorOpenFailed, failure);
     AnswerClose();
@@ -128,7 +124,10 @@ void Handle::Main(MethodCall open, std::string client) {
 std::string Handle::OpenEngine(const std::string& client) {
     bool opened = false;
     std::string failure = Guarded([&] { opened = m_app.Open(m_number, client, "", ""); });
-    if (opened) return {};
+    if (opened) {
+        EngineAccess::SetSink(m_app, m_number, m_owner);
+        return {};
+    }
     if (failure.empty()) failure = "the plugin made no engine";
     PLATFORM_LOG(kLogTag, LOG_ERROR, "opening for \"%s\" failed: %s", client.c_str(),
                  failure.c_str());

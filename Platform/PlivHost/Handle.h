@@ -15,7 +15,9 @@
 
 #include "PlivHost.h"
 #include "PlivHost/Allowance.h"
+#include "PlivHost/EventSink.h"
 #include "PlivHost/MethodCall.h"
+#include "Process/ThreadCrew.h"
 
 namespace platform {
 
@@ -40,8 +42,9 @@ public:
 
     // Starts the thread; it answers `open` when the engine is there. Throws std::system_error
     // when no thread can be had. `hooks` are called on the thread.
-    // Commands that wait and the one that runs are counted to `allowance`.
-    Handle(dorn::CPlivAppBase& app, int number, std::shared_ptr<Allowance> allowance,
+    // `owner` hears the engine's events; the commands that wait and the one that runs are counted
+    // to its allowance.
+    Handle(dorn::CPlivAppBase& app, int number, std::shared_ptr<EventSink> owner,
            std::string client, MethodCall open, Hooks hooks);
     ~Handle();
     Handle(const Handle&) = delete;
@@ -72,7 +75,7 @@ private:
 
     dorn::CPlivAppBase& m_app;
     const int m_number;
-    const std::shared_ptr<Allowance> m_allowance;
+    const std::shared_ptr<EventSink> m_owner;
     const Hooks m_hooks;
     std::atomic<bool> m_closing{false};
 

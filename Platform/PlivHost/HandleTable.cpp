@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "Log/Log.h"
-#include "PlivHost/EventRouter.h"
 #include "PlivHost/Names.h"
 #include "Process/Heap.h"
 
@@ -47,8 +46,8 @@ void HandleTable::Open(MethodCall call, const std::shared_ptr<Owner>& owner, siz
 }
 
 void HandleTable::Start(MethodCall call, const std::shared_ptr<Owner>& owner, std::string client) {
-    const int number = NewHandle();
-    AddEventRoute(number, owner);
+    int number = NewHandle();
+    while (m_entries.count(number) != 0) number = NewHandle();
     ++m_open;
     ++owner->openHandles;
     const auto release = [this, owner] {
@@ -58,14 +57,12 @@ void HandleTable::Start(MethodCall call, const std::shared_ptr<Owner>& owner, st
     };
     const auto reap = [this, number] { m_loop.Post([this, number] { Erase(number); }); };
     try {
-        auto handle =
-            std::make_unique<Handle>(m_app, number, owner->TheAllowance(), std::move(client),
-                                     std::move(call), Handle::Hooks{release, reap});
+        auto handle = std::make_unique<Handle>(m_app, number, owner, std::move(client),
+                                               std::move(call), Handle::Hooks{release, reap});
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_entries.emplace(number, Entry{owner, std::move(handle)});
     } catch (const std::system_error& error) {
         PLATFORM_LOG(kLogTag, LOG_ERROR, "no thread for a new handle: %s", error.what());
-        RemoveEventRoute(number);
         release();
     }
 }

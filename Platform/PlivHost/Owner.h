@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "PlivHost/Allowance.h"
-#include "PlivHost/EventRouter.h"
+#include "PlivHost/EventSink.h"
 
 namespace platform {
 

@@ -1,0 +1,19 @@
+// What an engine's base keeps.
+#ifndef PLATFORM_PLIV_HOST_ENGINE_IMPL_H
+#define PLATFORM_PLIV_HOST_ENGINE_IMPL_H
+
+#include <atomic>
+#include <memory>
+
+#include "PlivHost.h"
+#include "PlivHost/Allowance.h"
+#include "PlivHost/EventSink.h"
+
+struct dorn::CPlivEngineBase::Impl {
+    int handle = 0;                                  // these are set before the first command
+    std::weak_ptr<platform::EventSink> sink;         // gone with the client
+    std::shared_ptr<platform::Allowance> allowance;  // null without a client
+    std::atomic<size_t> held{0};
+};
+
+#endif
