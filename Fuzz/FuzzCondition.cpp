@@ -15,7 +15,7 @@ using namespace platform;
 
 namespace {
 
-constexpr int KINDS = 5;
+constexpr int kKinds = 5;
 
 std::string NewFolder() {
     std::string pattern = (std::filesystem::temp_directory_path() / "fuzz-XXXXXX").string();
@@ -59,8 +59,8 @@ unsigned KindsBySqlite(const std::string& text) {
 void CheckTypeMask(Connection& connection, const std::string& text) {
     unsigned mask = 0;
     if (!ReadTypeMask(text, mask)) return;
-    MUST(mask < 1u << KINDS);
-    CheckCondition(connection, ITEM_COLUMNS, text);
+    MUST(mask < 1u << kKinds);
+    CheckCondition(connection, kItemColumns, text);
     MUST(KindsBySqlite(text) == mask);
 }
 
@@ -91,7 +91,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static EmptyDatabase database;
     const std::string text(AsText(data, size));
     CheckTypeMask(database.Get(), text);
-    CheckOver(database.Get(), ITEM_COLUMNS, text);
-    CheckOver(database.Get(), FOLDER_COLUMNS, text);
+    CheckOver(database.Get(), kItemColumns, text);
+    CheckOver(database.Get(), kFolderColumns, text);
     return 0;
 }
