@@ -12,7 +12,7 @@ packages=(
 )
 if [ "${1:-test}" = test ]; then
     packages+=(libgtest-dev libgmock-dev libbenchmark-dev libumockdev-dev umockdev clang-format
-        clang libclang-rt-14-dev python3 dbus dbus-daemon systemd e2fsprogs mount
+        clang libclang-rt-14-dev python3 clang-tidy cppcheck dbus dbus-daemon systemd e2fsprogs mount
         lintian binutils bash-completion)
 elif [ "$1" = vm ]; then
     packages+=(qemu-system-x86 mmdebstrap busybox-static cpio e2fsprogs kmod genisoimage python3)

@@ -10,7 +10,7 @@ namespace dorn {
 
 // A list of jobs, oldest first, with any number of producers and one consumer. The consumer walks
 // it with a cursor; only it removes jobs, so its cursor stays good while others push. The mutex is
-// held for one step or one copy, never while a job runs. Waking the consumer is the owner's
+// held for one step, never while a job runs. Waking the consumer is the owner's
 // business.
 template <typename Job>
 class CSafeQ {
@@ -37,12 +37,10 @@ public:
         return m_jobs.begin();
     }
 
-    // Consumer only: copies the job at the cursor; false behind the last one.
-    bool Peek(Cursor cursor, Job& job) {
+    // Consumer only: the job at the cursor, there until it is removed; null behind the last one.
+    const Job* Peek(Cursor cursor) {
         GMutexLock lock(m_mutex);
-        if (cursor == m_jobs.end()) return false;
-        job = *cursor;
-        return true;
+        return cursor == m_jobs.end() ? nullptr : &*cursor;
     }
 
     // Consumer only: the place behind the cursor, leaving the job (Skip) or destroying it (Remove).

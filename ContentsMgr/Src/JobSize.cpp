@@ -12,7 +12,7 @@ constexpr size_t kParsingCopies = 5;  // document, values, list, and the list on
 
 size_t BytesOfTexts(const std::vector<std::string>& texts) {
     size_t bytes = 0;
-    for (const std::string& text : texts) bytes += sizeof text + TextBytes(text);
+    for (const std::string& text : texts) bytes += sizeof(std::string) + TextBytes(text);
     return bytes;
 }
 

@@ -33,11 +33,6 @@ void StopSignal::Clear() {
     m_raised = false;
 }
 
-bool StopSignal::Raised() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_raised;
-}
-
 bool StopSignal::Pause() {
     std::unique_lock<std::mutex> lock(m_mutex);
     return !m_changed.wait_for(lock, PauseUnit(), [this] { return m_raised; });

@@ -22,13 +22,12 @@ class StopSignal {
 public:
     void Raise();
     void Clear();
-    bool Raised() const;
 
     // Waits one second; false when the signal was raised before it was over.
     bool Pause();
 
 private:
-    mutable std::mutex m_mutex;
+    std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_raised = false;  // guarded by m_mutex
 };

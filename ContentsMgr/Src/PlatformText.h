@@ -21,9 +21,11 @@ private:
 };
 
 // Calls one text getter on a handle; an empty text when it fails.
+// NOLINTBEGIN(bugprone-macro-parentheses): a name that is declared
 #define CM_PLATFORM_TEXT(name, getter, handle) \
     dorn::PlatformText name;                   \
     static_cast<void>(getter((handle), name.Out()))
+// NOLINTEND(bugprone-macro-parentheses)
 
 }  // namespace dorn
 

@@ -74,17 +74,19 @@ private:
 
 // Several posts may be answered by one drain; the later wake-ups then find nothing to do.
 void CPlivTaskContentsMgr::m_Process() {
-    CCMTaskJob job;
     auto cursor = m_jobs.First();
-    while (m_running && m_jobs.Peek(cursor, job)) {
-        if (job.GetCommandType() < COMMAND_TYPE_QUERY ||
-            job.GetCommandType() > COMMAND_TYPE_UNREGISTER) {
+    while (m_running) {
+        const CCMTaskJob* job = m_jobs.Peek(cursor);
+        if (!job) return;
+        if (job->GetCommandType() < COMMAND_TYPE_QUERY ||
+            job->GetCommandType() > COMMAND_TYPE_UNREGISTER) {
             CM_TRACE("COMMAND_TYPE_DEFAULT");
             cursor = m_jobs.Skip(cursor);
             continue;
         }
-        const FinishedJob finished(m_jobs, cursor, [&] { m_LetJobGo(job); });
-        m_RunJob(job);
+        const FinishedJob finished(m_jobs, cursor,
+                                   [this, bytes = job->GetHeldBytes()] { m_LetJobGo(bytes); });
+        m_RunJob(*job);
     }
 }
 
@@ -125,10 +127,9 @@ bool CPlivTaskContentsMgr::m_HoldJob(CCMTaskJob& job, const JobBytes& bytes, siz
     return true;
 }
 
-void CPlivTaskContentsMgr::m_LetJobGo(const CCMTaskJob& job) {
-    if (job.GetHeldBytes() == 0) return;
+void CPlivTaskContentsMgr::m_LetJobGo(size_t bytes) {
+    if (bytes == 0) return;
     GMutexLock lock(m_processMutex);
-    size_t bytes = job.GetHeldBytes();
     if (--m_countedJobs == 0) bytes += std::exchange(m_runningBytes, 0);
     m_engine.load()->LetGo(bytes);
 }

@@ -160,7 +160,7 @@ private:
     bool m_QueueJob(const JobBytes& bytes, Fill fill);
     // Counts the job, and `more` bytes, to the client. The caller holds m_processMutex.
     bool m_HoldJob(CCMTaskJob& job, const JobBytes& bytes, size_t more);
-    void m_LetJobGo(const CCMTaskJob& job);
+    void m_LetJobGo(size_t bytes);
     WaitEnd m_WaitForScan(const QueryInfo& query);
     WaitEnd m_PollScan(const QueryInfo& query, const LateFlag& timedOut, const LateFlag& scanned);
     int m_CountCurrent(int queryId, const QueryInfo& query);

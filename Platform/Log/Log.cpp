@@ -148,6 +148,7 @@ std::string Cut(const char* start, size_t whole) {
 
 std::string Format(const char* format, va_list arguments) {
     char text[kLongestText + 1];
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started the list
     const int length = vsnprintf(text, sizeof text, format, arguments);
     if (length < 0) return format;  // one that printf refuses is shown as it stands
     const auto size = static_cast<size_t>(length);

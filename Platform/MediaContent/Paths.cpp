@@ -30,7 +30,7 @@ std::string RealPath(const std::string& path) {
     return realpath(path.c_str(), resolved) ? resolved : "";
 }
 
-bool IsBelow(const std::string& path, const std::string& folder, std::string& below) {
+bool IsInside(const std::string& path, const std::string& folder, std::string& below) {
     if (path == folder) {
         below.clear();
         return true;

@@ -19,7 +19,7 @@ std::string WithoutSlash(std::string path);  // at its end
 std::string RealPath(const std::string& path);
 
 // True when `path` is `folder` or lies below it; `below` is then the rest, "" for the folder.
-bool IsBelow(const std::string& path, const std::string& folder, std::string& below);
+bool IsInside(const std::string& path, const std::string& folder, std::string& below);
 
 // The title of a file that has none: its name without the extension, as valid UTF-8.
 std::string TitleFromName(const std::string& name);

@@ -339,7 +339,7 @@ void Scan::Keep(const std::string& path, int error) {
 bool Scan::IsKept(const std::string& path) const {
     return std::any_of(m_kept.begin(), m_kept.end(), [&](const std::string& kept) {
         std::string below;
-        return IsBelow(path, kept, below);
+        return IsInside(path, kept, below);
     });
 }
 

@@ -129,7 +129,7 @@ void Service::Changed(const std::string& mountPath, const std::vector<std::strin
     std::set<std::pair<std::string, bool>> targets;  // a path once, whole or only itself
     for (const std::string& path : paths) {
         std::string below;
-        if (!IsBelow(WithoutSlash(path), mount->path, below)) continue;
+        if (!IsInside(WithoutSlash(path), mount->path, below)) continue;
         if (below.empty()) return StartFullScan(session, mount);
         // That file speaks for all that lies below its folder.
         targets.insert({ParentPath(below), LastPart(below) == ".nomedia"});
@@ -139,6 +139,7 @@ void Service::Changed(const std::string& mountPath, const std::vector<std::strin
     }
     if (paths.empty()) return StartFullScan(session, mount);
     std::vector<ScanTarget> list;
+    list.reserve(targets.size());
     for (const auto& [path, recursive] : targets) list.push_back({path, recursive});
     if (list.empty()) return;
     const auto activity = std::make_shared<Activity>();

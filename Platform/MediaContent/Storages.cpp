@@ -135,7 +135,7 @@ MountPtr Storages::Resolve(const std::string& path, std::string& below) const {
     MountPtr best;
     for (const auto& mount : All()) {
         std::string rest;
-        if (mount->number == 0 || !IsBelow(path, mount->realPath, rest)) continue;
+        if (mount->number == 0 || !IsInside(path, mount->realPath, rest)) continue;
         if (best && best->realPath.size() > mount->realPath.size()) continue;
         best = mount;
         below = rest;

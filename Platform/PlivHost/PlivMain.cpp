@@ -27,7 +27,7 @@ namespace {
 enum ExitStatus { EXIT_OK = 0, EXIT_CANNOT_SERVE = 1, EXIT_USAGE = 2 };
 
 // What the plugin logs before PlivMain waits until the command line has been read.
-const bool logIsHeld = (platform::HoldLog(), true);
+const bool kLogIsHeld = (platform::HoldLog(), true);
 
 int Refuse(const char* program, const std::string& why, int status) {
     fprintf(stderr, "%s%s: %s\n", platform::JournalPrefix(platform::LOG_ERROR), program,

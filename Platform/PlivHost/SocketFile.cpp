@@ -42,10 +42,10 @@ bool StaysTrue(Test test) {
 }
 
 std::string CheckedPath(std::string path) {
-    constexpr size_t longest = sizeof(sockaddr_un::sun_path) - 2;  // room for the name before
-    if (path.size() > longest)
+    constexpr size_t kLongest = sizeof(sockaddr_un::sun_path) - 2;  // room for the name before
+    if (path.size() > kLongest)
         Refuse("cannot listen at", path,
-               "a socket's path has at most " + std::to_string(longest) + " bytes");
+               "a socket's path has at most " + std::to_string(kLongest) + " bytes");
     return path;
 }
 

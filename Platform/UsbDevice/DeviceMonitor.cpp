@@ -227,7 +227,7 @@ void DeviceMonitor::Publish(DeviceList devices) {
 
 bool DeviceMonitor::IsRecorded(const DeviceRecord& device) const {
     return device.deviceClass == USB_CLASS_MASS_STORAGE && device.IsMounted() &&
-           IsBelow(device.mountPath, m_root);
+           IsStrictlyBelow(device.mountPath, m_root);
 }
 
 void DeviceMonitor::TellArrived(const DeviceRecord& device) {

@@ -6,8 +6,8 @@
 
 namespace platform {
 
-// Truly below: the folder itself is not. Both are absolute and without "." or "..".
-inline bool IsBelow(const std::string& path, const std::string& folder) {
+// The folder itself is not. Both are absolute and without "." or "..".
+inline bool IsStrictlyBelow(const std::string& path, const std::string& folder) {
     return path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
            (folder.back() == '/' || path[folder.size()] == '/');
 }

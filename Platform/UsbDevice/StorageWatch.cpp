@@ -128,7 +128,7 @@ bool StorageWatch::WatchFolder(const std::string& folder) {
 
 void StorageWatch::Unwatch(const std::string& folder) {
     for (auto at = m_folders.begin(); at != m_folders.end();) {
-        if (at->second == folder || IsBelow(at->second, folder)) {
+        if (at->second == folder || IsStrictlyBelow(at->second, folder)) {
             inotify_rm_watch(m_inotify.Get(), at->first);
             at = m_folders.erase(at);
         } else {

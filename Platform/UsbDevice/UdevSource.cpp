@@ -203,7 +203,7 @@ const MountLine* UdevSource::MountOf(udev_device* block) const {
 }
 
 int UdevSource::Preference(const MountLine& mount) const {
-    return (IsBelow(mount.mountPoint, m_root) ? 2 : 0) + (mount.root == "/" ? 1 : 0);
+    return (IsStrictlyBelow(mount.mountPoint, m_root) ? 2 : 0) + (mount.root == "/" ? 1 : 0);
 }
 
 std::string UdevSource::PresenceOf(udev_device* node) const {

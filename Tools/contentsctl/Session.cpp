@@ -165,7 +165,7 @@ void Session::Listen(const std::function<void(const Event&)>& handler) {
     const SourcePtr sources[] = {Flagged(g_unix_signal_source_new(SIGINT), interrupted),
                                  Flagged(g_unix_signal_source_new(SIGTERM), interrupted),
                                  Flagged(g_timeout_source_new(kTickMilliseconds), ticked)};
-    while (!interrupted) {
+    while (!interrupted) {  // NOLINT(bugprone-infinite-loop): a source sets it
         for (; !m_events.empty(); m_events.pop_front()) handler(m_events.front());
         CheckConnection();
         g_main_context_iteration(nullptr, TRUE);

@@ -24,6 +24,7 @@ std::vector<Original> GoodFiles(const std::string& root) {
     }
     std::sort(paths.begin(), paths.end());
     std::vector<Original> files;
+    files.reserve(paths.size());
     for (const std::string& path : paths)
         files.push_back({std::filesystem::path(path).extension().string(), ReadFile(path)});
     return files;

@@ -130,8 +130,8 @@ const Template& Choose(unsigned number, const std::vector<Template>& photos,
                        const std::vector<Template>& others) {
     const unsigned place = number % 20;
     if (place < 14) return photos[number % photos.size()];
-    static constexpr std::array<size_t, 6> kinds = {0, 0, 0, 1, 2, 3};
-    return others[kinds[place - 14]];
+    static constexpr std::array<size_t, 6> kKinds = {0, 0, 0, 1, 2, 3};
+    return others[kKinds[place - 14]];
 }
 
 void WriteCopy(const std::string& path, const Template& from, unsigned number) {
@@ -177,12 +177,12 @@ void MakeLibrary(const std::string& root, unsigned count, Scale scale) {
 }  // namespace
 
 void MakePhotos(const std::string& root, unsigned count) {
-    static constexpr std::array<const char*, 4> folders = {"", "/DCIM", "/DCIM/100TEST", "/Trip"};
-    for (const char* folder : folders) MakeFolders(root + folder);
+    static constexpr std::array<const char*, 4> kFolders = {"", "/DCIM", "/DCIM/100TEST", "/Trip"};
+    for (const char* folder : kFolders) MakeFolders(root + folder);
     const std::vector<Template> photos = PhotoTemplates(Workshop(root), Scale::Small);
     for (unsigned i = 0; i < count; ++i) {
         const std::string name = "/IMG_" + Padded(i + 1, 4) + ".jpg";
-        WriteCopy(root + folders[i % folders.size()] + name, photos[i % photos.size()], i);
+        WriteCopy(root + kFolders[i % kFolders.size()] + name, photos[i % photos.size()], i);
     }
     WriteFile(root + "/broken.jpg", photos[0].Copy(0).substr(0, 20));
     SetTime(root + "/broken.jpg", count);

@@ -34,7 +34,7 @@ void SetShot(Exiv2::ExifData& exif, const std::string& thumbnail) {
     static constexpr struct {
         const char* key;
         const char* value;
-    } shot[] = {
+    } kShot[] = {
         {"Image.Make", "Sample Cameras"},
         {"Image.Model", "SC-1"},
         {"Image.Software", "Firmware 1.02"},
@@ -75,7 +75,7 @@ void SetShot(Exiv2::ExifData& exif, const std::string& thumbnail) {
         {"Photo.SceneCaptureType", "0"},
         {"Photo.LensModel", "SC-1 4.8mm f/2.8"},
     };
-    for (const auto& [key, value] : shot) exif[std::string("Exif.") + key].setValue(value);
+    for (const auto& [key, value] : kShot) exif[std::string("Exif.") + key].setValue(value);
     std::string note;
     for (int i = 0; i < 2000; ++i) note += std::to_string(i * 7 % 251) + " ";
     exif["Exif.Photo.MakerNote"].setValue(note);

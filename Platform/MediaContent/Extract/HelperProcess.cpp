@@ -23,7 +23,7 @@ namespace platform {
 namespace {
 
 constexpr int kKillWaitMs = 1000;
-constexpr std::chrono::milliseconds BUSY(200);  // of processor time without an answer
+constexpr std::chrono::milliseconds kBusy(200);  // of processor time without an answer
 constexpr int kLowestPriority = 19;
 
 // Children that were killed and have not ended yet.
@@ -156,7 +156,7 @@ std::chrono::nanoseconds HelperProcess::ProcessorTime() const {
 }
 
 bool HelperProcess::GiveWayIfBusy() {
-    if (!m_hasGivenWay && ProcessorTime() - m_timeAtMessage > BUSY)
+    if (!m_hasGivenWay && ProcessorTime() - m_timeAtMessage > kBusy)
         m_hasGivenWay = setpriority(PRIO_PROCESS, static_cast<id_t>(m_pid), kLowestPriority) == 0;
     return m_hasGivenWay;
 }
