@@ -97,6 +97,7 @@ run_machine() {
 count "formatting" check_format
 count "layers" scripts/check-layers.sh
 count "the check of the layers" scripts/check-layers-test.sh
+count "functions that nobody uses" scripts/check-unused.sh
 presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(dev asan tsan)
 for preset in "${presets[@]}"; do run_preset "$preset"; done
@@ -104,7 +105,14 @@ if [ $# -eq 0 ]; then
     count "fuzzing, a few seconds a target" quietly scripts/fuzz.sh 3
     # Whether they run and have every row: what they measure beside other work says little.
     count "the benchmarks" quietly scripts/bench.sh --quick
+    # The machine waits more than it works.
+    tidy=$(mktemp)
+    nice scripts/check-tidy.sh >"$tidy" 2>&1 &
+    linting=$!
     run_machine
+    wait $linting || cat "$tidy"
+    count "clang-tidy" wait $linting
+    rm -f "$tidy"
 fi
 
 echo "$passed passed, $failed failed"

@@ -109,8 +109,8 @@ public:
     // Forgets up to `limit` items of a storage that is away and was not there since `before`, and
     // with the last of them the storage itself. True when there is nothing more to do.
     bool Purge(int64_t storage, int64_t before, int limit);
-    // Moves what is in the write-ahead log into the database and shortens it, as far as readers
-    // allow.
+    // Moves what is in the write-ahead log into the database and shortens it. Waits 0.1 s for
+    // readers at most, under the writer's lock; what is left then stays until the next time.
     void Checkpoint();
 
 private:

@@ -79,7 +79,7 @@ private:
     const Hooks m_hooks;
     std::atomic<bool> m_closing{false};
 
-    std::mutex m_mutex;  // held for the queue alone
+    std::mutex m_mutex;  // held for a step, and while the closing call is answered
     std::condition_variable m_changed;
     std::deque<Command> m_commands;  // these are guarded by m_mutex
     bool m_stop = false;

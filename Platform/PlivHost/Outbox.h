@@ -100,7 +100,8 @@ private:
     uintptr_t m_number = 0;  // names it to the filter; constant after Create
     guint m_filter = 0;      // host thread
 
-    std::mutex m_mutex;          // held over g_dbus_connection_send_message, to keep the order
+    std::mutex
+        m_mutex;  // held over g_dbus_connection_send_message, which only queues, to keep the order
     bool m_dead = false;         // these are guarded by m_mutex
     bool m_overflowing = false;  // messages are being dropped
     std::deque<Item> m_waiting;
