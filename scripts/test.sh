@@ -110,8 +110,10 @@ if [ $# -eq 0 ]; then
     nice scripts/check-tidy.sh >"$tidy" 2>&1 &
     linting=$!
     run_machine
-    wait $linting || cat "$tidy"
-    count "clang-tidy" wait $linting
+    wait $linting
+    clean=$?
+    [ $clean -eq 0 ] || cat "$tidy"
+    count "clang-tidy" test $clean -eq 0
     rm -f "$tidy"
 fi
 
