@@ -11,6 +11,12 @@ constexpr char kPath[] = "/dorn/PlivHost";
 constexpr char kInterface[] = "dorn.PlivHost1";
 constexpr int kCallTimeout = 60 * 1000;  // milliseconds
 
+GVariant* Command(int handle, const std::string& command, const std::string& arg1,
+                  const std::string& arg2, const std::string& arg3, const std::string& arg4) {
+    return g_variant_new("(isssss)", handle, command.c_str(), arg1.c_str(), arg2.c_str(),
+                         arg3.c_str(), arg4.c_str());
+}
+
 void ReadExecuteAnswer(GVariant* result, Answer& answer) {
     gboolean handled = FALSE;
     const gchar* value = nullptr;
@@ -140,10 +146,7 @@ int DBusClient::Open(const std::string& name) {
 Answer DBusClient::Execute(int handle, const std::string& command, const std::string& arg1,
                            const std::string& arg2, const std::string& arg3,
                            const std::string& arg4) {
-    return Call("Execute",
-                g_variant_new("(isssss)", handle, command.c_str(), arg1.c_str(), arg2.c_str(),
-                              arg3.c_str(), arg4.c_str()),
-                ReadExecuteAnswer);
+    return Call("Execute", Command(handle, command, arg1, arg2, arg3, arg4), ReadExecuteAnswer);
 }
 
 Answer DBusClient::ExecuteWithParamList(int handle, const std::string& command,
@@ -159,11 +162,11 @@ std::string DBusClient::Close(int handle) {
     return Call("Close", g_variant_new("(i)", handle), [](GVariant*, Answer&) {}).error;
 }
 
-void DBusClient::Send(int handle, const std::string& command, const std::string& arg1) {
-    g_dbus_connection_call(
-        m_connection, nullptr, kPath, kInterface, "Execute",
-        g_variant_new("(isssss)", handle, command.c_str(), arg1.c_str(), "", "", ""), nullptr,
-        G_DBUS_CALL_FLAGS_NONE, kCallTimeout, nullptr, nullptr, nullptr);
+void DBusClient::Send(int handle, const std::string& command, const std::string& arg1,
+                      const std::string& arg2, const std::string& arg3, const std::string& arg4) {
+    g_dbus_connection_call(m_connection, nullptr, kPath, kInterface, "Execute",
+                           Command(handle, command, arg1, arg2, arg3, arg4), nullptr,
+                           G_DBUS_CALL_FLAGS_NONE, kCallTimeout, nullptr, nullptr, nullptr);
     g_dbus_connection_flush_sync(m_connection, nullptr, nullptr);
 }
 

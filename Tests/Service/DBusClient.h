@@ -52,7 +52,9 @@ public:
     std::string Close(int handle);  // the error's name, empty for success
 
     // Sends the command and does not wait for its answer, which is dropped.
-    void Send(int handle, const std::string& command, const std::string& arg1 = "");
+    void Send(int handle, const std::string& command, const std::string& arg1 = "",
+              const std::string& arg2 = "", const std::string& arg3 = "",
+              const std::string& arg4 = "");
 
     // The first event not yet taken that `fits`; nothing when the deadline passes.
     std::optional<Event> Wait(const std::function<bool(const Event&)>& fits,

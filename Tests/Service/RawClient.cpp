@@ -68,18 +68,30 @@ bool RawClient::Authenticate() {
     return true;
 }
 
-void RawClient::Call(const char* method, GVariant* parameters) {
+std::string RawClient::Message(const char* method, GVariant* parameters) {
     GDBusMessage* call =
         g_dbus_message_new_method_call(nullptr, "/dorn/PlivHost", "dorn.PlivHost1", method);
     g_dbus_message_set_body(call, parameters);
     g_dbus_message_set_serial(call, ++m_serial);
     gsize size = 0;
     guchar* blob = g_dbus_message_to_blob(call, &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr);
-    Write(std::string(reinterpret_cast<char*>(blob), size));
+    const std::string bytes(reinterpret_cast<char*>(blob), size);
     g_free(blob);
     g_object_unref(call);
+    return bytes;
 }
 
+int RawClient::Open() {
+    Call("Open", g_variant_new("(s)", "raw"));
+    return ReadHandle();
+}
+
+void RawClient::Execute(int handle, const char* command, const char* arg1, const char* arg2,
+                        const char* arg3, const char* arg4) {
+    Call("Execute", g_variant_new("(isssss)", handle, command, arg1, arg2, arg3, arg4));
+}
+
+// Of one message, its first integer.
 int RawClient::ReadHandle() {
     std::vector<guchar> bytes(16);
     if (!ReadExactly(bytes.data(), bytes.size())) return -1;

@@ -42,7 +42,9 @@ public:
             Note(Execute("Query", storage, "folder", "/" + std::to_string(i) + Megabyte()));
         Execute("Query", "no such storage", "photo", "", "true");  // the worker waits for its scan
         const std::string paths = "{\"fullpaths\":[\"/" + Megabyte() + "\"]}";
-        const std::string many = "{\"fullpaths\":[" + Repeated("\"\",", 300 * 1000) + "\"\"]}";
+        std::string many = "{\"fullpaths\":[";
+        for (int i = 0; i < 300 * 1000; ++i) many += "\"\",";
+        many += "\"\"]}";
         for (int i = 0; i < kTimes; ++i) Note(Execute("RegisterContents", "", paths));
         for (int i = 0; i < kTimes / 10; ++i) Note(Execute("UnregisterContents", "", many));
         EXPECT_FALSE(Execute(std::string(30 << 20, 'n')).error.empty());
@@ -50,11 +52,6 @@ public:
     }
 
 private:
-    static std::string Repeated(const std::string& text, int times) {
-        std::string all;
-        for (int i = 0; i < times; ++i) all += text;
-        return all;
-    }
     Answer Execute(const std::string& command, const std::string& arg1 = "",
                    const std::string& arg2 = "", const std::string& arg3 = "",
                    const std::string& arg4 = "") {
@@ -71,14 +68,10 @@ private:
 void AskAndNeverRead(const std::string& socket, const std::string& storage) {
     RawClient client(socket);
     ASSERT_TRUE(client.Authenticate());
-    client.Call("Open", g_variant_new("(s)", "mute"));
-    const int handle = client.ReadHandle();
-    const auto send = [&](const char* command, const char* arg1, const char* arg2) {
-        client.Call("Execute", g_variant_new("(isssss)", handle, command, arg1, arg2, "", ""));
-    };
-    send("Connect", "", "");
-    send("Query", storage.c_str(), "photo");
-    for (int i = 0; i < 2000; ++i) send("Fetch", "0", "1000");
+    const int handle = client.Open();
+    client.Execute(handle, "Connect");
+    client.Execute(handle, "Query", storage.c_str(), "photo");
+    for (int i = 0; i < 2000; ++i) client.Execute(handle, "Fetch", "0", "1000");
 }
 
 TEST_F(ClientFaults, EightGreedyClientsEndNeitherTheServiceNorEachOther) {

@@ -48,7 +48,7 @@ TEST(AppBase, CloseWaitsForTheRunningCommand) {
         std::string value;
         EXPECT_TRUE(app.Execute(value, 1, "wait", "", "", "", ""));
     });
-    ASSERT_TRUE(app.gate.WaitForGuests(1));
+    ASSERT_TRUE(app.gate.WaitForGuest());
     std::thread closer([&] { EXPECT_TRUE(app.Close(1)); });
     app.gate.Open();
     runner.join();

@@ -33,13 +33,10 @@ class StuckClient {
 public:
     explicit StuckClient(const std::string& socketPath) : m_client(socketPath) {
         EXPECT_TRUE(m_client.Authenticate());
-        m_client.Call("Open", g_variant_new("(s)", "stuck"));
-        m_handle = m_client.ReadHandle();
-        EXPECT_GT(m_handle, 0);
+        EXPECT_GT(m_handle = m_client.Open(), 0);
     }
     void Execute(const char* command, const char* arg1, const char* arg2, const char* arg3) {
-        m_client.Call("Execute",
-                      g_variant_new("(isssss)", m_handle, command, arg1, arg2, arg3, ""));
+        m_client.Execute(m_handle, command, arg1, arg2, arg3);
     }
     bool IsCutOff() { return m_client.ReadToEnd(); }
 
@@ -64,7 +61,7 @@ TEST_F(HostTest, AClientThatLeavesTakesItsEnginesAlong) {
     Session leaver(Path());
     for (int i = 0; i < 5; ++i) ASSERT_GT(leaver.client->Open(), 0);
     leaver.Send("wait");
-    ASSERT_TRUE(app.gate.WaitForGuests(1));
+    ASSERT_TRUE(app.gate.WaitForGuest());
     leaver.Send("echo");
     leaver.client.reset();
     ASSERT_TRUE(Until([&] { return app.live == 2; })) << "idle engines were kept";
@@ -95,7 +92,7 @@ TEST_F(HostTest, StoppingEndsEnginesInTheMiddleOfCommands) {
     Start();
     const Session session(Path());
     session.Send("wait");
-    ASSERT_TRUE(app.gate.WaitForGuests(1));
+    ASSERT_TRUE(app.gate.WaitForGuest());
     for (int i = 0; i < 10; ++i) session.Send("echo");
     std::thread opener([this] { app.gate.Open(); });
     Stop();
