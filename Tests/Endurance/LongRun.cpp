@@ -19,8 +19,10 @@ constexpr long kPrinted = 100;  // things that are wrong
 // reader's 64 MiB pass through it every few seconds.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr long kMemorySlackKiB = 1L << 30;  // not judged: a sanitizer keeps what is freed
+constexpr long kPeakKiB = 1L << 30;
 #else
 constexpr long kMemorySlackKiB = 16 * 1024;
+constexpr long kPeakKiB = 256 * 1024;
 #endif
 
 // False for words that are none of ours.
@@ -118,6 +120,8 @@ Vitals QuietVitals(pid_t service) {
 
 void JudgeGrowth(pid_t service, const Vitals& start, const Vitals& end, Ledger& ledger) {
     std::printf("\n%-28s %12s %12s\n", "service, when quiet", "start", "end");
+    // Whatever the clients want at once: Docs/decisions/client-memory.md.
+    Judge("most resident memory, KiB", 0, end.peakKiB, kPeakKiB, ledger);
     Judge("memory of its own, KiB", start.privateKiB, end.privateKiB, kMemorySlackKiB, ledger);
     std::printf("%-28s %12ld %12ld\n", "resident, KiB", start.residentKiB, end.residentKiB);
     if (!Judge("threads", start.threads, end.threads, kThreadSlack, ledger))

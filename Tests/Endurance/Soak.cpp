@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <list>
 #include <map>
 #include <thread>
 
@@ -26,7 +27,8 @@ namespace fs = std::filesystem;
 using std::chrono::seconds;
 
 constexpr int kClients = 5;
-constexpr long kLooks = 6;  // at the quiet service, after the warm-up's
+constexpr int kBadClients = 4;  // of one kind, at a time
+constexpr long kLooks = 6;      // at the quiet service, after the warm-up's
 
 // The sticks of the soak, and what the service knows of them.
 class SoakWorld : public Known {
@@ -164,9 +166,9 @@ void SoakTrouble::ChangeFiles(Random random) {
 void SoakTrouble::KillHelpers(Random random) {
     while (!m_world.stop) {
         // Children of the service, which is a child of this process.
-        const std::vector<pid_t> helpers = ChildrenOf(m_service);
-        if (!helpers.empty() && kill(helpers[random() % helpers.size()], SIGKILL) == 0)
-            m_world.ledger.Done("helper killed");
+        for (const pid_t helper : ChildrenOf(m_service))
+            if (random() % 2 == 0 && kill(helper, SIGKILL) == 0)
+                m_world.ledger.Done("helper killed");
         Pause(random, 50, 1500);
     }
 }
@@ -177,7 +179,9 @@ void SoakTrouble::KillClients(Random random) {
         const std::string& word = words[random() % words.size()];
         const std::string& storage = m_world.storages[random() % m_world.storages.size()];
         {
-            const Program client({"/proc/self/exe", word, m_world.socket, storage}, "/dev/null");
+            const Texts command{"/proc/self/exe", word, m_world.socket, storage};
+            std::list<Program> clients;
+            for (int i = 0; i < kBadClients; ++i) clients.emplace_back(command, "/dev/null");
             Pause(random, 50, 4000);
         }
         m_world.ledger.Done("killed " + word);

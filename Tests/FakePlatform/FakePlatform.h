@@ -123,9 +123,7 @@ struct Script {
     std::map<std::string, std::function<void()>> hooks;
     std::map<std::string, int> calls;
 
-    // Handles given back stay allocated until Reset, so that no address comes twice in a test.
     std::unordered_map<const void*, std::unique_ptr<Handle>> live;
-    std::unordered_map<const void*, std::unique_ptr<Handle>> dead;
 
     size_t held = 0;  // by the engines
     size_t mayHold = SIZE_MAX;
@@ -185,9 +183,9 @@ public:
     int UsbUsers() const { return Lock()->usbUsers; }
     int UsbReceivers() const { return static_cast<int>(Lock()->usbReceivers.size()); }
     int DbReceivers() const { return static_cast<int>(Lock()->dbReceivers.size()); }
-    // Handles not given back, by the name of their type. Types without any are absent. A handle
-    // given back twice or used afterwards ends the test program with a message.
-    std::map<std::string, int> LiveHandles() const;
+    // Handles not given back. One that is given back twice or used afterwards ends the test program
+    // with a message.
+    int LiveHandles() const;
 
     // ---- what engines hold for their clients ----
     void LetHold(size_t bytes) { Lock()->mayHold = bytes; }  // all together

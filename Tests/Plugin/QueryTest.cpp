@@ -251,7 +251,7 @@ protected:
             platform.FailNoMore();
             EXPECT_EQ(payload["result"].asInt(), c.result);
             EXPECT_EQ(payload["count"].asInt(), c.count);
-            EXPECT_TRUE(platform.LiveHandles().empty());
+            EXPECT_EQ(platform.LiveHandles(), 0);
         }
     }
 };

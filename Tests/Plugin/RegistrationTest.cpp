@@ -58,7 +58,7 @@ TEST_F(RegistrationTest, EachPathOrIdIsTriedAndReported) {
         const char* const event =
             c.registers ? "CONTETNS_REGISTER_COMPLETED" : "CONTENTS_UNREGISTER_COMPLETED";
         EXPECT_EQ(platform.WaitForEvent(event).payload, std::string(c.payload) + "\n");
-        EXPECT_TRUE(platform.LiveHandles().empty()) << "each record is given back";
+        EXPECT_EQ(platform.LiveHandles(), 0) << "each record is given back";
     }
 }
 

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <set>
+#include <vector>
 
 namespace test {
 namespace {
@@ -59,11 +59,11 @@ std::map<pid_t, long> WakeUpsOf(pid_t process) {
     return wakeUps;
 }
 
-std::vector<pid_t> ChildrenOf(pid_t process) {
-    std::vector<pid_t> children;
+std::set<pid_t> ChildrenOf(pid_t process) {
+    std::set<pid_t> children;
     for (const auto& task : EntriesOf(FolderOf(process) / "task")) {
         std::ifstream in(task / "children");
-        for (pid_t child = 0; in >> child;) children.push_back(child);
+        for (pid_t child = 0; in >> child;) children.insert(child);
     }
     return children;
 }

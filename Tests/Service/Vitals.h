@@ -5,8 +5,8 @@
 #include <sys/types.h>
 
 #include <map>
+#include <set>
 #include <string>
-#include <vector>
 
 namespace test {
 
@@ -23,7 +23,7 @@ struct Vitals {
 Vitals ReadVitals(pid_t process);
 // How often each of its threads has gone to sleep by itself since it was made, by thread id.
 std::map<pid_t, long> WakeUpsOf(pid_t process);
-std::vector<pid_t> ChildrenOf(pid_t process);
+std::set<pid_t> ChildrenOf(pid_t process);
 // What its descriptors stand for, one a line, sorted.
 std::string DescriptorsOf(pid_t process);
 std::string ThreadsOf(pid_t process);

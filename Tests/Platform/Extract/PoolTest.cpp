@@ -101,9 +101,8 @@ TEST_F(PoolTest, AHelperThatEndedWhileIdleIsReplacedBeforeTheFileIsLost) {
 TEST_F(PoolTest, ADescriptorInAnAnswerIsDropped) {
     ExtractorPool pool(Bad("gives-descriptor"));
     ASSERT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
-    const std::set<int> before = DescriptorsOf(getpid());
+    const NothingLeft more;
     EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
-    EXPECT_EQ(DescriptorsOf(getpid()), before);
 }
 
 TEST_F(PoolTest, CancellingEndsTheWaitForAHelper) {
@@ -181,7 +180,7 @@ TEST_F(PoolTest, AHelperHoldsNoDescriptorOfOursAndNoFileAfterItsAnswer) {
     ASSERT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
     const std::set<pid_t> helpers = ChildrenOf(getpid());
     ASSERT_EQ(helpers.size(), 1u);
-    EXPECT_EQ(DescriptorsOf(*helpers.begin()), (std::set<int>{0, 1, 2, 3}));
+    EXPECT_EQ(test::ReadVitals(*helpers.begin()).descriptors, 4) << "three and the socket";
     const auto errorsOf = [](const std::string& process) {
         return std::filesystem::read_symlink("/proc/" + process + "/fd/2");
     };

@@ -175,29 +175,6 @@ TEST_F(HostTest, ConnectionsAreBounded) {
     }));
 }
 
-TEST_F(HostTest, FourClientsOpenAndCloseTwoHundredEnginesWhileCommandsRun) {
-    Start();
-    std::vector<std::thread> clients;
-    for (int c = 0; c < 4; ++c) {
-        clients.emplace_back([this] {
-            auto client = Connect();
-            for (int i = 0; i < 50; ++i) {
-                const int handle = client->Open();
-                ASSERT_GT(handle, 0);
-                client->Send(handle, "events", "20");
-                EXPECT_EQ(client->Execute(handle, "echo", "x").value, "x");
-                client->Send(handle, "echo");
-                if (i % 3 != 0) {
-                    EXPECT_EQ(client->Close(handle), "");
-                }
-                if (i % 10 == 9) client = Connect();
-            }
-        });
-    }
-    for (auto& client : clients) client.join();
-    EXPECT_TRUE(Until([&] { return app.live == 0; }));
-}
-
 TEST_F(HostTest, TheSocketIsPrivateAndALiveOneIsKept) {
     Start();
     struct stat folder {};
