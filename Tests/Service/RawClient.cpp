@@ -9,8 +9,12 @@
 #include <stdexcept>
 #include <vector>
 
+#include "PlivHost/GlibPtr.h"
+
 namespace test {
 namespace {
+
+using MessagePtr = platform::ObjectPtr<GDBusMessage>;
 
 constexpr int kDeadline = 60 * 1000;  // milliseconds
 
@@ -69,16 +73,14 @@ bool RawClient::Authenticate() {
 }
 
 std::string RawClient::Message(const char* method, GVariant* parameters) {
-    GDBusMessage* call =
-        g_dbus_message_new_method_call(nullptr, "/dorn/PlivHost", "dorn.PlivHost1", method);
-    g_dbus_message_set_body(call, parameters);
-    g_dbus_message_set_serial(call, ++m_serial);
+    const MessagePtr call(
+        g_dbus_message_new_method_call(nullptr, "/dorn/PlivHost", "dorn.PlivHost1", method));
+    g_dbus_message_set_body(call.get(), parameters);
+    g_dbus_message_set_serial(call.get(), ++m_serial);
     gsize size = 0;
-    guchar* blob = g_dbus_message_to_blob(call, &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr);
-    const std::string bytes(reinterpret_cast<char*>(blob), size);
-    g_free(blob);
-    g_object_unref(call);
-    return bytes;
+    const platform::TextPtr bytes(reinterpret_cast<char*>(
+        g_dbus_message_to_blob(call.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr)));
+    return {bytes.get(), size};
 }
 
 int RawClient::Open() {
@@ -99,14 +101,12 @@ int RawClient::ReadHandle() {
     if (needed < 16) return -1;
     bytes.resize(static_cast<size_t>(needed));
     if (!ReadExactly(bytes.data() + 16, bytes.size() - 16)) return -1;
-    GDBusMessage* message = g_dbus_message_new_from_blob(bytes.data(), bytes.size(),
-                                                         G_DBUS_CAPABILITY_FLAGS_NONE, nullptr);
-    if (!message) return -1;
+    const MessagePtr message(g_dbus_message_new_from_blob(bytes.data(), bytes.size(),
+                                                          G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
+    GVariant* body = message ? g_dbus_message_get_body(message.get()) : nullptr;
     gint32 handle = -1;
-    GVariant* body = g_dbus_message_get_body(message);
     if (body && g_variant_is_of_type(body, G_VARIANT_TYPE("(i)")))
         g_variant_get(body, "(i)", &handle);
-    g_object_unref(message);
     return handle;
 }
 
