@@ -177,6 +177,7 @@ public:
 
     // ---- what was called ----
     int CallCount(const std::string& function) const { return Lock()->calls[function]; }
+    std::map<std::string, int> Calls() const { return Lock()->calls; }
     void ForgetCalls() { Lock()->calls.clear(); }
     // Connects less disconnects, inits less finis.
     int Connections() const { return Lock()->connections; }
