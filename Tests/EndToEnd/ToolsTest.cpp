@@ -31,16 +31,6 @@ protected:
     }
 };
 
-TEST_F(ToolsTest, TheServiceTellsWrongUsage) {
-    const Words cases[] = {{"--nonsense"}, {"extra"}, {"--bus", "omni"}, {"--log-level", "loud"}};
-    for (Words words : cases) {
-        words.insert(words.begin(), SERVICE_PROGRAM);
-        const Outcome wrong = RunProgram(words);
-        EXPECT_EQ(wrong.status, 2) << words[1];
-        EXPECT_NE(wrong.errors.find("--help"), std::string::npos) << wrong.errors;
-    }
-}
-
 TEST_F(ToolsTest, BothTellTheirUsageAndTheVersionAndNothingElse) {
     for (const char* program : {SERVICE_PROGRAM, CONTENTSCTL})
         for (const char* option : {"--help", "--version"}) {

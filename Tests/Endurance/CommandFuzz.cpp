@@ -230,7 +230,7 @@ int Run(const RunOptions& given) {
     const Vitals start = QuietVitals(service.Pid());
     RunFuzzers(world, service, given.seed + 1, given.amount - given.amount / 10);
     const double took = std::chrono::duration<double>(Clock::now() - begin).count();
-    JudgeGrowth(service.Pid(), start, QuietVitals(service.Pid()), world.ledger);
+    JudgeGrowth(start, QuietVitals(service.Pid()), world.ledger);
     std::printf("%.1f s\n", took);
     if (service.IsRunning()) {
         // Its photos may have been removed, and are found again by the next scan.

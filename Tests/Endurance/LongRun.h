@@ -58,7 +58,7 @@ int RunWith(const std::vector<std::string>& words, RunOptions options,
 // When nobody is connected and nothing has changed for some seconds.
 Vitals QuietVitals(pid_t service);
 // Prints both, and puts down as wrong what has grown by more than it may.
-void JudgeGrowth(pid_t service, const Vitals& start, const Vitals& end, Ledger& ledger);
+void JudgeGrowth(const Vitals& start, const Vitals& end, Ledger& ledger);
 
 // Prints the ledger, and the service's log when something is wrong; the exit status.
 int Verdict(const ServiceProcess& service, const Ledger& ledger);

@@ -46,7 +46,6 @@ private:
     void Ask();
     void RegisterSome();
     void RemoveSome();
-    void Nonsense();
     void Reconnect();
     void CloseRudely();
     void LeaveAndJoin();

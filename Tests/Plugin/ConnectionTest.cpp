@@ -113,23 +113,6 @@ TEST_F(ConnectionTest, AFailedDisconnectStaysConnectedWithoutWatchersAndMayBeTri
     EXPECT_FALSE(rig.task.GetCount(2, count));
 }
 
-TEST_F(ConnectionTest, StoragesAreRefusedWhenDisconnectedOrUnlistableAndAppendedElse) {
-    AddStick();
-    Rig rig;
-    CPlivTaskContentsMgr::StorageList list;
-    EXPECT_FALSE(rig.task.GetStorages(list));
-    ASSERT_TRUE(rig.task.Connect());
-    platform.Fail("usb_device_get_device_list", 1, USB_DEVICE_ERROR_IO);
-    EXPECT_FALSE(rig.task.GetStorages(list));
-    EXPECT_TRUE(list.empty());
-    for (const size_t size : {1u, 2u}) {
-        EXPECT_TRUE(rig.task.GetStorages(list));
-        EXPECT_EQ(list.size(), size);
-    }
-}
-
-// ---- the parts that only notifications and derived code call ----
-
 TEST_F(ConnectionTest, AStorageIsFoundByItsMountPathButNeverANotMountedOne) {
     AddStick();
     platform.Add(Camera(1, 2));
@@ -138,26 +121,6 @@ TEST_F(ConnectionTest, AStorageIsFoundByItsMountPathButNeverANotMountedOne) {
     EXPECT_EQ(rig.task.m_GetStorageByMountPath(kStick)->GetDeviceID(), "S1");
     EXPECT_FALSE(rig.task.m_GetStorageByMountPath("n/a"));
     EXPECT_FALSE(rig.task.m_GetStorageByMountPath(OnStick("")));
-}
-
-TEST_F(ConnectionTest, OneDevicesStorageIsLookedUp) {
-    AddStick();
-    ConnectedRig rig;
-    usb_device_list_s* devices = nullptr;
-    usb_device_s* device = nullptr;
-    ASSERT_EQ(usb_device_get_device_list(USB_CLASS_MASS_STORAGE, &devices), 0);
-    ASSERT_EQ(usb_device_list_get_first(devices, &device), 0);
-    StoragePtr storage;
-    ASSERT_TRUE(rig.task.m_GetStorageInfo(device, storage));
-    EXPECT_EQ(storage->GetDeviceID(), "S1");
-    EXPECT_EQ(platform.LiveHandles(), 2) << "the list, and the record's own clone";
-    for (const char* call : {"media_storage_get_path", "media_filter_create"}) {
-        platform.Fail(call, 0);
-        EXPECT_FALSE(rig.task.m_GetStorageInfo(device, storage)) << call;
-    }
-    EXPECT_FALSE(rig.task.m_AddStorage(nullptr, StoragesOf(rig.task)));
-    rig.task.m_DestroyUSBList(devices);
-    rig.task.m_DestroyUSBList(nullptr);
 }
 
 }  // namespace

@@ -7,14 +7,6 @@ namespace {
 
 class EngineTest : public PluginTest {};
 
-TEST_F(EngineTest, EachEngineHasAWorkerOfItsOwn) {
-    auto first = std::make_unique<CPlivEngineContentsMgr>();
-    auto second = std::make_unique<CPlivEngineContentsMgr>();
-    EXPECT_TRUE(HasThreads(2));
-    first.reset();
-    EXPECT_TRUE(HasThreads(1));
-}
-
 TEST_F(EngineTest, AThrownTextIsCaughtAnythingElseReachesTheHost) {
     CPlivEngineContentsMgr engine;
     platform.OnCall("usb_device_get_device_list", [] { throw std::string("no bus"); });

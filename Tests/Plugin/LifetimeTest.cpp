@@ -66,30 +66,6 @@ TEST_F(LifetimeTest, WatchersMayEndTheMomentAfterTheyWereMade) {
     EXPECT_EQ(platform.UsbReceivers(), 0);
 }
 
-TEST_F(LifetimeTest, AnEngineEndsWithJobsStillQueued) {
-    AddPhotos(1);
-    for (int round = 0; round < 5; ++round) {
-        std::vector<std::unique_ptr<CPlivEngineContentsMgr>> engines;
-        for (int i = 0; i < 8; ++i) {
-            engines.push_back(std::make_unique<CPlivEngineContentsMgr>());
-            if (i % 4 == 3) continue;  // one that was never connected
-            Command(*engines[i], "Connect");
-            for (int n = 0; n < 10; ++n) {
-                Command(*engines[i], "Query", "S1", n % 2 ? "photo" : "folder", "$USB_DIR", "");
-                Command(*engines[i], "Fetch", "0", "10");
-                Command(*engines[i], "UnregisterContents", "S1", R"({"ids":["x"]})");
-            }
-        }
-        while (!engines.empty()) {  // from the middle outwards
-            engines.erase(engines.begin() + static_cast<long>(engines.size() / 2));
-            if (!engines.empty()) Command(*engines[0], "GetStorages");
-        }
-        EXPECT_EQ(platform.Connections(), 0);
-        EXPECT_EQ(platform.UsbUsers(), 0);
-        EXPECT_EQ(platform.CallCount("media_content_disconnect"), 6 * (round + 1));
-    }
-}
-
 TEST_F(LifetimeTest, AScanWaitEndsWithItsEngineAndItsCallbacksComeTooLate) {
     dorn::SetPauseUnit(std::chrono::seconds(1));
     for (const char* kind : {"photo", "folder"}) {
@@ -117,26 +93,6 @@ TEST_F(LifetimeTest, AScanWaitEndsWithoutWatchersToo) {
     EXPECT_EQ(Command(*engine, "Disconnect").value, "0")
         << "connected still, but no main loop runs";
     EXPECT_EQ(Await("QUERY_COMPLETED")["result"].asInt(), -10);
-}
-
-TEST_F(LifetimeTest, APausedDiscoveryHoldsUpNoOtherEngine) {
-    std::atomic<bool> firstCall{true};
-    Gate gate;
-    ConnectedRig slow, quick;
-    platform.OnCall("media_storage_foreach_storage_from_db", [&] {
-        if (firstCall.exchange(false)) gate.Wait();
-    });
-    std::thread held([&] {
-        CPlivTaskContentsMgr::StorageList list;
-        EXPECT_TRUE(slow.task.GetStorages(list));
-    });
-    ASSERT_TRUE(gate.WaitForGuest());
-    CPlivTaskContentsMgr::StorageList list;
-    EXPECT_TRUE(quick.task.GetStorages(list));
-    EXPECT_EQ(list.size(), 1u);
-    EXPECT_TRUE(quick.task.Disconnect());
-    gate.Open();
-    held.join();
 }
 
 TEST_F(LifetimeTest, EnginesComeAndGoWhileNotificationsPourIn) {

@@ -102,17 +102,6 @@ TEST_F(NotificationTest, AStickRecordedForTheThirdPassIsPaired) {
     EXPECT_EQ(Await("USB_CONNECTED")["storage"]["id"].asString(), "S2");
 }
 
-TEST_F(NotificationTest, AnUnlistedStickIsReportedAsTheDeviceTellsIt) {
-    ConnectedRig rig;
-    Device stick{kNewStick};
-    stick.product = "Gone";
-    platform.FireUsb(stick, "blocked");
-    const Json::Value payload = Await("USB_DISCONNECTED");
-    EXPECT_EQ(payload.getMemberNames(), Strings{"storage"});
-    EXPECT_EQ(payload["storage"]["name"].asString(), "Gone");
-    EXPECT_EQ(payload["storage"]["type"].asString(), "msc");
-}
-
 TEST_F(NotificationTest, ACameraAddedTwiceGoesWithBothRecords) {
     ConnectedRig rig;
     platform.FireUsb(Camera(1, 5), "added");

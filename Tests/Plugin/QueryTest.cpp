@@ -28,20 +28,6 @@ TEST_F(QueryTest, IdsTellFoldersFromMediaAndNeverRepeat) {
     for (const auto& step : steps) EXPECT_EQ(task.m_MakeRequestId(step.first), step.second);
 }
 
-TEST_F(QueryTest, RefusedQueriesQueueNothing) {
-    Rig rig;
-    EXPECT_FALSE(rig.task.Query("S1", dorn::MEDIA_TYPE_PHOTO, "", ""));
-    ASSERT_TRUE(rig.task.Connect());
-    EXPECT_FALSE(rig.task.Query("", dorn::MEDIA_TYPE_PHOTO, "", ""));
-    EXPECT_FALSE(rig.task.Query("S1", dorn::MEDIA_TYPE_NONE, "", ""));
-    int count = 0;
-    EXPECT_FALSE(rig.task.GetCount(2, count));
-    EXPECT_TRUE(rig.task.Query("S1", dorn::MEDIA_TYPE_PHOTO, "", ""));
-    Await("QUERY_COMPLETED");
-    EXPECT_EQ(platform.CountEvents("QUERY_COMPLETED"), 1);
-    EXPECT_TRUE(rig.task.GetCount(2, count)) << "the refused ones took no id";
-}
-
 TEST_F(QueryTest, EachKindIsCounted) {
     CPlivEngineContentsMgr engine;
     Command(engine, "Connect");

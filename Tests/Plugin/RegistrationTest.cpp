@@ -14,23 +14,6 @@ protected:
     }
 };
 
-TEST_F(RegistrationTest, RefusedRequestsGetNoId) {
-    Rig rig;
-    int id = -1;
-    EXPECT_FALSE(rig.task.RegisterContents("S1", {"/a"}, id));
-    EXPECT_FALSE(rig.task.UnregisterContents("S1", {"7"}, id));
-    ASSERT_TRUE(rig.task.Connect());
-    EXPECT_FALSE(rig.task.RegisterContents("S1", {}, id));
-    EXPECT_FALSE(rig.task.UnregisterContents("S1", {}, id));
-    EXPECT_EQ(id, -1);
-    ASSERT_TRUE(rig.task.RegisterContents("no such storage", {"/a"}, id));
-    EXPECT_EQ(id, 1);
-    ASSERT_TRUE(rig.task.UnregisterContents("", {"7"}, id));
-    EXPECT_EQ(id, 2);
-    Await("CONTENTS_UNREGISTER_COMPLETED");
-    EXPECT_EQ(platform.Events().size(), 2u);
-}
-
 // In this order: what one removes the next does not find.
 TEST_F(RegistrationTest, EachPathOrIdIsTriedAndReported) {
     const struct {

@@ -1,6 +1,4 @@
 // The storage record and its JSON.
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/statfs.h>
 
 #include "CJsonHelper.h"
@@ -79,20 +77,6 @@ TEST_F(StorageTest, SizesAreWhatTheFileSystemSays) {
     }));
     EXPECT_EQ(At("/no/such/path")->GetDeviceTotalSize(), 0);
     EXPECT_EQ(At("/no/such/path")->GetDeviceAvailableSize(), 0);
-}
-
-TEST_F(StorageTest, SizesBeyond32Bits) {
-    TempFolder folder;
-    long long kilobytes = -1;
-    // A mount namespace of its own, which goes with the thread.
-    std::thread([&] {
-        if (unshare(CLONE_NEWNS | CLONE_FS) != 0) return;
-        if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return;
-        if (mount("none", folder.Path().c_str(), "tmpfs", 0, "size=3t") != 0) return;
-        kilobytes = At(folder.Path())->GetDeviceTotalSize();
-    }).join();
-    if (kilobytes < 0) GTEST_SKIP() << "needs the right to mount a file system";
-    EXPECT_EQ(kilobytes, 3LL << 30);
 }
 
 }  // namespace

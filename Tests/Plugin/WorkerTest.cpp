@@ -30,21 +30,6 @@ TEST_F(WorkerTest, JobsRunOldestFirstAndOneThatThrowsEndsAlone) {
     EXPECT_EQ(platform.CountLog("Fatal Exception!!!: < database on fire >\n"), 1);
 }
 
-TEST_F(WorkerTest, NoProducerWaitsForARunningJob) {
-    ConnectedRig rig;
-    HoldWorker(rig.task);
-    int id = 0;
-    EXPECT_TRUE(rig.task.Query("S1", dorn::MEDIA_TYPE_PHOTO, "", ""));
-    EXPECT_TRUE(rig.task.Fetch(0, 1, id));
-    EXPECT_TRUE(rig.task.RegisterContents("S1", {"/a"}, id));
-    int count = 0;
-    EXPECT_TRUE(rig.task.GetCount(2, count));
-    EXPECT_TRUE(platform.Events().empty());
-    jobGate.Open();
-    platform.WaitForEvent("CONTETNS_REGISTER_COMPLETED");
-    EXPECT_EQ(platform.Events().size(), 4u);
-}
-
 // Whatever a command makes the service hold is counted, refused when it is too much, and given
 // back.
 TEST_F(WorkerTest, WhatAClientMayNotHoldIsRefusedAndHarmsNothing) {

@@ -47,7 +47,7 @@ TempFolder* PoolTest::s_folder = nullptr;
 
 TEST_F(PoolTest, AHelperThatMisbehavesCostsOneFileEach) {
     for (const char* how : {"dies", "crashes", "garbage", "empty", "no-files", "too-long", "tail",
-                            "cut", "wrong-number", "unclean", "off-globe", "hangs"}) {
+                            "cut", "wrong-number", "unclean", "hangs"}) {
         const LogLines log;
         ExtractorOptions options = Bad(how);
         if (std::string(how) == "hangs") options.deadlineMs = 50;
@@ -135,16 +135,6 @@ TEST_F(PoolTest, AProgramThatDoesNotStartIsLoggedOnceAndNotTriedForEachFile) {
             EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::UNAVAILABLE);
         EXPECT_EQ(log.Count("cannot start the metadata helper"), 1u) << options.helperPath;
     }
-}
-
-TEST_F(PoolTest, AProgramThatAppearsLaterIsUsed) {
-    ExtractorOptions options = RealHelper();
-    options.helperPath = *s_folder / "late";
-    options.restartPauseMs = 0;
-    ExtractorPool pool(options);
-    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::UNAVAILABLE);
-    std::filesystem::create_symlink(EXTRACT_HELPER, options.helperPath);
-    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
 }
 
 TEST_F(PoolTest, OnlyRegularFilesAreSent) {

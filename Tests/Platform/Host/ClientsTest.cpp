@@ -180,6 +180,9 @@ TEST_F(HostTest, TheSocketIsPrivateAndALiveOneIsKept) {
     struct stat folder {};
     ASSERT_EQ(stat(Folder().c_str(), &folder), 0);
     EXPECT_EQ(folder.st_mode & 0777, 0700u);
+    struct stat socket {};
+    ASSERT_EQ(stat(Path().c_str(), &socket), 0);
+    EXPECT_EQ(socket.st_mode & 0777, 0600u);
     const std::string refusal = RefusalOfAnother();
     EXPECT_NE(refusal.find("another process serves"), std::string::npos) << refusal;
     EXPECT_TRUE(Session(Path()).IsServed()) << "the refused server took the socket away";
