@@ -32,7 +32,7 @@ namespace {
 
 using namespace platform;
 
-constexpr int CORES = 2;
+constexpr int kCores = 2;
 
 struct File {
     std::string path;
@@ -143,7 +143,7 @@ void AllOneByOne(benchmark::State& state, bool (*read)(const File&),
 ExtractorOptions Options() {
     ExtractorOptions options;
     options.helperPath = EXTRACT_HELPER;
-    options.idleHelpers = CORES;
+    options.idleHelpers = kCores;
     return options;
 }
 
@@ -159,7 +159,7 @@ size_t ReadSome(ExtractorPool& pool, const std::vector<File>& files, size_t firs
     const std::vector<ExtractResult> results = pool.Extract(wanted, cancel);
     return static_cast<size_t>(std::count_if(
         results.begin(), results.end(),
-        [](const ExtractResult& result) { return result.status != ExtractStatus::OK; }));
+        [](const ExtractResult& result) { return result.status != ExtractStatus::Ok; }));
 }
 
 // As many callers as helpers, each with every second handful. The start of the helpers counts.
@@ -170,7 +170,7 @@ void AllThroughHelpers(benchmark::State& state, const std::vector<File>& files, 
     for (auto _ : state) {
         ExtractorPool pool(Options());
         const auto work = [&](size_t first) {
-            for (size_t i = first * atOnce; i < files.size(); i += CORES * atOnce)
+            for (size_t i = first * atOnce; i < files.size(); i += kCores * atOnce)
                 failed += ReadSome(pool, files, i, atOnce, cancel);
         };
         std::thread other(work, 1);
@@ -200,7 +200,7 @@ public:
             std::printf(
                 "%d helpers against %s in one process: %.2f times by the clock, %.2f in "
                 "processor time\n",
-                CORES, other, pool->second.clock / one->second.clock,
+                kCores, other, pool->second.clock / one->second.clock,
                 pool->second.cpu / one->second.cpu);
         }
     }

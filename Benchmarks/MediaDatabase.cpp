@@ -27,20 +27,20 @@ using namespace platform;
 using media_benchmark::PrintRatio;
 using media_benchmark::Times;
 
-constexpr int PAGE = 1000;
-constexpr int PER_FOLDER = 500;
+constexpr int kPage = 1000;
+constexpr int kPerFolder = 500;
 
 std::string folder;
 std::string bigStorage, smallStorage;
 
 Change MakeChange(int number) {
     Change change;
-    change.folder = "folder" + std::to_string(number / PER_FOLDER);
+    change.folder = "folder" + std::to_string(number / kPerFolder);
     change.name = "IMG_" + std::to_string(number) + ".JPG";
     change.type = MEDIA_CONTENT_TYPE_IMAGE;
     change.mime = "image/jpeg";
     change.facts = {1000 + number, 1600000000 + number, 0, number + 1};
-    change.state = ItemState::READ;
+    change.state = ItemState::Read;
     change.metadata.width = 4000;
     change.metadata.height = 3000;
     change.metadata.description = "A picture of something, number " + std::to_string(number);
@@ -125,7 +125,7 @@ bool Use(media_info_h media, void* sum) {
 
 void Page(benchmark::State& state, int offset) {
     const media_filter_h filter = Photos(bigStorage);
-    media_filter_set_offset(filter, offset, PAGE);
+    media_filter_set_offset(filter, offset, kPage);
     size_t sum = 0;
     media_info_foreach_media_from_db(filter, Use, &sum);  // the first one finds the way
     for (auto _ : state)
@@ -140,9 +140,9 @@ void Sequence(benchmark::State& state) {
     size_t sum = 0;
     int offset = 0;
     for (auto _ : state) {
-        media_filter_set_offset(filter, offset, PAGE);
+        media_filter_set_offset(filter, offset, kPage);
         media_info_foreach_media_from_db(filter, Use, &sum);
-        offset = (offset + PAGE) % (100 * PAGE);
+        offset = (offset + kPage) % (100 * kPage);
     }
     benchmark::DoNotOptimize(sum);
     media_filter_destroy(filter);
@@ -151,7 +151,7 @@ void Sequence(benchmark::State& state) {
 // A page as clients get it.
 void JsonPage(benchmark::State& state) {
     const media_filter_h filter = Photos(bigStorage);
-    media_filter_set_offset(filter, 0, PAGE);
+    media_filter_set_offset(filter, 0, kPage);
     const auto append = [](media_info_h media, void* items) {
         dorn::CJsonHelper::GenerateMediaJson(media, *static_cast<Json::Value*>(items));
         return true;
@@ -170,7 +170,7 @@ std::string NumberText(double value) {
     return text.str();
 }
 
-// The same object made of the columns of `PLAIN`.
+// The same object made of the columns of `kPlain`.
 Json::Value PlainItem(const Query& row) {
     Json::Value item;
     item["id"] = "0123456789abcdef-" + std::to_string(row.Int(0));
@@ -190,7 +190,7 @@ Json::Value PlainItem(const Query& row) {
     return item;
 }
 
-constexpr const char* PLAIN =
+constexpr const char* kPlain =
     "SELECT i.number, f.path, i.name, i.title, i.mime, i.size, i.modified, i.description, i.width,"
     " i.height, i.orientation, i.latitude, i.longitude FROM item AS i CROSS JOIN folder AS f"
     " ON f.number = i.folder WHERE i.storage = (SELECT number FROM storage WHERE identity ="
@@ -201,7 +201,7 @@ void PlainJsonPage(benchmark::State& state) {
     Connection connection(folder + "/media.db", SQLITE_OPEN_READONLY);
     for (auto _ : state) {
         Json::Value items(Json::arrayValue);
-        Query query(connection, PLAIN);
+        Query query(connection, kPlain);
         while (query.Next()) items.append(PlainItem(query));
         benchmark::DoNotOptimize(Json::FastWriter().write(items));
     }
@@ -212,7 +212,7 @@ void PlainPage(benchmark::State& state) {
     Connection connection(folder + "/media.db", SQLITE_OPEN_READONLY);
     size_t sum = 0;
     for (auto _ : state) {
-        Query query(connection, PLAIN);
+        Query query(connection, kPlain);
         while (query.Next()) {
             const std::string path = folder + "/big/" + query.Text(1) + '/' + query.Text(2);
             sum += path.size() + query.Text(3).size() + static_cast<size_t>(query.Int(5));
@@ -286,11 +286,11 @@ int TakeItems(int& argc, char** argv) {
             argv[kept++] = argv[i];
     }
     argc = kept;
-    return std::max(items, 2 * PAGE);
+    return std::max(items, 2 * kPage);
 }
 
 void Run(int items, Times& times) {
-    const int deep = items - PAGE;
+    const int deep = items - kPage;
     const auto add = [](const char* name, auto body) {
         benchmark::RegisterBenchmark(name, body)->Unit(benchmark::kMillisecond)->Repetitions(5);
     };
@@ -331,12 +331,12 @@ int main(int argc, char** argv) {
     const auto first = [items](int offset) {
         size_t sum = 0;
         const media_filter_h filter = Photos(bigStorage);
-        media_filter_set_offset(filter, std::min(offset, items - PAGE), PAGE);
+        media_filter_set_offset(filter, std::min(offset, items - kPage), kPage);
         media_info_foreach_media_from_db(filter, Use, &sum);
         media_filter_destroy(filter);
     };
     const double atEnd = MillisecondsOf([&] { first(items); });
-    const double next = MillisecondsOf([&] { first(items - 2 * PAGE); });
+    const double next = MillisecondsOf([&] { first(items - 2 * kPage); });
     std::printf("first page of all, at the end: %.1f ms; the one before it: %.1f ms\n", atEnd,
                 next);
     Times times;

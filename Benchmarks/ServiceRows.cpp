@@ -25,9 +25,9 @@ using namespace test;
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
-constexpr int STORAGES = 4;
-constexpr int PER_FOLDER = 500;
-constexpr int BATCH = 500;
+constexpr int kStorages = 4;
+constexpr int kPerFolder = 500;
+constexpr int kBatch = 500;
 
 // A fault here would make every figure below it a lie.
 void Require(bool holds, const char* what) {
@@ -44,12 +44,12 @@ void PrintRow(const std::string& what, double value, const char* unit, double ai
 
 Change MakeChange(int number) {
     Change change;
-    change.folder = "folder" + std::to_string(number / PER_FOLDER);
+    change.folder = "folder" + std::to_string(number / kPerFolder);
     change.name = "IMG_" + std::to_string(number) + ".JPG";
     change.type = number % 10 == 0 ? MEDIA_CONTENT_TYPE_VIDEO : MEDIA_CONTENT_TYPE_IMAGE;
     change.mime = "image/jpeg";
     change.facts = {1000 + number, 1600000000 + number, 0, number + 1};
-    change.state = ItemState::READ;
+    change.state = ItemState::Read;
     change.metadata.width = 4000;
     change.metadata.height = 3000;
     change.metadata.description = "A picture of something, number " + std::to_string(number);
@@ -62,7 +62,7 @@ class Library {
 public:
     explicit Library(int items) : m_sticks(m_scratch.Path()), m_items(items) {
         Store store(m_scratch / "media.db");
-        for (int i = 0; i < STORAGES; ++i) AddStick(store, "STICK" + std::to_string(i));
+        for (int i = 0; i < kStorages; ++i) AddStick(store, "STICK" + std::to_string(i));
     }
 
     std::unique_ptr<ServiceProcess> Start() const {
@@ -80,9 +80,9 @@ private:
         const int64_t storage =
             store.Write().RecordStorage("?" + name, "uuid:" + name, path.string(), 0);
         std::vector<Change> batch;
-        for (int number = 0; number < m_items / STORAGES; ++number) {
+        for (int number = 0; number < m_items / kStorages; ++number) {
             batch.push_back(MakeChange(number));
-            if (batch.size() < BATCH && number + 1 < m_items / STORAGES) continue;
+            if (batch.size() < kBatch && number + 1 < m_items / kStorages) continue;
             store.Write().Apply(storage, batch, 1700000000 + number / 1000);
             batch.clear();
         }

@@ -14,7 +14,7 @@ using namespace platform;
 
 namespace {
 
-constexpr int KINDS = 5;
+constexpr int kKinds = 5;
 
 // The set of kinds that SQLite itself takes the text for.
 unsigned KindsBySqlite(const std::string& text) {
@@ -35,8 +35,8 @@ unsigned KindsBySqlite(const std::string& text) {
 void CheckTypeMask(Connection& connection, const std::string& text) {
     unsigned mask = 0;
     if (!ReadTypeMask(text, mask)) return;
-    MUST(mask < 1u << KINDS);
-    CheckCondition(connection, ITEM_COLUMNS, text);
+    MUST(mask < 1u << kKinds);
+    CheckCondition(connection, kItemColumns, text);
     MUST(KindsBySqlite(text) == mask);
 }
 
@@ -68,7 +68,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const std::unique_ptr<Connection> database = OpenWriter(folder / "media.db");
     const std::string text(AsText(data, size));
     CheckTypeMask(*database, text);
-    CheckOver(*database, ITEM_COLUMNS, text);
-    CheckOver(*database, FOLDER_COLUMNS, text);
+    CheckOver(*database, kItemColumns, text);
+    CheckOver(*database, kFolderColumns, text);
     return 0;
 }

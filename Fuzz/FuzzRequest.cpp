@@ -8,8 +8,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string_view bytes = AsText(data, size);
     ExtractRequest request;
     if (!DecodeRequest(bytes, request)) return 0;
-    MUST(!request.files.empty() && request.files.size() <= MAX_BATCH);
-    MUST(bytes.size() <= MAX_REQUEST);
+    MUST(!request.files.empty() && request.files.size() <= kMaxBatch);
+    MUST(bytes.size() <= kMaxRequest);
     MUST(EncodeRequest(request) == bytes);
     return 0;
 }

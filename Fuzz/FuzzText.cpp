@@ -10,7 +10,7 @@ using namespace platform;
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string_view text = AsText(data, size);
     const std::string clean = CleanText(text);
-    MUST(clean.size() <= MAX_METADATA_TEXT);
+    MUST(clean.size() <= kMaxMetadataText);
     MUST(IsCleanText(clean));
     MUST(CleanText(clean) == clean);
 

@@ -8,8 +8,8 @@ namespace {
 
 // A scan mostly waits, for its stick or for the workers: so many threads are no load, and one slow
 // stick after the other leaves one for the next.
-constexpr size_t MAX_THREADS = 32;
-constexpr size_t MAX_FULL_SCANS = 24;  // the other threads are for the short ones
+constexpr size_t kMaxThreads = 32;
+constexpr size_t kMaxFullScans = 24;  // the other threads are for the short ones
 
 void CancelIfGone(Activity& activity) {
     if (activity.mount && activity.mount->gone) activity.cancel = true;
@@ -17,7 +17,7 @@ void CancelIfGone(Activity& activity) {
 
 }  // namespace
 
-ActivityQueue::ActivityQueue() : ThreadCrew("media-scan", MAX_THREADS) {}
+ActivityQueue::ActivityQueue() : ThreadCrew("media-scan", kMaxThreads) {}
 
 void ActivityQueue::Submit(ActivityPtr activity, std::function<void()> run) {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -84,7 +84,7 @@ bool ActivityQueue::MayRun(const Activity& activity) const {
         if (running->mount == activity.mount && running->full == activity.full) return false;
         if (running->full) ++full;
     }
-    return !activity.full || full < MAX_FULL_SCANS;
+    return !activity.full || full < kMaxFullScans;
 }
 
 ActivityQueue::Jobs::const_iterator ActivityQueue::Next() const {

@@ -5,8 +5,8 @@
 namespace platform {
 namespace {
 
-constexpr int BUSY_TIMEOUT_MS = 5000;
-constexpr size_t MAX_KEPT_STATEMENTS = 64;
+constexpr int kBusyTimeoutMs = 5000;
+constexpr size_t kMaxKeptStatements = 64;
 
 }  // namespace
 
@@ -16,7 +16,7 @@ Connection::Connection(const std::string& file, int flags) {
     m_handle.reset(handle);
     if (result != SQLITE_OK) Fail(result);
     sqlite3_extended_result_codes(handle, 1);
-    sqlite3_busy_timeout(handle, BUSY_TIMEOUT_MS);
+    sqlite3_busy_timeout(handle, kBusyTimeoutMs);
 }
 
 void Connection::Fail(int code) const {
@@ -44,7 +44,7 @@ StatementPtr Connection::Prepare(std::string_view sql) {
 
 // Texts with numbers in them would otherwise pile up.
 void Connection::DropKeptStatements() {
-    if (m_kept.size() < MAX_KEPT_STATEMENTS) return;
+    if (m_kept.size() < kMaxKeptStatements) return;
     for (auto at = m_kept.begin(); at != m_kept.end();)
         at = at->second.inUse ? std::next(at) : m_kept.erase(at);
 }

@@ -15,28 +15,28 @@
 namespace platform {
 namespace {
 
-constexpr const char* JOURNALS[] = {"-wal", "-shm", "-journal"};
-constexpr mode_t OWNER_ONLY = 0600;
-constexpr mode_t ALL_RIGHTS = 07777;
-constexpr int MAX_ASIDE = 9;
-constexpr int MAX_DAMAGED_ASIDE = 3;
+constexpr const char* kJournals[] = {"-wal", "-shm", "-journal"};
+constexpr mode_t kOwnerOnly = 0600;
+constexpr mode_t kAllRights = 07777;
+constexpr int kMaxAside = 9;
+constexpr int kMaxDamagedAside = 3;
 
 // SQLite's file format: what its pages begin with, and where that says whose the file is.
-constexpr size_t HEAD_BYTES = 100;
-constexpr char MAGIC[] = "SQLite format 3";  // with its zero
-constexpr size_t VERSION_AT = 60;
-constexpr size_t APPLICATION_AT = 68;
-using Head = std::array<unsigned char, HEAD_BYTES>;
+constexpr size_t kHeadBytes = 100;
+constexpr char kMagic[] = "SQLite format 3";  // with its zero
+constexpr size_t kVersionAt = 60;
+constexpr size_t kApplicationAt = 68;
+using Head = std::array<unsigned char, kHeadBytes>;
 
 // ... and its write-ahead log: a header, then frames of a header and a page each.
-constexpr size_t LOG_HEADER = 32;
-constexpr size_t LOG_PAGE_SIZE_AT = 8;
-constexpr size_t LOG_SALT_AT = 16;
-constexpr size_t FRAME_HEADER = 24;
-constexpr size_t FRAME_COMMIT_AT = 4;
-constexpr size_t FRAME_SALT_AT = 8;
-constexpr size_t SALT_BYTES = 8;
-constexpr uint32_t LOG_MAGIC = 0x377f0682;  // or 1 more
+constexpr size_t kLogHeader = 32;
+constexpr size_t kLogPageSizeAt = 8;
+constexpr size_t kLogSaltAt = 16;
+constexpr size_t kFrameHeader = 24;
+constexpr size_t kFrameCommitAt = 4;
+constexpr size_t kFrameSaltAt = 8;
+constexpr size_t kSaltBytes = 8;
+constexpr uint32_t kLogMagic = 0x377f0682;  // or 1 more
 
 [[noreturn]] void Refuse(const std::string& file, const char* why) {
     throw DatabaseError(SQLITE_CANTOPEN, file + ": " + why);
@@ -64,7 +64,7 @@ Head HeadOf(const std::string& file) {
     sqlite3_file* handle = nullptr;
     sqlite3_file_control(look.Handle(), "main", SQLITE_FCNTL_FILE_POINTER, &handle);
     Head head{};
-    const int result = handle->pMethods->xRead(handle, head.data(), HEAD_BYTES, 0);
+    const int result = handle->pMethods->xRead(handle, head.data(), kHeadBytes, 0);
     if (result != SQLITE_OK && result != SQLITE_IOERR_SHORT_READ) Refuse(file, "cannot be read");
     return head;
 }
@@ -73,28 +73,27 @@ Head HeadOf(const std::string& file) {
 // checked: SQLite does that when it opens what is ours.
 void ReadLog(const std::string& log, Head& head) {
     const UniqueFd fd(open(log.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    std::array<unsigned char, LOG_HEADER> start{};
-    if (pread(fd.Get(), start.data(), start.size(), 0) != ssize_t{LOG_HEADER}) return;
-    const uint32_t pageSize = Number(start.data() + LOG_PAGE_SIZE_AT);
-    if ((Number(start.data()) & ~1u) != LOG_MAGIC || pageSize < 512 || pageSize > 65536) return;
+    std::array<unsigned char, kLogHeader> start{};
+    if (pread(fd.Get(), start.data(), start.size(), 0) != ssize_t{kLogHeader}) return;
+    const uint32_t pageSize = Number(start.data() + kLogPageSizeAt);
+    if ((Number(start.data()) & ~1u) != kLogMagic || pageSize < 512 || pageSize > 65536) return;
     Head seen = head;
-    std::array<unsigned char, FRAME_HEADER + HEAD_BYTES> frame{};
-    for (off_t at = LOG_HEADER;
+    std::array<unsigned char, kFrameHeader + kHeadBytes> frame{};
+    for (off_t at = kLogHeader;
          pread(fd.Get(), frame.data(), frame.size(), at) == static_cast<ssize_t>(frame.size());
-         at += static_cast<off_t>(FRAME_HEADER + pageSize)) {
-        const unsigned char* salt = frame.data() + FRAME_SALT_AT;
-        if (memcmp(salt, start.data() + LOG_SALT_AT, SALT_BYTES) != 0)
-            break;  // of an earlier round
-        if (Number(frame.data()) == 1) memcpy(seen.data(), frame.data() + FRAME_HEADER, HEAD_BYTES);
-        if (Number(frame.data() + FRAME_COMMIT_AT) != 0) head = seen;
+         at += static_cast<off_t>(kFrameHeader + pageSize)) {
+        const unsigned char* salt = frame.data() + kFrameSaltAt;
+        if (memcmp(salt, start.data() + kLogSaltAt, kSaltBytes) != 0) break;  // of an earlier round
+        if (Number(frame.data()) == 1) memcpy(seen.data(), frame.data() + kFrameHeader, kHeadBytes);
+        if (Number(frame.data() + kFrameCommitAt) != 0) head = seen;
     }
 }
 
 // Some file systems know no rights, and a disk may be read-only: the database is used all the same.
 void ShutOff(const std::string& path) {
     struct stat facts {};
-    if (stat(path.c_str(), &facts) != 0 || (facts.st_mode & ALL_RIGHTS) == OWNER_ONLY) return;
-    if (chmod(path.c_str(), OWNER_ONLY) != 0)
+    if (stat(path.c_str(), &facts) != 0 || (facts.st_mode & kAllRights) == kOwnerOnly) return;
+    if (chmod(path.c_str(), kOwnerOnly) != 0)
         PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "%s can be read by others: %s", path.c_str(),
                      strerror(errno));
 }
@@ -104,7 +103,7 @@ std::string AsideName(const std::string& file, int number) {
 }
 
 bool IsFree(const std::string& name) {
-    for (const char* journal : JOURNALS)
+    for (const char* journal : kJournals)
         if (Exists(name + journal)) return false;
     return !Exists(name);
 }
@@ -123,7 +122,7 @@ void Rename(const std::string& from, const std::string& to) {
 // The journals first: should the process end in between, the database does not meet journals of
 // another one, nor they a new database.
 void MoveTo(const std::string& file, const std::string& name, const std::string& reason) {
-    for (const char* journal : JOURNALS) Rename(file + journal, name + journal);
+    for (const char* journal : kJournals) Rename(file + journal, name + journal);
     Rename(file, name);
     PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING,
                  "media database %s: %s; moved aside to %s and made anew", file.c_str(),
@@ -144,31 +143,31 @@ DatabaseHead ReadDatabaseHead(const std::string& file) {
     }
     Head head = HeadOf(file);
     found.kind = DatabaseHead::FOREIGN;
-    if (memcmp(head.data(), MAGIC, sizeof MAGIC) != 0) return found;
+    if (memcmp(head.data(), kMagic, sizeof kMagic) != 0) return found;
     ReadLog(file + "-wal", head);
-    if (Number(head.data() + APPLICATION_AT) != DATABASE_APPLICATION) return found;
+    if (Number(head.data() + kApplicationAt) != kDatabaseApplication) return found;
     found.kind = DatabaseHead::OURS;
-    found.version = Number(head.data() + VERSION_AT);
+    found.version = Number(head.data() + kVersionAt);
     return found;
 }
 
 void KeepPrivate(const std::string& file) {
     // Whether it worked shows when SQLite opens the file.
-    const UniqueFd made(open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, OWNER_ONLY));
+    const UniqueFd made(open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kOwnerOnly));
     ShutOff(file);
-    for (const char* journal : JOURNALS) ShutOff(file + journal);
+    for (const char* journal : kJournals) ShutOff(file + journal);
 }
 
 void MoveAside(const std::string& file, const std::string& reason) {
-    const std::string name = FreeAsideName(file, MAX_ASIDE);
+    const std::string name = FreeAsideName(file, kMaxAside);
     if (name.empty()) Refuse(file, (reason + "; nine were moved aside before: move them").c_str());
     MoveTo(file, name, reason);
 }
 
 void MoveDamagedAside(const std::string& file, const std::string& reason) {
-    const std::string name = FreeAsideName(file, MAX_DAMAGED_ASIDE);
+    const std::string name = FreeAsideName(file, kMaxDamagedAside);
     if (!name.empty()) return MoveTo(file, name, reason);
-    for (const char* journal : JOURNALS) unlink((file + journal).c_str());
+    for (const char* journal : kJournals) unlink((file + journal).c_str());
     if (unlink(file.c_str()) != 0 && Exists(file)) Refuse(file, "damaged, and cannot be removed");
     PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "media database %s: %s; removed and made anew",
                  file.c_str(), reason.c_str());

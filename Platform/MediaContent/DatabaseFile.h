@@ -8,7 +8,7 @@
 
 namespace platform {
 
-constexpr uint32_t DATABASE_APPLICATION = 0x434d4442;  // in the head of each file that is ours
+constexpr uint32_t kDatabaseApplication = 0x434d4442;  // in the head of each file that is ours
 
 // What the first page says, that in the write-ahead log before that in the file. Nothing is
 // changed, not even what SQLite would mend at its first look.

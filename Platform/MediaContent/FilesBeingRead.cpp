@@ -15,9 +15,9 @@
 namespace platform {
 namespace {
 
-constexpr size_t GROUP = 32;  // files that a worker gets at once
+constexpr size_t kGroup = 32;  // files that a worker gets at once
 // Files with the workers, some megabytes: the walk goes on while the first helpers get ready.
-constexpr size_t MAX_READING = 128 * GROUP;
+constexpr size_t kMaxReading = 128 * kGroup;
 
 // What cannot be looked at now, short of descriptors for one, is there all the same: it gets facts
 // that no file has, so that the next scan takes it for changed. `error` is from opening it.
@@ -71,11 +71,11 @@ bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& c
     std::vector<Change*> asked;
     FolderOpener folder(root);
     for (Change& change : changes) {
-        change.state = ItemState::READ;
+        change.state = ItemState::Read;
         if (change.type == MEDIA_CONTENT_TYPE_OTHERS) continue;
         UniqueFd file =
             folder.OpenFile(change.folder, change.name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
-        change.state = ItemState::UNREAD;
+        change.state = ItemState::Unread;
         if (change.facts.size < 0 && file) LearnFacts(change, file, 0);
         if (change.facts.size < 0 && !file) {  // one that may not be read is still there
             const UniqueFd seen = folder.OpenFile(change.folder, change.name, O_PATH);
@@ -84,19 +84,18 @@ bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& c
         if (!file || change.facts.size < 0) continue;
         // The helper will begin with this. Asked for now, the beginnings of the whole group are on
         // their way from the stick while it reads the first of them.
-        posix_fadvise(file.Get(), 0, READ_WINDOW, POSIX_FADV_WILLNEED);
+        posix_fadvise(file.Get(), 0, kReadWindow, POSIX_FADV_WILLNEED);
         files.push_back({file.Get(), change.type, change.mime.c_str()});
         handles.push_back(std::move(file));
         asked.push_back(&change);
     }
     std::vector<ExtractResult> results = extractor.Extract(files, cancel, lost);
     for (size_t i = 0; i < results.size(); ++i) {
-        if (results[i].status == ExtractStatus::CANCELLED) return false;
-        if (results[i].status == ExtractStatus::OK) asked[i]->state = ItemState::READ;
-        if (results[i].status == ExtractStatus::PASSED_OVER)
-            asked[i]->state = ItemState::PASSED_OVER;
-        if (results[i].status == ExtractStatus::FAILED && IsReadable(files[i].fd))
-            asked[i]->state = ItemState::FAILED;
+        if (results[i].status == ExtractStatus::Cancelled) return false;
+        if (results[i].status == ExtractStatus::Ok) asked[i]->state = ItemState::Read;
+        if (results[i].status == ExtractStatus::PassedOver) asked[i]->state = ItemState::PassedOver;
+        if (results[i].status == ExtractStatus::Failed && IsReadable(files[i].fd))
+            asked[i]->state = ItemState::Failed;
         asked[i]->metadata = std::move(results[i].metadata);
     }
     return !cancel;
@@ -116,14 +115,14 @@ FilesBeingRead::~FilesBeingRead() {
 void FilesBeingRead::Add(int root, Change change) {
     m_root = root;
     m_group.push_back(std::move(change));
-    if (m_group.size() >= GROUP) HandOut();
+    if (m_group.size() >= kGroup) HandOut();
 }
 
 void FilesBeingRead::HandOut() {
     if (m_group.empty()) return;
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_resultCame.wait(lock, [this] { return m_reading < MAX_READING; });
+        m_resultCame.wait(lock, [this] { return m_reading < kMaxReading; });
         m_reading += m_group.size();
     }
     m_workers.Submit(this, [this, root = m_root, group = std::exchange(m_group, {})]() mutable {
@@ -144,7 +143,7 @@ void FilesBeingRead::ReadGroup(int root, std::vector<Change> group) {
     if (given) NotePassedOver(group);
     std::lock_guard<std::mutex> lock(m_mutex);
     for (Change& change : group) {
-        const bool news = !change.retry || change.state != ItemState::UNREAD;
+        const bool news = !change.retry || change.state != ItemState::Unread;
         const bool isThere = change.facts.size >= 0;
         if (given && isThere && news) m_results.push_back(std::move(change));
     }
@@ -155,7 +154,7 @@ void FilesBeingRead::ReadGroup(int root, std::vector<Change> group) {
 
 void FilesBeingRead::NotePassedOver(const std::vector<Change>& group) {
     if (std::none_of(group.begin(), group.end(),
-                     [](const Change& change) { return change.state == ItemState::PASSED_OVER; }))
+                     [](const Change& change) { return change.state == ItemState::PassedOver; }))
         return;
     m_activity.mount->hasPassedOver = true;
     if (m_toldOfPassedOver.exchange(true)) return;

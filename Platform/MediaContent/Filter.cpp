@@ -10,18 +10,18 @@
 namespace platform {
 namespace {
 
-constexpr size_t MAX_CONDITION = 64 * 1024;  // bytes
+constexpr size_t kMaxCondition = 64 * 1024;  // bytes
 
-const char* const ITEM_NAMES[] = {"MEDIA_ID",           "MEDIA_TYPE",          "MEDIA_PATH",
+const char* const kItemNames[] = {"MEDIA_ID",           "MEDIA_TYPE",          "MEDIA_PATH",
                                   "MEDIA_DISPLAY_NAME", "MEDIA_MIME_TYPE",     "MEDIA_SIZE",
                                   "MEDIA_ADDED_TIME",   "MEDIA_MODIFIED_TIME", "MEDIA_TITLE",
                                   "MEDIA_ALBUM",        "MEDIA_ARTIST",        "MEDIA_GENRE",
                                   "MEDIA_COMPOSER",     "MEDIA_WIDTH",         "MEDIA_HEIGHT",
                                   "MEDIA_LATITUDE",     "MEDIA_LONGITUDE",     nullptr};
-const char* const FOLDER_NAMES[] = {"FOLDER_ID", "FOLDER_PATH", "FOLDER_NAME",
+const char* const kFolderNames[] = {"FOLDER_ID", "FOLDER_PATH", "FOLDER_NAME",
                                     "FOLDER_STORAGE_TYPE", nullptr};
-const char* const WORDS[] = {"AND",  "OR",      "NOT",    "IN",     "IS",      "NULL",
-                             "LIKE", "BETWEEN", "ESCAPE", "ISNULL", "NOTNULL", nullptr};
+const char* const kWords[] = {"AND",  "OR",      "NOT",    "IN",     "IS",      "NULL",
+                              "LIKE", "BETWEEN", "ESCAPE", "ISNULL", "NOTNULL", nullptr};
 
 bool IsLetter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
@@ -164,8 +164,8 @@ bool OnlyParameterIs(sqlite3_stmt* statement, const std::string& name) {
 
 }  // namespace
 
-const Columns ITEM_COLUMNS = {"item_columns_", ITEM_NAMES};
-const Columns FOLDER_COLUMNS = {"folder_columns_", FOLDER_NAMES};
+const Columns kItemColumns = {"item_columns_", kItemNames};
+const Columns kFolderColumns = {"folder_columns_", kFolderNames};
 
 std::string FindColumn(const Columns& columns, const std::string& name) {
     const char* found = FindName(columns.names, name);
@@ -204,7 +204,7 @@ bool ReadTypeMask(const std::string& text, unsigned& mask) {
 }
 
 void CheckWords(const Columns& columns, const std::string& text) {
-    if (text.size() > MAX_CONDITION) throw BadFilter("condition too long");
+    if (text.size() > kMaxCondition) throw BadFilter("condition too long");
     if (text.find('\0') != std::string::npos) throw BadFilter("condition with a null byte");
     Words words(text);
     std::string word;
@@ -217,7 +217,7 @@ void CheckWords(const Columns& columns, const std::string& text) {
             case Words::WRONG:
                 throw BadFilter("not part of a condition: " + word.substr(0, 40));
             case Words::WORD:
-                if (!FindName(columns.names, word) && !FindName(WORDS, word))
+                if (!FindName(columns.names, word) && !FindName(kWords, word))
                     throw BadFilter("unknown word " + word.substr(0, 40));
                 break;
             case Words::SIGN:

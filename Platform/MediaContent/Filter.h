@@ -33,8 +33,8 @@ struct Columns {
     const char* view;          // without the collation at its end
     const char* const* names;  // ends with null
 };
-extern const Columns ITEM_COLUMNS;
-extern const Columns FOLDER_COLUMNS;
+extern const Columns kItemColumns;
+extern const Columns kFolderColumns;
 
 // The column of that name, whatever its case, as it is written in the view. Throws BadFilter.
 std::string FindColumn(const Columns& columns, const std::string& name);

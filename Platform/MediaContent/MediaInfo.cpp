@@ -76,7 +76,7 @@ int media_info_destroy(media_info_h media) {
 }
 
 int media_info_get_media_id(media_info_h media, char** media_id) {
-    return GiveMember(media, ItemText::ID, media_id);
+    return GiveMember(media, ItemText::Id, media_id);
 }
 
 int media_info_get_file_path(media_info_h media, char** path) {
@@ -85,7 +85,7 @@ int media_info_get_file_path(media_info_h media, char** path) {
 }
 
 int media_info_get_display_name(media_info_h media, char** name) {
-    return GiveMember(media, ItemText::NAME, name);
+    return GiveMember(media, ItemText::Name, name);
 }
 
 int media_info_get_media_type(media_info_h media, media_content_type_e* type) {
@@ -94,7 +94,7 @@ int media_info_get_media_type(media_info_h media, media_content_type_e* type) {
 }
 
 int media_info_get_mime_type(media_info_h media, char** mime_type) {
-    return GiveMember(media, ItemText::MIME, mime_type);
+    return GiveMember(media, ItemText::Mime, mime_type);
 }
 
 int media_info_get_size(media_info_h media, unsigned long long* size) {
@@ -119,11 +119,11 @@ int media_info_get_thumbnail_path(media_info_h media, char** path) {
 }
 
 int media_info_get_description(media_info_h media, char** description) {
-    return GiveMember(media, ItemText::DESCRIPTION, description);
+    return GiveMember(media, ItemText::Description, description);
 }
 
 int media_info_get_title(media_info_h media, char** title) {
-    return GiveMember(media, ItemText::TITLE, title);
+    return GiveMember(media, ItemText::Title, title);
 }
 
 // Nothing that the service reads carries a rating.

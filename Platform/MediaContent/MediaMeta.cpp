@@ -61,27 +61,27 @@ int audio_meta_destroy(audio_meta_h audio) {
 }
 
 int audio_meta_get_album(audio_meta_h audio, char** album) {
-    return GiveMember(audio, ItemText::ALBUM, album);
+    return GiveMember(audio, ItemText::Album, album);
 }
 
 int audio_meta_get_artist(audio_meta_h audio, char** artist) {
-    return GiveMember(audio, ItemText::ARTIST, artist);
+    return GiveMember(audio, ItemText::Artist, artist);
 }
 
 int audio_meta_get_genre(audio_meta_h audio, char** genre) {
-    return GiveMember(audio, ItemText::GENRE, genre);
+    return GiveMember(audio, ItemText::Genre, genre);
 }
 
 int audio_meta_get_composer(audio_meta_h audio, char** composer) {
-    return GiveMember(audio, ItemText::COMPOSER, composer);
+    return GiveMember(audio, ItemText::Composer, composer);
 }
 
 int audio_meta_get_copyright(audio_meta_h audio, char** copyright) {
-    return GiveMember(audio, ItemText::COPYRIGHT, copyright);
+    return GiveMember(audio, ItemText::Copyright, copyright);
 }
 
 int audio_meta_get_track_num(audio_meta_h audio, char** track_num) {
-    return GiveMember(audio, ItemText::TRACK, track_num);
+    return GiveMember(audio, ItemText::Track, track_num);
 }
 
 int audio_meta_get_bit_rate(audio_meta_h audio, int* bit_rate) {
@@ -127,9 +127,9 @@ int video_meta_get_height(video_meta_h video, int* height) {
 }
 
 int video_meta_get_album(video_meta_h video, char** album) {
-    return GiveMember(video, ItemText::ALBUM, album);
+    return GiveMember(video, ItemText::Album, album);
 }
 
 int video_meta_get_genre(video_meta_h video, char** genre) {
-    return GiveMember(video, ItemText::GENRE, genre);
+    return GiveMember(video, ItemText::Genre, genre);
 }

@@ -6,8 +6,8 @@
 namespace platform {
 namespace {
 
-constexpr size_t MAX_ORDERS = 32;
-constexpr size_t MAX_ANCHORS = 100000;  // of one order
+constexpr size_t kMaxOrders = 32;
+constexpr size_t kMaxAnchors = 100000;  // of one order
 
 // Which rows a statement yields, in the plan's order.
 enum Part {
@@ -93,7 +93,7 @@ std::list<AnchorCache::Order>::iterator AnchorCache::Touch(const std::string& or
                               [&](const Order& known) { return known.text == order; });
     if (found == m_orders.end()) {
         m_orders.push_front({order, revision, {}});
-        if (m_orders.size() > MAX_ORDERS) m_orders.pop_back();
+        if (m_orders.size() > kMaxOrders) m_orders.pop_back();
         return m_orders.begin();
     }
     if (found->revision != revision) {
@@ -109,10 +109,10 @@ bool AnchorCache::Find(const std::string& order, int64_t revision, int64_t offse
     std::lock_guard<std::mutex> lock(m_mutex);
     const auto known = Touch(order, revision);
     const size_t usable =
-        std::min(known->anchors.size(), static_cast<size_t>(offset / ANCHOR_STEP));
+        std::min(known->anchors.size(), static_cast<size_t>(offset / kAnchorStep));
     if (usable == 0) return false;
     anchor = known->anchors[usable - 1];
-    index = static_cast<int64_t>(usable) * ANCHOR_STEP;
+    index = static_cast<int64_t>(usable) * kAnchorStep;
     return true;
 }
 
@@ -121,8 +121,8 @@ void AnchorCache::Add(const std::string& order, int64_t revision, int64_t index,
     std::lock_guard<std::mutex> lock(m_mutex);
     const auto known = Touch(order, revision);
     // Another reader may have been here before.
-    if (static_cast<size_t>(index / ANCHOR_STEP) != known->anchors.size() + 1) return;
-    if (known->anchors.size() < MAX_ANCHORS) known->anchors.push_back(anchor);
+    if (static_cast<size_t>(index / kAnchorStep) != known->anchors.size() + 1) return;
+    if (known->anchors.size() < kMaxAnchors) known->anchors.push_back(anchor);
 }
 
 std::vector<Position> ReadPage(Connection& connection, AnchorCache& cache, const Plan& plan,
@@ -137,7 +137,7 @@ std::vector<Position> ReadPage(Connection& connection, AnchorCache& cache, const
     Walk(connection, plan, anchored ? &anchor : nullptr, offset - index + count,
          [&](const Query& query) {
              if (index >= offset) page.push_back(ReadPosition(query));
-             if (++index % ANCHOR_STEP == 0) cache.Add(order, revision, index, ReadPosition(query));
+             if (++index % kAnchorStep == 0) cache.Add(order, revision, index, ReadPosition(query));
          });
     return page;
 }

@@ -33,7 +33,7 @@ struct Plan {
     std::string revisionQuery;         // its one number changes when any row of the source does
 };
 
-constexpr int ANCHOR_STEP = 1000;  // rows
+constexpr int kAnchorStep = 1000;  // rows
 
 // Remembers, for the orders listed of late, the position of every thousandth row: a page deep in a
 // listing begins at the anchor before it instead of at the first row. Anchors are taken while rows
@@ -50,7 +50,7 @@ private:
     struct Order {
         std::string text;
         int64_t revision;
-        std::vector<Position> anchors;  // the n-th stands before row (n + 1) * ANCHOR_STEP
+        std::vector<Position> anchors;  // the n-th stands before row (n + 1) * kAnchorStep
     };
     std::list<Order>::iterator Touch(const std::string& order, int64_t revision);
 

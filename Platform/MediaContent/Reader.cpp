@@ -9,8 +9,8 @@
 namespace platform {
 namespace {
 
-constexpr int64_t CHUNK = 1000;  // rows read between two rounds of callbacks
-constexpr unsigned ALL_TYPES = (1u << MEDIA_TYPES) - 1;
+constexpr int64_t kChunk = 1000;  // rows read between two rounds of callbacks
+constexpr unsigned kAllTypes = (1u << kMediaTypes) - 1;
 
 // A test of `column` against the scope's storages.
 std::string InScope(const char* column, const Scope& scope) {
@@ -23,7 +23,7 @@ std::string InScope(const char* column, const Scope& scope) {
 std::string TypeList(unsigned mask) {
     std::string list;
     int types = 0;
-    for (int type = 0; type < MEDIA_TYPES; ++type) {
+    for (int type = 0; type < kMediaTypes; ++type) {
         if (!(mask & (1u << type))) continue;
         list += (types++ ? ", " : "") + std::to_string(type);
     }
@@ -32,31 +32,31 @@ std::string TypeList(unsigned mask) {
 
 // The column of the item table behind a column of the view, where it is one.
 const char* TableColumn(const std::string& column) {
-    static constexpr const char* PAIRS[][2] = {
+    static constexpr const char* kPairs[][2] = {
         {"MEDIA_TYPE", "type"},         {"MEDIA_SIZE", "size"},
         {"MEDIA_ADDED_TIME", "added"},  {"MEDIA_MODIFIED_TIME", "modified"},
         {"MEDIA_WIDTH", "width"},       {"MEDIA_HEIGHT", "height"},
         {"MEDIA_LATITUDE", "latitude"}, {"MEDIA_LONGITUDE", "longitude"},
         {"MEDIA_TITLE", "title"},       {"MEDIA_DISPLAY_NAME", "name"}};
-    for (const auto& pair : PAIRS)
+    for (const auto& pair : kPairs)
         if (column == pair[0]) return pair[1];
     return nullptr;
 }
 
 // True when the filter's condition, if any, only asks for kinds.
 bool AsksForKinds(const media_filter_s* filter, unsigned& mask) {
-    mask = ALL_TYPES;
+    mask = kAllTypes;
     return !filter || filter->condition.empty() || ReadTypeMask(filter->condition, mask);
 }
 
-constexpr const char* SUM_COLUMNS =
+constexpr const char* kSumColumns =
     "sum(count0), sum(count1), sum(count2), sum(count3), sum(count4)";
 
 int64_t SumOfCounts(Connection& connection, const std::string& from, unsigned mask) {
-    Query query(connection, std::string("SELECT ") + SUM_COLUMNS + " FROM " + from);
+    Query query(connection, std::string("SELECT ") + kSumColumns + " FROM " + from);
     if (!query.Next()) return 0;
     int64_t sum = 0;
-    for (int type = 0; type < MEDIA_TYPES; ++type)
+    for (int type = 0; type < kMediaTypes; ++type)
         if (mask & (1u << type)) sum += query.Int(type);
     return sum;
 }
@@ -81,7 +81,7 @@ void FillRecord(const Query& query, media_info_s& record) {
     record.longitude = query.Real(16);
 }
 
-constexpr const char* RECORD =
+constexpr const char* kRecord =
     "SELECT revision, storage, folder, name, type, added, modified, size, mime, title, width,"
     " height, orientation, bit_rate, duration, latitude, longitude, description, album, artist,"
     " genre, composer, copyright, track FROM item WHERE number = ?";
@@ -95,31 +95,31 @@ Plan Reader::MakePlan(Connection& connection, const Scope& scope, int64_t folder
     Plan plan;
     const bool ordered = filter && !filter->orderColumn.empty();
     const std::string column =
-        ordered ? FindColumn(ITEM_COLUMNS, filter->orderColumn) : "MEDIA_ADDED_TIME";
+        ordered ? FindColumn(kItemColumns, filter->orderColumn) : "MEDIA_ADDED_TIME";
     plan.descending = ordered && filter->order == MEDIA_CONTENT_ORDER_DESC;
     const bool caseless = ordered && filter->orderCollation == MEDIA_CONTENT_COLLATE_NOCASE;
     plan.revisionQuery = "SELECT sum(revision) FROM storage WHERE " + InScope("number", scope);
     const std::string limits =
         folder != 0 ? "folder = " + std::to_string(folder) : InScope("storage", scope);
 
-    unsigned mask = ALL_TYPES;
+    unsigned mask = kAllTypes;
     const bool kindsOnly = AsksForKinds(filter, mask);
     const char* tableColumn = TableColumn(column);
     if (kindsOnly && tableColumn) {
-        if (mask != ALL_TYPES && folder != 0 &&
+        if (mask != kAllTypes && folder != 0 &&
             SumOfCounts(connection, "folder WHERE number = " + std::to_string(folder),
-                        ALL_TYPES & ~mask) == 0)
-            mask = ALL_TYPES;  // nothing else lies there: no need to look at each item's kind
-        plan.source = "item WHERE " + limits + (mask == ALL_TYPES ? "" : " AND " + TypeList(mask));
+                        kAllTypes & ~mask) == 0)
+            mask = kAllTypes;  // nothing else lies there: no need to look at each item's kind
+        plan.source = "item WHERE " + limits + (mask == kAllTypes ? "" : " AND " + TypeList(mask));
         plan.key = tableColumn;
     } else {
         const auto collation = filter ? filter->conditionCollation : MEDIA_CONTENT_COLLATE_DEFAULT;
         const bool conditioned = filter && !filter->condition.empty();
-        if (conditioned) CheckCondition(connection, ITEM_COLUMNS, filter->condition);
-        plan.source = "(SELECT * FROM " + ViewName(ITEM_COLUMNS, collation) + " WHERE " + limits +
+        if (conditioned) CheckCondition(connection, kItemColumns, filter->condition);
+        plan.source = "(SELECT * FROM " + ViewName(kItemColumns, collation) + " WHERE " + limits +
                       ") WHERE (" + (conditioned ? filter->condition : "1") + "\n)";
         plan.key = column;
-        plan.guarded = &ITEM_COLUMNS;
+        plan.guarded = &kItemColumns;
     }
     if (caseless) plan.key = '(' + plan.key + " COLLATE NOCASE)";
     return plan;
@@ -155,7 +155,7 @@ void Reader::ListItems(const Scope& scope, int64_t folder, const media_filter_s*
     Plan plan;
     Position last;
     for (bool first = true;; first = false) {
-        const int64_t count = std::min(left, CHUNK);
+        const int64_t count = std::min(left, kChunk);
         std::vector<MediaRecord> records;
         bool more = false;
         {
@@ -181,7 +181,7 @@ std::vector<MediaRecord> Reader::ReadRecords(Connection& connection, const Scope
     std::vector<MediaRecord> records;
     records.reserve(positions.size());
     std::unordered_map<int64_t, std::string> folders;  // absolute, with a slash at the end
-    Query row(connection, RECORD);
+    Query row(connection, kRecord);
     for (const Position& position : positions) {
         row.Again();
         if (!row.Bind(position.number).Next()) continue;
@@ -222,15 +222,15 @@ std::vector<FolderRecord> Reader::ListFolders(const Scope& scope, const media_fi
     const Store::Borrowed connection = m_store.Read();
     const bool conditioned = filter && !filter->condition.empty();
     const auto collation = filter ? filter->conditionCollation : MEDIA_CONTENT_COLLATE_DEFAULT;
-    if (conditioned) CheckCondition(*connection, FOLDER_COLUMNS, filter->condition);
+    if (conditioned) CheckCondition(*connection, kFolderColumns, filter->condition);
     std::string sql = "SELECT number, FOLDER_PATH FROM (SELECT * FROM " +
-                      ViewName(FOLDER_COLUMNS, collation) + " WHERE " + InScope("storage", scope) +
+                      ViewName(kFolderColumns, collation) + " WHERE " + InScope("storage", scope) +
                       " AND below > 0) WHERE (" + (conditioned ? filter->condition : "1") +
                       "\n) ORDER BY ";
     const bool descending = filter && filter->order == MEDIA_CONTENT_ORDER_DESC;
     const char* direction = descending ? " DESC" : " ASC";
     if (filter && !filter->orderColumn.empty()) {
-        sql += FindColumn(FOLDER_COLUMNS, filter->orderColumn);
+        sql += FindColumn(kFolderColumns, filter->orderColumn);
         if (filter->orderCollation == MEDIA_CONTENT_COLLATE_NOCASE) sql += " COLLATE NOCASE";
         sql += std::string(direction) + ", ";
     }
@@ -239,7 +239,7 @@ std::vector<FolderRecord> Reader::ListFolders(const Scope& scope, const media_fi
            std::to_string(filter ? filter->offset : 0);
 
     std::vector<FolderRecord> folders;
-    Query query(*connection, PrepareGuarded(*connection, FOLDER_COLUMNS, sql));
+    Query query(*connection, PrepareGuarded(*connection, kFolderColumns, sql));
     while (query.Next()) {
         FolderRecord folder(new media_folder_s);
         folder->id = m_store.FolderId(query.Int(0));
@@ -309,7 +309,7 @@ std::vector<KnownPlace> Reader::KnownPlaces(int64_t storage, int64_t inode) {
 bool Reader::HoldsItems(int64_t storage) {
     const Store::Borrowed connection = m_store.Read();
     return SumOfCounts(*connection, "storage WHERE number = " + std::to_string(storage),
-                       ALL_TYPES) > 0;
+                       kAllTypes) > 0;
 }
 
 bool Reader::IsToBeReadAgain(int64_t storage) {

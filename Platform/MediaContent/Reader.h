@@ -23,7 +23,7 @@ using Scope = std::map<int64_t, std::string>;
 struct KnownItem {
     int64_t number = 0;
     FileFacts facts;
-    ItemState state = ItemState::UNREAD;
+    ItemState state = ItemState::Unread;
     bool pinned = false;
 };
 

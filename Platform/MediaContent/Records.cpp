@@ -37,8 +37,8 @@ bool TryHold(media_info_s& record) {
 
 bool IsOfRow(const media_info_s& record, int64_t revision, const std::string& id,
              const std::string& folderPath) {
-    return record.revision == revision && record.texts[ItemText::ID] == id &&
-           record.texts[ItemText::FOLDER] == folderPath;
+    return record.revision == revision && record.texts[ItemText::Id] == id &&
+           record.texts[ItemText::Folder] == folderPath;
 }
 
 auto NumbersOf(const media_info_s& record) {

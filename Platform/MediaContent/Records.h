@@ -29,19 +29,19 @@ namespace platform {
 
 // In the order in which they are added.
 enum class ItemText {
-    ID,
-    FOLDER,  // absolute, with a slash at its end
-    NAME,
-    MIME,
-    TITLE,
-    DESCRIPTION,
-    ALBUM,
-    ARTIST,
-    GENRE,
-    COMPOSER,
-    COPYRIGHT,
-    TRACK,
-    COUNT
+    Id,
+    Folder,  // absolute, with a slash at its end
+    Name,
+    Mime,
+    Title,
+    Description,
+    Album,
+    Artist,
+    Genre,
+    Composer,
+    Copyright,
+    Track,
+    Count
 };
 
 // All texts of an item in one piece of memory, which for most items lies in this object. Some users
@@ -52,7 +52,7 @@ public:
     void Add(std::string_view text);
     // Valid as long as this object; empty for what was not added.
     std::string_view operator[](ItemText text) const { return Between(text, text); }
-    std::string_view Path() const { return Between(ItemText::FOLDER, ItemText::NAME); }
+    std::string_view Path() const { return Between(ItemText::Folder, ItemText::Name); }
     bool operator==(const ItemTexts& other) const {
         return m_letters == other.m_letters && m_ends == other.m_ends;
     }
@@ -61,7 +61,7 @@ private:
     std::string_view Between(ItemText first, ItemText last) const;
 
     boost::container::small_vector<char, 144> m_letters;
-    std::array<uint32_t, static_cast<size_t>(ItemText::COUNT)> m_ends{};
+    std::array<uint32_t, static_cast<size_t>(ItemText::Count)> m_ends{};
     uint32_t m_count = 0;
 };
 

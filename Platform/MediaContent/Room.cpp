@@ -8,9 +8,9 @@
 namespace platform {
 namespace {
 
-constexpr int64_t MIB = 1024 * 1024;
-constexpr int64_t LARGEST_FILE = 4096 * MIB;  // about ten million items
-constexpr int64_t LARGEST_RESERVE = 64 * MIB;
+constexpr int64_t kMib = 1024 * 1024;
+constexpr int64_t kLargestFile = 4096 * kMib;  // about ten million items
+constexpr int64_t kLargestReserve = 64 * kMib;
 
 int64_t SizeOf(const std::string& file) {
     struct stat facts {};
@@ -22,13 +22,13 @@ int64_t SizeOf(const std::string& file) {
 Room MeasureRoom(const std::string& file) {
     struct statvfs disk {};
     const int64_t log = SizeOf(file + "-wal");
-    int64_t all = LARGEST_FILE + LARGEST_RESERVE;
+    int64_t all = kLargestFile + kLargestReserve;
     if (statvfs(file.c_str(), &disk) == 0)
         all = static_cast<int64_t>(disk.f_bavail * disk.f_frsize) + SizeOf(file) + log;
     // The log, whose pages are in the file a second time later, and whatever else is on the disk.
-    const int64_t reserve = std::min(all / 4, LARGEST_RESERVE);
+    const int64_t reserve = std::min(all / 4, kLargestReserve);
     Room room;
-    room.bound = std::min(all - reserve, LARGEST_FILE);
+    room.bound = std::min(all - reserve, kLargestFile);
     room.share = room.bound / 4;
     room.logIsLong = log > reserve / 2;
     return room;

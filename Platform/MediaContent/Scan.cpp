@@ -17,13 +17,13 @@
 namespace platform {
 namespace {
 
-constexpr size_t BATCH = 500;                 // changes a transaction
-constexpr int64_t WRITE_EVERY_MS = 500;       // sooner when files are slow to read
-constexpr uint64_t CHECKPOINT_EVERY = 20000;  // changes
-constexpr int MAX_SKIP_LINES = 20;            // log lines a scan
+constexpr size_t kBatch = 500;                // changes a transaction
+constexpr int64_t kWriteEveryMs = 500;        // sooner when files are slow to read
+constexpr uint64_t kCheckpointEvery = 20000;  // changes
+constexpr int kMaxSkipLines = 20;             // log lines a scan
 
-constexpr long MSDOS_MAGIC = 0x4d44;
-constexpr long EXFAT_MAGIC = 0x2011bab0;
+constexpr long kMsdosMagic = 0x4d44;
+constexpr long kExfatMagic = 0x2011bab0;
 
 int64_t NowMs() {
     timespec now{};
@@ -88,7 +88,7 @@ media_content_error_e Scan::OpenRoot() {
                                : MEDIA_CONTENT_ERROR_NOT_FOUND;
     }
     if (fstatfs(m_root.Get(), &fileSystem) == 0)
-        m_stableInodes = fileSystem.f_type != MSDOS_MAGIC && fileSystem.f_type != EXFAT_MAGIC;
+        m_stableInodes = fileSystem.f_type != kMsdosMagic && fileSystem.f_type != kExfatMagic;
     m_heldItems = m_reader.HoldsItems(m_storage);
     m_readPassedOver = m_reader.IsToBeReadAgain(m_storage);
     m_hasPassedOver = m_mount.hasPassedOver && !m_activity.full;  // a whole scan finds them
@@ -212,9 +212,9 @@ void Scan::CompareFile(Change change, const KnownItem& known) {
     change.retry = SameContent(change.facts, known.facts);
     if (!change.retry) m_claimed.insert(change.number);
     if (!change.retry) NoteDifference();
-    const bool passedOver = known.state == ItemState::PASSED_OVER;
+    const bool passedOver = known.state == ItemState::PassedOver;
     if (passedOver) NotePassedOver();
-    if (!change.retry || known.state == ItemState::UNREAD || (passedOver && m_readPassedOver)) {
+    if (!change.retry || known.state == ItemState::Unread || (passedOver && m_readPassedOver)) {
         change.number = 0;  // whatever is at this place when it is written
         return ReadLater(std::move(change));
     }
@@ -272,23 +272,23 @@ bool Scan::FindMoved(const Change& change, KnownPlace& from) {
 
 void Scan::ReadNew(Change change) {
     change.isNew = true;
-    if (m_space == SpaceLeft::SOME) return ReadLater(std::move(change));
+    if (m_space == SpaceLeft::Some) return ReadLater(std::move(change));
     ++m_leftOut;
 }
 
 // One stick is not to take the room of all; what is known of it stays up to date all the same.
 void Scan::LookForSpace() {
-    if (m_space != SpaceLeft::SOME) return;
+    if (m_space != SpaceLeft::Some) return;
     m_space = m_tools.store.Write().FindSpace(m_storage);
-    if (m_space == SpaceLeft::SOME) return;
+    if (m_space == SpaceLeft::Some) return;
     PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "scan of %s: %s: no more new files are listed",
                  m_mount.path.c_str(),
-                 m_space == SpaceLeft::NONE ? "the media database's disk is full"
+                 m_space == SpaceLeft::None ? "the media database's disk is full"
                                             : "it has its share of the media database");
 }
 
 void Scan::LeaveOutNew(std::vector<Change>& batch) {
-    if (m_space == SpaceLeft::SOME) return;
+    if (m_space == SpaceLeft::Some) return;
     const auto begin = std::remove_if(batch.begin(), batch.end(),
                                       [](const Change& change) { return change.isNew; });
     m_leftOut += static_cast<uint64_t>(batch.end() - begin);
@@ -302,13 +302,13 @@ void Scan::ReadLater(Change change) {
 
 void Scan::Write(bool all) {
     const int64_t now = NowMs();
-    const bool due = m_changes.size() >= BATCH || now - m_lastWrite >= WRITE_EVERY_MS;
+    const bool due = m_changes.size() >= kBatch || now - m_lastWrite >= kWriteEveryMs;
     if (m_changes.empty() || (!all && !due)) return;
     m_lastWrite = now;
-    for (size_t begin = 0; begin < m_changes.size() && !m_activity.cancel; begin += BATCH)
-        WriteBatch(begin, std::min(begin + BATCH, m_changes.size()));
+    for (size_t begin = 0; begin < m_changes.size() && !m_activity.cancel; begin += kBatch)
+        WriteBatch(begin, std::min(begin + kBatch, m_changes.size()));
     m_changes.clear();
-    if (m_written < CHECKPOINT_EVERY) return;
+    if (m_written < kCheckpointEvery) return;
     Checkpoint();
     m_written = 0;
 }
@@ -384,7 +384,7 @@ bool Scan::RootIsTheSame() const {
 }
 
 void Scan::Skip(const std::string& path, const char* reason) {
-    if (m_skipLines++ < MAX_SKIP_LINES)
+    if (m_skipLines++ < kMaxSkipLines)
         PLATFORM_LOG("MEDIA_CONTENT", LOG_WARNING, "scan of %s: skipped, %s: %s",
                      m_mount.path.c_str(), reason, path.c_str());
 }

@@ -106,7 +106,7 @@ private:
     std::vector<Change> m_changes;          // to be written
     int64_t m_lastWrite = 0;                // milliseconds
     uint64_t m_written = 0;                 // changes since the last checkpoint
-    SpaceLeft m_space = SpaceLeft::SOME;
+    SpaceLeft m_space = SpaceLeft::Some;
     uint64_t m_leftOut = 0;  // new files without room
     int m_skipLines = 0;
 

@@ -22,7 +22,7 @@ namespace {
 //            directly in it, by type; below: items in it and in all folders below
 //   item     number: in the order of insertion; revision: grows with every change of the item;
 //            state: see ItemState; pinned: listed because a client asked, not by the scan's rules
-constexpr const char* TABLES_OF_VERSION_1 = R"(
+constexpr const char* kTablesOfVersion1 = R"(
 CREATE TABLE setting(name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
 CREATE TABLE storage(
     number INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -83,15 +83,15 @@ CREATE INDEX item_by_inode ON item(storage, inode);
 // Step n makes version n + 1 out of version n, which for the first is an empty file. What was
 // released once is never changed: a later version adds a step, and whatever the file of an earlier
 // one holds goes through the same steps as a new one.
-constexpr const char* STEPS[] = {
-    TABLES_OF_VERSION_1,
+constexpr const char* kSteps[] = {
+    kTablesOfVersion1,
     // Files that the readers of version 1 failed at, or that took them too long, get another try.
     "UPDATE item SET state = 0 WHERE state = 2",
 };
-constexpr int64_t SCHEMA_VERSION = std::size(STEPS);
+constexpr int64_t kSchemaVersion = std::size(kSteps);
 
 // What conditions may name. C stands for the collation of texts, S for the database's salt.
-constexpr const char* VIEWS = R"(
+constexpr const char* kViews = R"(
 CREATE VIEW item_columns_C AS SELECT
     i.number AS number, i.storage AS storage, i.folder AS folder,
     ('S-' || i.number) COLLATE C AS MEDIA_ID,
@@ -145,7 +145,7 @@ int64_t Pragma(Connection& connection, const char* sql) {
 
 void CreateViews(Connection& connection, const std::string& salt) {
     for (const char* collation : {"BINARY", "NOCASE"}) {
-        std::string views = Replaced(VIEWS, "COLLATE C", std::string("COLLATE ") + collation);
+        std::string views = Replaced(kViews, "COLLATE C", std::string("COLLATE ") + collation);
         views = Replaced(views, "columns_C", std::string("columns_") + collation);
         views = Replaced(Replaced(views, "'S-'", "'" + salt + "-'"), "'S-f'", "'" + salt + "-f'");
         connection.Execute(views.c_str());
@@ -166,20 +166,20 @@ void DropViews(Connection& connection) {
 // All of the steps that are missing, or none. The file's number of version is changed with them.
 void BringUpToDate(Connection& connection) {
     const int64_t version = Pragma(connection, "PRAGMA user_version");
-    if (version == SCHEMA_VERSION) return;
+    if (version == kSchemaVersion) return;
     Transaction transaction(connection, Transaction::WRITE);
     DropViews(connection);
-    for (int64_t step = version; step < SCHEMA_VERSION; ++step) connection.Execute(STEPS[step]);
+    for (int64_t step = version; step < kSchemaVersion; ++step) connection.Execute(kSteps[step]);
     if (version == 0)
         Query(connection, "INSERT INTO setting VALUES('salt', ?)").Bind(MakeSalt()).Run();
     CreateViews(connection, ReadSalt(connection));
-    connection.Execute(("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION)).c_str());
-    connection.Execute(("PRAGMA application_id = " + std::to_string(DATABASE_APPLICATION)).c_str());
+    connection.Execute(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str());
+    connection.Execute(("PRAGMA application_id = " + std::to_string(kDatabaseApplication)).c_str());
     transaction.Commit();
     if (version > 0)
         PLATFORM_LOG("MEDIA_CONTENT", LOG_INFO,
                      "media database: schema version %lld brought to %lld",
-                     static_cast<long long>(version), static_cast<long long>(SCHEMA_VERSION));
+                     static_cast<long long>(version), static_cast<long long>(kSchemaVersion));
 }
 
 // Throws when the file is not what its head says.
@@ -221,7 +221,7 @@ std::unique_ptr<Connection> OpenOurs(const std::string& file) {
 std::string WhyNotOurs(const std::string& file) {
     const DatabaseHead head = ReadDatabaseHead(file);
     if (head.kind == DatabaseHead::FOREIGN) return "not a media database";
-    if (head.version > SCHEMA_VERSION)
+    if (head.version > kSchemaVersion)
         return "of the newer schema version " + std::to_string(head.version);
     return {};
 }

@@ -15,8 +15,8 @@
 namespace platform {
 namespace {
 
-constexpr int64_t FORGET_AFTER_S = 180 * 24 * 3600;
-constexpr int PURGE_BATCH = 500;  // items a transaction
+constexpr int64_t kForgetAfterS = 180 * 24 * 3600;
+constexpr int kPurgeBatch = 500;  // items a transaction
 
 using Clock = std::chrono::steady_clock;
 
@@ -161,10 +161,10 @@ void Service::StartPurge(const SessionPtr& session) {
     const auto activity = std::make_shared<Activity>();
     Submit(activity, [session, activity] {
         Guarded("purge", [&] {
-            const int64_t before = time(nullptr) - FORGET_AFTER_S;
+            const int64_t before = time(nullptr) - kForgetAfterS;
             for (const int64_t storage : Reader(session->store).StoragesUnseenSince(before))
                 while (!activity->cancel &&
-                       !session->store.Write().Purge(storage, before, PURGE_BATCH))
+                       !session->store.Write().Purge(storage, before, kPurgeBatch))
                     continue;
             return 0;
         });

@@ -6,7 +6,7 @@
 namespace platform {
 namespace {
 
-constexpr size_t MAX_IDLE_READERS = 4;
+constexpr size_t kMaxIdleReaders = 4;
 
 }  // namespace
 
@@ -31,7 +31,7 @@ std::unique_ptr<Connection> Store::Take() {
 
 void Store::GiveBack(std::unique_ptr<Connection> connection) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_idle.size() < MAX_IDLE_READERS) m_idle.push_back(std::move(connection));
+    if (m_idle.size() < kMaxIdleReaders) m_idle.push_back(std::move(connection));
 }
 
 int64_t Store::Number(const std::string& id, const char* separator) const {

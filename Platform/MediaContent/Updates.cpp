@@ -10,7 +10,7 @@
 namespace platform {
 namespace {
 
-constexpr size_t MAX_WAITING = 10000;  // reports of items
+constexpr size_t kMaxWaiting = 10000;  // reports of items
 
 char* Text(std::string& text) {
     return text.empty() ? nullptr : text.data();
@@ -46,7 +46,7 @@ void Updates::Report(Update update) {
 
 // Counts the report of an item in, or out.
 bool Updates::HasRoom() {
-    if (m_waiting < MAX_WAITING) {
+    if (m_waiting < kMaxWaiting) {
         ++m_waiting;
         return true;
     }

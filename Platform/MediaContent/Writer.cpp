@@ -10,15 +10,15 @@
 namespace platform {
 namespace {
 
-constexpr size_t MAX_KNOWN_FOLDERS = 4096;
-constexpr int PURGE_BATCH = 500;  // items a transaction
+constexpr size_t kMaxKnownFolders = 4096;
+constexpr int kPurgeBatch = 500;  // items a transaction
 
-constexpr const char* ROW =
+constexpr const char* kRow =
     "SELECT number, storage, folder, name, title, mime, type, size, modified, modified_ns, inode, "
     "pinned FROM item ";
 
 // The columns that Insert and Update have in common, in the order in which BindContent binds them.
-constexpr const char* CONTENT_COLUMNS[] = {
+constexpr const char* kContentColumns[] = {
     "type",        "modified", "modified_ns", "size",     "inode",     "state",
     "pinned",      "name",     "mime",        "title",    "width",     "height",
     "orientation", "bit_rate", "duration",    "latitude", "longitude", "description",
@@ -47,7 +47,7 @@ std::string TitleOf(const Change& change) {
 
 std::string InsertText() {
     std::string columns, marks;
-    for (const char* column : CONTENT_COLUMNS) {
+    for (const char* column : kContentColumns) {
         columns += std::string(", ") + column;
         marks += ", ?";
     }
@@ -57,7 +57,7 @@ std::string InsertText() {
 
 std::string UpdateText() {
     std::string columns;
-    for (const char* column : CONTENT_COLUMNS) columns += std::string(", ") + column + " = ?";
+    for (const char* column : kContentColumns) columns += std::string(", ") + column + " = ?";
     return "UPDATE item SET revision = revision + 1, folder = ?" + columns + " WHERE number = ?";
 }
 
@@ -297,14 +297,14 @@ bool Writer::ReadRow(Query& query, Row& row) {
 }
 
 bool Writer::FindByPlace(int64_t folder, const std::string& name, Row& row) {
-    static const std::string text = std::string(ROW) + "WHERE folder = ? AND name = ?";
+    static const std::string text = std::string(kRow) + "WHERE folder = ? AND name = ?";
     Query query(*m_connection, text);
     query.Bind(folder).Bind(name);
     return ReadRow(query, row);
 }
 
 bool Writer::FindByNumber(int64_t number, Row& row) {
-    static const std::string text = std::string(ROW) + "WHERE number = ?";
+    static const std::string text = std::string(kRow) + "WHERE number = ?";
     Query query(*m_connection, text);
     query.Bind(number);
     return ReadRow(query, row);
@@ -335,7 +335,7 @@ int64_t Writer::FolderNumber(int64_t storage, const std::string& path) {
             .Run();
         number = m_connection->LastInsertedRow();
     }
-    if (folders.size() >= MAX_KNOWN_FOLDERS) folders.clear();
+    if (folders.size() >= kMaxKnownFolders) folders.clear();
     folders[path] = number;
     return number;
 }
@@ -373,7 +373,7 @@ bool Writer::PurgeSome(int64_t storage, int limit) {
     std::vector<Row> rows;
     m_taken.erase(storage);
     {
-        Query query(*m_connection, std::string(ROW) + "WHERE storage = ? LIMIT ?");
+        Query query(*m_connection, std::string(kRow) + "WHERE storage = ? LIMIT ?");
         query.Bind(storage).Bind(static_cast<int64_t>(limit));
         for (Row row; ReadRow(query, row);) rows.push_back(row);
     }
@@ -402,7 +402,7 @@ bool Writer::PurgeOldest() {
         while (oldest == 0 && query.Next())
             if (m_present.count(query.Int(0)) == 0) oldest = query.Int(0);
     }
-    for (int limit = PURGE_BATCH; oldest != 0 && limit > 0; limit /= 8) {
+    for (int limit = kPurgeBatch; oldest != 0 && limit > 0; limit /= 8) {
         try {
             InOneTransaction([&] { PurgeSome(oldest, limit); });
             MoveLog();
@@ -419,8 +419,8 @@ SpaceLeft Writer::FindSpace(int64_t storage) {
     const Room room = MeasureRoom(sqlite3_db_filename(m_connection->Handle(), "main"));
     if (room.logIsLong) MoveLog();
     while (UsedBytes() >= room.bound)
-        if (!PurgeOldest()) return SpaceLeft::NONE;
-    return TakenBy(storage) >= room.share ? SpaceLeft::SHARE_TAKEN : SpaceLeft::SOME;
+        if (!PurgeOldest()) return SpaceLeft::None;
+    return TakenBy(storage) >= room.share ? SpaceLeft::ShareTaken : SpaceLeft::Some;
 }
 
 int64_t Writer::Ask(const char* sql) {

@@ -18,14 +18,14 @@
 
 namespace platform {
 
-constexpr int MEDIA_TYPES = 5;
+constexpr int kMediaTypes = 5;
 
 // What was learnt by opening a file.
 enum class ItemState {
-    UNREAD = 0,  // not opened yet: to be tried again at the next scan
-    READ = 1,
-    FAILED = 2,       // not readable as media; tried again only when the file changes
-    PASSED_OVER = 3,  // not opened: others took too long; tried when the storage has changed
+    Unread = 0,  // not opened yet: to be tried again at the next scan
+    Read = 1,
+    Failed = 2,      // not readable as media; tried again only when the file changes
+    PassedOver = 3,  // not opened: others took too long; tried when the storage has changed
 };
 
 // What stat tells of a file, and by which a change is recognised.
@@ -54,7 +54,7 @@ struct Change {
     media_content_type_e type = MEDIA_CONTENT_TYPE_OTHERS;
     std::string mime;
     FileFacts facts;
-    ItemState state = ItemState::UNREAD;
+    ItemState state = ItemState::Unread;
     bool pinned = false;
     bool retry = false;  // the database knows all of this but the metadata
     bool isNew = false;  // the scan found nothing of it in the database
@@ -72,9 +72,9 @@ struct Done {
 
 // What is left for the items of one storage.
 enum class SpaceLeft {
-    SOME,
-    SHARE_TAKEN,  // the storage has what a single one may have
-    NONE,         // the disk has no more, or the file is as large as it may be
+    Some,
+    ShareTaken,  // the storage has what a single one may have
+    None,        // the disk has no more, or the file is as large as it may be
 };
 
 // Every call takes the writer's own lock for one transaction. Throws DatabaseError; the database
@@ -115,7 +115,7 @@ public:
 
 private:
     struct Counts {
-        std::array<int64_t, MEDIA_TYPES> direct{};
+        std::array<int64_t, kMediaTypes> direct{};
         int64_t here = 0;   // the sum of these
         int64_t below = 0;  // and of the folders below
     };
@@ -135,7 +135,7 @@ private:
         int64_t storage;
         int64_t now;
         std::map<std::string, Counts> folders;
-        std::array<int64_t, MEDIA_TYPES> items{};
+        std::array<int64_t, kMediaTypes> items{};
         std::vector<Done> done;
     };
 

@@ -7,8 +7,8 @@ namespace platform {
 namespace {
 
 // Then the context's other sources have their turn.
-constexpr int TASKS_A_TURN = 64;
-constexpr gint64 TURN_US = 10000;
+constexpr int kTasksATurn = 64;
+constexpr gint64 kTurnUs = 10000;
 
 }  // namespace
 
@@ -34,8 +34,8 @@ void ContextQueue::Post(Task task, const std::string& key) {
 
 gboolean ContextQueue::s_Run(gpointer queue) {
     auto* self = static_cast<ContextQueue*>(queue);
-    const gint64 end = g_get_monotonic_time() + TURN_US;
-    for (int count = 0; count < TASKS_A_TURN && g_get_monotonic_time() < end; ++count)
+    const gint64 end = g_get_monotonic_time() + kTurnUs;
+    for (int count = 0; count < kTasksATurn && g_get_monotonic_time() < end; ++count)
         if (!self->RunNext()) return G_SOURCE_REMOVE;
     return G_SOURCE_CONTINUE;
 }

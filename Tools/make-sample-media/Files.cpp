@@ -15,7 +15,7 @@
 namespace samples {
 namespace {
 
-constexpr time_t FIRST_TIME = 1'500'000'000;
+constexpr time_t kFirstTime = 1'500'000'000;
 
 [[noreturn]] void Throw(const std::string& path, int error) {
     throw std::runtime_error(path + ": " + std::strerror(error));
@@ -47,7 +47,7 @@ void RemoveTree(const std::string& path) {
 }
 
 void SetTime(const std::string& path, uint64_t index) {
-    const timespec time = {FIRST_TIME + static_cast<time_t>(60 * index), 0};
+    const timespec time = {kFirstTime + static_cast<time_t>(60 * index), 0};
     const timespec times[] = {time, time};
     if (utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) Throw(path, errno);
 }

@@ -18,7 +18,7 @@
 namespace samples {
 namespace {
 
-constexpr off_t SPARSE_SIZE = 10ll * 1024 * 1024 * 1024;
+constexpr off_t kSparseSize = 10ll * 1024 * 1024 * 1024;
 
 // Says what this file system or user cannot have, and goes on.
 void Note(const std::string& path, bool made) {
@@ -49,7 +49,7 @@ void MakeRandom(const std::string& dir) {
 // Not a byte of it on the disk.
 void MakeSparse(const std::string& path) {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    Note(path, fd >= 0 && ftruncate(fd, SPARSE_SIZE) == 0);
+    Note(path, fd >= 0 && ftruncate(fd, kSparseSize) == 0);
     if (fd >= 0) close(fd);
 }
 

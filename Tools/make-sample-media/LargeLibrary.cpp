@@ -47,8 +47,8 @@ private:
     size_t m_album;
 };
 
-const Words SONG = {"title=Number 00000000", "album=Album 00000000", "artist=The Copies",
-                    "genre=Test", "track=1"};
+const Words kSong = {"title=Number 00000000", "album=Album 00000000", "artist=The Copies",
+                     "genre=Test", "track=1"};
 
 // A folder that is gone when the templates have been read.
 class Workshop {
@@ -69,7 +69,7 @@ private:
     std::string m_path;
 };
 
-enum class Scale { SMALL, CAMERA };
+enum class Scale { Small, Camera };
 
 std::string MakePicture(const Workshop& shop, const char* name, const char* size, const char* q) {
     const std::string path = shop.File(name);
@@ -81,7 +81,7 @@ std::string MakePicture(const Workshop& shop, const char* name, const char* size
 
 // Eight photos, one for each orientation, four of them with a position.
 std::vector<Template> PhotoTemplates(const Workshop& shop, Scale scale) {
-    const bool camera = scale == Scale::CAMERA;
+    const bool camera = scale == Scale::Camera;
     const std::string small = MakePicture(shop, "small.jpg", "160x120", "20");
     const std::string base =
         camera ? MakePicture(shop, "base.jpg", "1024x768", "6") : shop.File("base.jpg");
@@ -105,7 +105,7 @@ std::vector<Template> PhotoTemplates(const Workshop& shop, Scale scale) {
 std::vector<Template> OtherTemplates(const Workshop& shop, Scale scale) {
     const std::string mp3 = shop.File("a.mp3"), flac = shop.File("a.flac"),
                       m4a = shop.File("a.m4a"), mp4 = shop.File("a.mp4");
-    const bool camera = scale == Scale::CAMERA;
+    const bool camera = scale == Scale::Camera;
     const std::string tone = camera ? "sine=duration=10" : "sine=duration=0.3";
     const std::string clip =
         camera ? "testsrc2=size=640x480:duration=1" : "testsrc2=size=128x96:duration=0.2";
@@ -113,10 +113,10 @@ std::vector<Template> OtherTemplates(const Workshop& shop, Scale scale) {
     const Words cover = {"-map", "1:a", "-map", "0:v", "-frames:v", "1", "-c:v", "mjpeg"};
     if (camera) song.insert(song.end(), cover.begin(), cover.end());
     const int leftOut = Encode({
-        Ffmpeg(mp3, camera ? "testsrc2=size=500x500:duration=0.04" : "", tone, song, SONG),
-        Ffmpeg(flac, "", tone, {"-c:a", "flac", "-ar", "8000"}, SONG),
-        Ffmpeg(m4a, "", tone, {"-c:a", "aac", "-b:a", "32k"}, SONG),
-        Ffmpeg(mp4, clip, "", {"-c:v", "libx264", "-preset", "ultrafast", "-crf", "40"}, SONG),
+        Ffmpeg(mp3, camera ? "testsrc2=size=500x500:duration=0.04" : "", tone, song, kSong),
+        Ffmpeg(flac, "", tone, {"-c:a", "flac", "-ar", "8000"}, kSong),
+        Ffmpeg(m4a, "", tone, {"-c:a", "aac", "-b:a", "32k"}, kSong),
+        Ffmpeg(mp4, clip, "", {"-c:v", "libx264", "-preset", "ultrafast", "-crf", "40"}, kSong),
     });
     if (leftOut) throw std::runtime_error("encoders are missing");
     return {{".mp3", ReadFile(mp3)},
@@ -179,7 +179,7 @@ void MakeLibrary(const std::string& root, unsigned count, Scale scale) {
 void MakePhotos(const std::string& root, unsigned count) {
     static constexpr std::array<const char*, 4> folders = {"", "/DCIM", "/DCIM/100TEST", "/Trip"};
     for (const char* folder : folders) MakeFolders(root + folder);
-    const std::vector<Template> photos = PhotoTemplates(Workshop(root), Scale::SMALL);
+    const std::vector<Template> photos = PhotoTemplates(Workshop(root), Scale::Small);
     for (unsigned i = 0; i < count; ++i) {
         const std::string name = "/IMG_" + Padded(i + 1, 4) + ".jpg";
         WriteCopy(root + folders[i % folders.size()] + name, photos[i % photos.size()], i);
@@ -189,11 +189,11 @@ void MakePhotos(const std::string& root, unsigned count) {
 }
 
 void MakeLargeLibrary(const std::string& root, unsigned count) {
-    MakeLibrary(root, count, Scale::SMALL);
+    MakeLibrary(root, count, Scale::Small);
 }
 
 void MakeCameraLibrary(const std::string& root, unsigned count) {
-    MakeLibrary(root, count, Scale::CAMERA);
+    MakeLibrary(root, count, Scale::Camera);
 }
 
 }  // namespace samples

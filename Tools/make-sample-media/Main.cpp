@@ -11,7 +11,7 @@
 
 namespace {
 
-const char USAGE[] =
+const char kUsage[] =
     "usage: make-sample-media --small DIR       every format, odd names, broken files\n"
     "       make-sample-media --photos DIR N    N photos with EXIF, quickly\n"
     "       make-sample-media --large DIR N     N photos, songs and films\n"
@@ -20,7 +20,7 @@ const char USAGE[] =
     "       make-sample-media --damaged DIR N   N damaged copies of the small library's files\n";
 
 int Usage() {
-    std::fputs(USAGE, stderr);
+    std::fputs(kUsage, stderr);
     return 2;
 }
 

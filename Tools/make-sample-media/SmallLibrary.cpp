@@ -11,10 +11,10 @@
 namespace samples {
 namespace {
 
-const Words SONG = {
+const Words kSong = {
     "title=Morning Song", "artist=The Sparrows",         "album=Field Recordings",    "genre=Folk",
     "composer=A. Finch",  "copyright=2017 The Sparrows", "comment=Taped in the barn", "track=3/12"};
-const Words FILM = {
+const Words kFilm = {
     "title=At the Lake",          "artist=The Sparrows",         "album=Holidays",
     "genre=Documentary",          "copyright=2017 The Sparrows", "comment=One summer's day",
     "location=+48.8566+002.3522/"};
@@ -60,7 +60,7 @@ std::vector<Encoding> Pictures(const std::string& dir) {
 
 std::vector<Encoding> Songs(const std::string& dir) {
     const auto song = [&dir](const char* name, int seconds, const Words& options,
-                             const Words& tags = SONG) {
+                             const Words& tags = kSong) {
         return Ffmpeg(dir + name, "", Tone(330 + seconds, seconds), options, tags);
     };
     return {
@@ -82,7 +82,7 @@ std::vector<Encoding> Songs(const std::string& dir) {
 std::vector<Encoding> Films(const std::string& dir) {
     const auto film = [&dir](const char* name, const std::string& picture, const Words& options,
                              const std::string& sound = "") {
-        return Ffmpeg(dir + name, picture, sound, options, FILM);
+        return Ffmpeg(dir + name, picture, sound, options, kFilm);
     };
     const Words x264 = {"-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p"};
     Words withSound = x264;

@@ -17,14 +17,14 @@ extern "C" {
 namespace platform {
 namespace {
 
-constexpr int IO_BUFFER = 32 * 1024;
+constexpr int kIoBuffer = 32 * 1024;
 // Enough for the streams' parameters when a container's header does not have them.
-constexpr const char* PROBE_BYTES = "1000000";
-constexpr const char* PROBE_MICROSECONDS = "1000000";
+constexpr const char* kProbeBytes = "1000000";
+constexpr const char* kProbeMicroseconds = "1000000";
 // No block larger than this, whatever length a header claims: for the tables of the longest films.
-constexpr size_t MAX_BLOCK = 128 * 1024 * 1024;
+constexpr size_t kMaxBlock = 128 * 1024 * 1024;
 // What may be opened: no playlists, no image sequences, nothing that refers to other files.
-constexpr const char* FORMATS =
+constexpr const char* kFormats =
     "mov,mp4,matroska,webm,avi,mpegts,mpeg,mpegvideo,asf,ogg,flv,aac,amr,mp3,wav,aiff,flac,m4v,"
     "h264";
 
@@ -58,17 +58,17 @@ int64_t SeekTo(void* opaque, int64_t offset, int whence) {
     auto* stream = static_cast<Stream*>(opaque);
     if (whence & AVSEEK_SIZE) return static_cast<int64_t>(stream->source.Size());
     whence &= ~AVSEEK_FORCE;
-    const SourceCursor::From from = whence == SEEK_SET   ? SourceCursor::From::START
-                                    : whence == SEEK_CUR ? SourceCursor::From::HERE
-                                                         : SourceCursor::From::END;
+    const SourceCursor::From from = whence == SEEK_SET   ? SourceCursor::From::Start
+                                    : whence == SEEK_CUR ? SourceCursor::From::Here
+                                                         : SourceCursor::From::End;
     if (!stream->cursor.Seek(offset, from)) return AVERROR(EINVAL);
     return static_cast<int64_t>(stream->cursor.Tell());
 }
 
 Io MakeIo(Stream& stream) {
-    auto* buffer = static_cast<unsigned char*>(av_malloc(IO_BUFFER));
+    auto* buffer = static_cast<unsigned char*>(av_malloc(kIoBuffer));
     if (!buffer) return nullptr;
-    Io io(avio_alloc_context(buffer, IO_BUFFER, 0, &stream, ReadPacket, nullptr, SeekTo));
+    Io io(avio_alloc_context(buffer, kIoBuffer, 0, &stream, ReadPacket, nullptr, SeekTo));
     if (!io) av_free(buffer);
     return io;
 }
@@ -99,9 +99,9 @@ Input Open(AVIOContext* io, const AVInputFormat* format) {
     context->flags |= AVFMT_FLAG_CUSTOM_IO;
     context->io_open = RefuseToOpen;
     AVDictionary* options = nullptr;
-    av_dict_set(&options, "format_whitelist", FORMATS, 0);
-    av_dict_set(&options, "probesize", PROBE_BYTES, 0);
-    av_dict_set(&options, "analyzeduration", PROBE_MICROSECONDS, 0);
+    av_dict_set(&options, "format_whitelist", kFormats, 0);
+    av_dict_set(&options, "probesize", kProbeBytes, 0);
+    av_dict_set(&options, "analyzeduration", kProbeMicroseconds, 0);
     // Frees the context itself when it fails.
     const int result = avformat_open_input(&context, nullptr, format, &options);
     const std::unique_ptr<AVDictionary, FreeOptions> left(options);
@@ -187,7 +187,7 @@ void ReadPosition(const AVFormatContext& context, Metadata& metadata) {
 }  // namespace
 
 void InitAvformat() {
-    av_max_alloc(MAX_BLOCK);
+    av_max_alloc(kMaxBlock);
     av_log_set_level(AV_LOG_QUIET);
 }
 

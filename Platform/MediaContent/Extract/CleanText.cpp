@@ -10,7 +10,7 @@ namespace platform {
 namespace {
 
 // Longer texts are cut before they are looked at, with room for what cleaning takes away.
-constexpr size_t MAX_RAW_TEXT = 4 * MAX_METADATA_TEXT;
+constexpr size_t kMaxRawText = 4 * kMaxMetadataText;
 
 // C0, DEL and C1; the latter are two bytes in UTF-8, 0xC2 and the character. Returns the length in
 // bytes of the control character at `at`, 0 when there is none.
@@ -50,7 +50,7 @@ void CutAtCharacter(std::string& text, size_t limit) {
 
 std::string CleanText(std::string_view text) {
     if (IsCleanText(text)) return std::string(text);
-    text = text.substr(0, MAX_RAW_TEXT);
+    text = text.substr(0, kMaxRawText);
     // A text of fixed length is often padded with zero bytes: what follows the first is no text.
     text = text.substr(0, text.find('\0'));
     if (text.empty()) return {};
@@ -59,14 +59,14 @@ std::string CleanText(std::string_view text) {
     std::string clean(valid.get());
     BlankControls(clean);
     Trim(clean);
-    CutAtCharacter(clean, MAX_METADATA_TEXT);
+    CutAtCharacter(clean, kMaxMetadataText);
     Trim(clean);
     return clean;
 }
 
 bool IsCleanText(std::string_view text) {
     if (text.empty()) return true;
-    return text.size() <= MAX_METADATA_TEXT && text.front() != ' ' && text.back() != ' ' &&
+    return text.size() <= kMaxMetadataText && text.front() != ' ' && text.back() != ' ' &&
            g_utf8_validate_len(text.data(), text.size(), nullptr) && !HasControls(text);
 }
 

@@ -8,7 +8,7 @@
 namespace platform {
 
 // `text` as valid UTF-8: bytes that are none become U+FFFD, control characters become blanks, and
-// blanks at both ends go; cut at a character's end to MAX_METADATA_TEXT bytes. Cleaning a clean
+// blanks at both ends go; cut at a character's end to kMaxMetadataText bytes. Cleaning a clean
 // text changes nothing. Any thread.
 std::string CleanText(std::string_view text);
 

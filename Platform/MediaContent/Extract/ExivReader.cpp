@@ -21,7 +21,7 @@ public:
     int open() override {
         m_open = true;
         m_atEnd = false;
-        m_cursor.Seek(0, SourceCursor::From::START);
+        m_cursor.Seek(0, SourceCursor::From::Start);
         return 0;
     }
     int close() override {
@@ -51,9 +51,9 @@ public:
         return read(&one, 1) == 1 ? one : EOF;
     }
     int seek(long offset, Position from) override {
-        const SourceCursor::From base = from == beg   ? SourceCursor::From::START
-                                        : from == cur ? SourceCursor::From::HERE
-                                                      : SourceCursor::From::END;
+        const SourceCursor::From base = from == beg   ? SourceCursor::From::Start
+                                        : from == cur ? SourceCursor::From::Here
+                                                      : SourceCursor::From::End;
         if (!m_cursor.Seek(offset, base)) return 1;
         m_atEnd = false;
         return 0;
@@ -103,16 +103,16 @@ struct ExifTag {
     uint16_t number;
     const char* group;
 };
-constexpr ExifTag DESCRIPTION = {0x010e, "Image"};
-constexpr ExifTag ORIENTATION = {0x0112, "Image"};
-constexpr ExifTag COPYRIGHT = {0x8298, "Image"};
-constexpr ExifTag XP_TITLE = {0x9c9b, "Image"};
-constexpr ExifTag XP_COMMENT = {0x9c9c, "Image"};
-constexpr ExifTag USER_COMMENT = {0x9286, "Photo"};
-constexpr ExifTag LATITUDE_REF = {0x0001, "GPSInfo"};
-constexpr ExifTag LATITUDE = {0x0002, "GPSInfo"};
-constexpr ExifTag LONGITUDE_REF = {0x0003, "GPSInfo"};
-constexpr ExifTag LONGITUDE = {0x0004, "GPSInfo"};
+constexpr ExifTag kDescription = {0x010e, "Image"};
+constexpr ExifTag kOrientation = {0x0112, "Image"};
+constexpr ExifTag kCopyright = {0x8298, "Image"};
+constexpr ExifTag kXpTitle = {0x9c9b, "Image"};
+constexpr ExifTag kXpComment = {0x9c9c, "Image"};
+constexpr ExifTag kUserComment = {0x9286, "Photo"};
+constexpr ExifTag kLatitudeRef = {0x0001, "GPSInfo"};
+constexpr ExifTag kLatitude = {0x0002, "GPSInfo"};
+constexpr ExifTag kLongitudeRef = {0x0003, "GPSInfo"};
+constexpr ExifTag kLongitude = {0x0004, "GPSInfo"};
 
 // Null when there is none, or nothing in it.
 const Exiv2::Exifdatum* Find(const Exiv2::ExifData& exif, const ExifTag& wanted) {
@@ -130,7 +130,7 @@ std::string ExifText(const Exiv2::ExifData& exif, const ExifTag& tag) {
 }
 
 std::string ExifComment(const Exiv2::ExifData& exif) {
-    const Exiv2::Exifdatum* found = Find(exif, USER_COMMENT);
+    const Exiv2::Exifdatum* found = Find(exif, kUserComment);
     if (!found) return {};
     const auto* comment = dynamic_cast<const Exiv2::CommentValue*>(&found->value());
     return comment ? CleanText(WithoutPrefix(comment->comment(), "charset=")) : std::string();
@@ -163,15 +163,15 @@ void ReadTexts(Exiv2::Image& image, Metadata& metadata) {
     const Exiv2::IptcData& iptc = image.iptcData();
     metadata.title = FirstText([&] { return XmpText(xmp, "Xmp.dc.title"); },
                                [&] { return IptcText(iptc, "Iptc.Application2.ObjectName"); },
-                               [&] { return ExifText(exif, XP_TITLE); });
+                               [&] { return ExifText(exif, kXpTitle); });
     metadata.description = FirstText(
-        [&] { return ExifText(exif, DESCRIPTION); },
+        [&] { return ExifText(exif, kDescription); },
         [&] { return XmpText(xmp, "Xmp.dc.description"); },
         [&] { return IptcText(iptc, "Iptc.Application2.Caption"); },
-        [&] { return ExifText(exif, XP_COMMENT); }, [&] { return ExifComment(exif); },
+        [&] { return ExifText(exif, kXpComment); }, [&] { return ExifComment(exif); },
         // Programs sign their work in a JPEG's comment; a PNG's is its "Description".
         [&] { return image.mimeType() == "image/png" ? CleanText(image.comment()) : ""; });
-    metadata.copyright = FirstText([&] { return ExifText(exif, COPYRIGHT); },
+    metadata.copyright = FirstText([&] { return ExifText(exif, kCopyright); },
                                    [&] { return XmpText(xmp, "Xmp.dc.rights"); });
 }
 
@@ -200,8 +200,8 @@ bool ReadAngle(const Exiv2::ExifData& exif, const ExifTag& tag, const ExifTag& r
 void ReadPosition(const Exiv2::ExifData& exif, Metadata& metadata) {
     double latitude = 0.0;
     double longitude = 0.0;
-    if (!ReadAngle(exif, LATITUDE, LATITUDE_REF, 90.0, latitude) ||
-        !ReadAngle(exif, LONGITUDE, LONGITUDE_REF, 180.0, longitude))
+    if (!ReadAngle(exif, kLatitude, kLatitudeRef, 90.0, latitude) ||
+        !ReadAngle(exif, kLongitude, kLongitudeRef, 180.0, longitude))
         return;
     metadata.hasPosition = true;
     metadata.latitude = latitude;
@@ -209,7 +209,7 @@ void ReadPosition(const Exiv2::ExifData& exif, Metadata& metadata) {
 }
 
 void ReadOrientation(const Exiv2::ExifData& exif, Metadata& metadata) {
-    const Exiv2::Exifdatum* found = Find(exif, ORIENTATION);
+    const Exiv2::Exifdatum* found = Find(exif, kOrientation);
     if (!found) return;
     const long value = found->toLong();
     if (value >= MEDIA_CONTENT_ORIENTATION_NORMAL && value <= MEDIA_CONTENT_ORIENTATION_ROT_270)

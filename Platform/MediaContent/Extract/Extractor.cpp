@@ -24,16 +24,16 @@ namespace {
 using std::chrono::milliseconds;
 using Helper = std::unique_ptr<HelperProcess>;
 
-constexpr int PROGRESS = 16;
-constexpr milliseconds LOOK_AGAIN(20);
+constexpr int kProgress = 16;
+constexpr milliseconds kLookAgain(20);
 
-enum class Answer { GOOD, GONE, LATE, NONSENSE, CANCELLED, NOT_SENT };
+enum class Answer { Good, Gone, Late, Nonsense, Cancelled, NotSent };
 
 const char* Describe(Answer answer) {
     switch (answer) {
-        case Answer::GONE:
+        case Answer::Gone:
             return "ended while it read";
-        case Answer::LATE:
+        case Answer::Late:
             return "took too long for";
         default:
             return "gave a wrong answer for";
@@ -66,15 +66,15 @@ Answer Await(HelperProcess& helper, uint32_t number, Clock::time_point deadline,
              const Account& account, ExtractAnswer& answer) {
     std::string bytes;
     for (;;) {
-        switch (helper.Receive(bytes, std::min(deadline, Clock::now() + LOOK_AGAIN))) {
-            case HelperProcess::Wait::MESSAGE:
-                return DecodeAnswer(bytes, answer) && answer.number == number ? Answer::GOOD
-                                                                              : Answer::NONSENSE;
-            case HelperProcess::Wait::GONE:
-                return Answer::GONE;
-            case HelperProcess::Wait::NOTHING:
-                if (account.cancel) return Answer::CANCELLED;
-                if (Clock::now() >= deadline) return Answer::LATE;
+        switch (helper.Receive(bytes, std::min(deadline, Clock::now() + kLookAgain))) {
+            case HelperProcess::Wait::Message:
+                return DecodeAnswer(bytes, answer) && answer.number == number ? Answer::Good
+                                                                              : Answer::Nonsense;
+            case HelperProcess::Wait::Gone:
+                return Answer::Gone;
+            case HelperProcess::Wait::Nothing:
+                if (account.cancel) return Answer::Cancelled;
+                if (Clock::now() >= deadline) return Answer::Late;
                 if (helper.GiveWayIfBusy() && account.lost) account.lost->IsSlow();
         }
     }
@@ -89,13 +89,13 @@ Answer AwaitAll(HelperProcess& helper, const ExtractRequest& request, const Acco
         since = Clock::now();
         const Clock::time_point deadline = since + milliseconds(request.deadlineMs);
         const Answer outcome = Await(helper, request.number, deadline, account, part);
-        if (outcome != Answer::GOOD) return outcome;
+        if (outcome != Answer::Good) return outcome;
         if (part.files.empty() || part.files.size() > request.files.size() - all.files.size())
-            return Answer::NONSENSE;
+            return Answer::Nonsense;
         std::move(part.files.begin(), part.files.end(), std::back_inserter(all.files));
         all.retiring = part.retiring;
     }
-    return Answer::GOOD;
+    return Answer::Good;
 }
 
 // Files for one helper at once: their places in what was asked for, and their descriptors.
@@ -127,7 +127,7 @@ void SetAll(const Batch& batch, ExtractStatus status, Results& results) {
 void TakeAnswers(const Batch& batch, ExtractAnswer& answer, Results& results) {
     for (size_t i = 0; i < batch.places.size(); ++i) {
         ExtractAnswer::File& file = answer.files[i];
-        results[batch.places[i]] = {file.read ? ExtractStatus::OK : ExtractStatus::FAILED,
+        results[batch.places[i]] = {file.read ? ExtractStatus::Ok : ExtractStatus::Failed,
                                     std::move(file.metadata)};
     }
 }
@@ -194,12 +194,12 @@ Helper ExtractorPool::Impl::StartNew(const std::atomic<bool>& cancel) {
     ExtractAnswer ready;
     const Clock::time_point deadline = Clock::now() + milliseconds(options.startDeadlineMs);
     const Answer answer = Await(*helper, 0, deadline, {cancel, nullptr}, ready);
-    if (answer == Answer::GOOD) {
+    if (answer == Answer::Good) {
         const std::lock_guard<std::mutex> lock(mutex);
         failureLogged = false;
         return helper;
     }
-    if (answer != Answer::CANCELLED) NoteFailedStart("it ended, or did not get ready");
+    if (answer != Answer::Cancelled) NoteFailedStart("it ended, or did not get ready");
     return nullptr;
 }
 
@@ -225,47 +225,47 @@ Answer ExtractorPool::Impl::Ask(HelperProcess& helper, Batch& batch, const Accou
     do {
         batch.request.number = ++lastNumber;
     } while (batch.request.number == 0);
-    if (!helper.Send(EncodeRequest(batch.request), batch.fds)) return Answer::NOT_SENT;
+    if (!helper.Send(EncodeRequest(batch.request), batch.fds)) return Answer::NotSent;
     helper.CountFiles(batch.fds.size());
     Clock::time_point since;
     const Answer outcome = AwaitAll(helper, batch.request, account, answer, since);
     if (!account.lost) return outcome;
-    if (outcome == Answer::GOOD)
+    if (outcome == Answer::Good)
         account.lost->MakeUp(batch.fds.size());
-    else if (outcome != Answer::CANCELLED)
+    else if (outcome != Answer::Cancelled)
         account.lost->Lose(std::chrono::ceil<milliseconds>(Clock::now() - since).count());
     return outcome;
 }
 
 // One try with one helper. NOT_SENT: none can be started.
 Answer ExtractorPool::Impl::Read(Batch& batch, const Account& account, Results& results) {
-    if (account.cancel) return Answer::CANCELLED;
+    if (account.cancel) return Answer::Cancelled;
     // A helper that ended while it had nothing to do is no fault of these files: then the next.
     for (;;) {
         Helper helper = TakeIdle();
         const bool isNew = !helper;
         if (isNew) helper = StartNew(account.cancel);
-        if (!helper) return account.cancel ? Answer::CANCELLED : Answer::NOT_SENT;
+        if (!helper) return account.cancel ? Answer::Cancelled : Answer::NotSent;
         ExtractAnswer answer;
         const Answer outcome = Ask(*helper, batch, account, answer);
-        if (outcome == Answer::NOT_SENT && !isNew) continue;
-        if (outcome != Answer::GOOD) return outcome == Answer::NOT_SENT ? Answer::GONE : outcome;
+        if (outcome == Answer::NotSent && !isNew) continue;
+        if (outcome != Answer::Good) return outcome == Answer::NotSent ? Answer::Gone : outcome;
         TakeAnswers(batch, answer, results);
         GiveBack(std::move(helper), answer.retiring);
-        return Answer::GOOD;
+        return Answer::Good;
     }
 }
 
 void ExtractorPool::Impl::ReadAll(Batch batch, const Account& account, Results& results) {
-    if (IsSpent(account.lost)) return SetAll(batch, ExtractStatus::PASSED_OVER, results);
+    if (IsSpent(account.lost)) return SetAll(batch, ExtractStatus::PassedOver, results);
     const Answer outcome = Read(batch, account, results);
-    if (outcome == Answer::GOOD) return;
-    if (outcome == Answer::CANCELLED) return SetAll(batch, ExtractStatus::CANCELLED, results);
-    if (outcome == Answer::NOT_SENT) return SetAll(batch, ExtractStatus::UNAVAILABLE, results);
+    if (outcome == Answer::Good) return;
+    if (outcome == Answer::Cancelled) return SetAll(batch, ExtractStatus::Cancelled, results);
+    if (outcome == Answer::NotSent) return SetAll(batch, ExtractStatus::Unavailable, results);
     if (batch.fds.size() == 1) {
-        EXTRACT_LOG(PROGRESS, "the metadata helper %s %s", Describe(outcome),
+        EXTRACT_LOG(kProgress, "the metadata helper %s %s", Describe(outcome),
                     NameOf(batch.fds[0]).c_str());
-        return SetAll(batch, ExtractStatus::FAILED, results);
+        return SetAll(batch, ExtractStatus::Failed, results);
     }
     for (size_t i = 0; i < batch.fds.size(); ++i) ReadAll(batch.One(i), account, results);
 }
@@ -290,7 +290,7 @@ Results ExtractorPool::Extract(const std::vector<ExtractFile>& files,
     for (size_t place = 0; place < files.size(); ++place) {
         uint64_t size = 0;
         if (RegularFileSize(files[place].fd, size)) batch.Add(files[place], size, place);
-        if (batch.fds.size() == MAX_BATCH)
+        if (batch.fds.size() == kMaxBatch)
             m_impl->ReadAll(std::exchange(batch, empty), account, results);
     }
     if (!batch.fds.empty()) m_impl->ReadAll(std::move(batch), account, results);

@@ -17,15 +17,15 @@
 namespace platform {
 
 enum class ExtractStatus {
-    OK,           // `metadata` is what the file says of itself (it may be little)
-    FAILED,       // the file is no media file, broken, or cost its helper; `metadata` is empty
-    CANCELLED,    // `cancel` became true before there was an answer; `metadata` is empty
-    PASSED_OVER,  // too much time was lost before; nothing was learnt about the file
-    UNAVAILABLE,  // the helper program cannot be started; nothing was learnt about the file
+    Ok,           // `metadata` is what the file says of itself (it may be little)
+    Failed,       // the file is no media file, broken, or cost its helper; `metadata` is empty
+    Cancelled,    // `cancel` became true before there was an answer; `metadata` is empty
+    PassedOver,   // too much time was lost before; nothing was learnt about the file
+    Unavailable,  // the helper program cannot be started; nothing was learnt about the file
 };
 
 struct ExtractResult {
-    ExtractStatus status = ExtractStatus::FAILED;
+    ExtractStatus status = ExtractStatus::Failed;
     Metadata metadata;
 };
 

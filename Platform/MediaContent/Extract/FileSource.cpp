@@ -13,8 +13,8 @@ namespace platform {
 FileSource::FileSource(int fd, uint64_t size)
     : m_fd(fd),
       m_size(std::min<uint64_t>(size, INT64_MAX)),
-      m_window(static_cast<size_t>(std::min<uint64_t>(m_size, READ_WINDOW))) {
-    if (m_size <= READ_WINDOW) return;
+      m_window(static_cast<size_t>(std::min<uint64_t>(m_size, kReadWindow))) {
+    if (m_size <= kReadWindow) return;
     // Without it the kernel reads ahead far more than is looked at: from a slow stick, that is most
     // of the time a file takes.
     posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
@@ -42,7 +42,7 @@ size_t FileSource::CopyFromWindow(uint64_t offset, unsigned char* buffer, size_t
 
 void FileSource::FillWindow(uint64_t offset) {
     m_windowStart = offset;
-    const uint64_t wanted = std::min<uint64_t>(READ_WINDOW, m_size - offset);
+    const uint64_t wanted = std::min<uint64_t>(kReadWindow, m_size - offset);
     m_windowLength = ReadThrough(offset, m_window.data(), static_cast<size_t>(wanted));
 }
 
@@ -52,7 +52,7 @@ size_t FileSource::ReadAt(uint64_t offset, void* buffer, size_t length) {
     auto* out = static_cast<unsigned char*>(buffer);
     size_t done = CopyFromWindow(offset, out, length);
     if (done == length) return done;
-    if (length - done >= READ_WINDOW)
+    if (length - done >= kReadWindow)
         return done + ReadThrough(offset + done, out + done, length - done);
     FillWindow(offset + done);
     return done + CopyFromWindow(offset + done, out + done, length - done);
@@ -60,8 +60,8 @@ size_t FileSource::ReadAt(uint64_t offset, void* buffer, size_t length) {
 
 bool SourceCursor::Seek(int64_t offset, From from) {
     uint64_t base = 0;
-    if (from == From::HERE) base = m_position;
-    if (from == From::END) base = m_source.Size();
+    if (from == From::Here) base = m_position;
+    if (from == From::End) base = m_source.Size();
     int64_t target = 0;
     if (__builtin_add_overflow(static_cast<int64_t>(base), offset, &target) || target < 0)
         return false;

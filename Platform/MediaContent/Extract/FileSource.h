@@ -40,7 +40,7 @@ private:
 // A position in a source, moved as fseek moves a file's; what both libraries' streams need.
 class SourceCursor {
 public:
-    enum class From { START, HERE, END };
+    enum class From { Start, Here, End };
 
     explicit SourceCursor(FileSource& source) : m_source(source) {}
 

@@ -30,12 +30,12 @@ using namespace platform;
 // A helper whose memory has once grown so far ends after the answer: heaps do not shrink. The
 // sanitizers' own memory is no sign of anything.
 #ifdef CM_SANITIZED
-constexpr long RETIRE_KILOBYTES = 4 * 1024 * 1024;
+constexpr long kRetireKilobytes = 4 * 1024 * 1024;
 #else
-constexpr long RETIRE_KILOBYTES = 160 * 1024;
+constexpr long kRetireKilobytes = 160 * 1024;
 #endif
 
-constexpr std::chrono::milliseconds SAY_SOMETHING(50);
+constexpr std::chrono::milliseconds kSaySomething(50);
 
 int Fail(const char* what) {
     std::fprintf(stderr, "contents-mgr-extract: %s\n", what);
@@ -51,7 +51,7 @@ void SetAlarm(uint32_t deadlineMs) {
 
 bool HasGrown() {
     rusage usage = {};
-    return getrusage(RUSAGE_SELF, &usage) == 0 && usage.ru_maxrss > RETIRE_KILOBYTES;
+    return getrusage(RUSAGE_SELF, &usage) == 0 && usage.ru_maxrss > kRetireKilobytes;
 }
 
 using Files = std::vector<UniqueFd>;
@@ -74,8 +74,8 @@ Files TakeDescriptors(msghdr& message) {
 
 // The next request with its files; false when the service is gone or talks nonsense.
 bool Receive(ExtractRequest& request, Files& files) {
-    std::array<char, MAX_REQUEST> bytes;
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(MAX_BATCH * sizeof(int))> control;
+    std::array<char, kMaxRequest> bytes;
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(kMaxBatch * sizeof(int))> control;
     iovec part = {bytes.data(), bytes.size()};
     msghdr message = {};
     message.msg_iov = &part;
@@ -84,7 +84,7 @@ bool Receive(ExtractRequest& request, Files& files) {
     message.msg_controllen = control.size();
     ssize_t got = 0;
     do {
-        got = recvmsg(HELPER_SOCKET_FD, &message, MSG_CMSG_CLOEXEC);
+        got = recvmsg(kHelperSocketFd, &message, MSG_CMSG_CLOEXEC);
     } while (got < 0 && errno == EINTR);
     if (got <= 0) return false;
     files = TakeDescriptors(message);
@@ -94,7 +94,7 @@ bool Receive(ExtractRequest& request, Files& files) {
 }
 
 bool Send(const std::string& bytes) {
-    return send(HELPER_SOCKET_FD, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+    return send(kHelperSocketFd, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(bytes.size());
 }
 
@@ -115,7 +115,7 @@ bool AnswerRequest(const ExtractRequest& request, Files files) {
     for (size_t i = 0; i < files.size(); ++i) {
         ReadInto(answer, request.files[i], files[i]);
         files[i].Close();
-        if (i + 1 == files.size() || (!answer.IsFull() && Clock::now() - sent < SAY_SOMETHING))
+        if (i + 1 == files.size() || (!answer.IsFull() && Clock::now() - sent < kSaySomething))
             continue;
         if (!Send(answer.Take(false))) return false;
         SetAlarm(request.deadlineMs);
@@ -162,9 +162,9 @@ bool IsSocket(int fd) {
 }  // namespace
 
 int main() {
-    if (!IsSocket(HELPER_SOCKET_FD)) return Fail("started by contents-mgr only, not by hand");
+    if (!IsSocket(kHelperSocketFd)) return Fail("started by contents-mgr only, not by hand");
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (close_range(HELPER_SOCKET_FD + 1, ~0u, 0) != 0) return Fail("cannot close descriptors");
+    if (close_range(kHelperSocketFd + 1, ~0u, 0) != 0) return Fail("cannot close descriptors");
     clearenv();
     OfferToTheOomKiller();
     KeepHeapLarge();  // files come and go, and so do their blocks

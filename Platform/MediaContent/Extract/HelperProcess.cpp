@@ -22,9 +22,9 @@
 namespace platform {
 namespace {
 
-constexpr int KILL_WAIT_MS = 1000;
+constexpr int kKillWaitMs = 1000;
 constexpr std::chrono::milliseconds BUSY(200);  // of processor time without an answer
-constexpr int LOWEST_PRIORITY = 19;
+constexpr int kLowestPriority = 19;
 
 // Children that were killed and have not ended yet.
 class Lingering {
@@ -56,11 +56,11 @@ public:
     SpawnActions& operator=(const SpawnActions&) = delete;
 
     int Fill(int socket) {
-        int error = posix_spawn_file_actions_adddup2(&m_actions, socket, HELPER_SOCKET_FD);
+        int error = posix_spawn_file_actions_adddup2(&m_actions, socket, kHelperSocketFd);
         const auto step = [&error](int result) { error = error ? error : result; };
         step(posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
         step(posix_spawn_file_actions_addopen(&m_actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0));
-        step(posix_spawn_file_actions_addclosefrom_np(&m_actions, HELPER_SOCKET_FD + 1));
+        step(posix_spawn_file_actions_addclosefrom_np(&m_actions, kHelperSocketFd + 1));
         // A helper never keeps a storage busy by standing in one of its folders.
         step(posix_spawn_file_actions_addchdir_np(&m_actions, "/"));
         return error;
@@ -143,7 +143,7 @@ HelperProcess::HelperProcess(pid_t pid, UniqueFd socket)
 HelperProcess::~HelperProcess() {
     kill(m_pid, SIGKILL);
     pollfd end = {m_pidFd.Get(), POLLIN, 0};
-    if (m_pidFd) poll(&end, 1, KILL_WAIT_MS);
+    if (m_pidFd) poll(&end, 1, kKillWaitMs);
     if (waitpid(m_pid, nullptr, m_pidFd ? WNOHANG : 0) == 0) Lingering::Instance().Add(m_pid);
     Lingering::Instance().Reap();
 }
@@ -157,14 +157,14 @@ std::chrono::nanoseconds HelperProcess::ProcessorTime() const {
 
 bool HelperProcess::GiveWayIfBusy() {
     if (!m_hasGivenWay && ProcessorTime() - m_timeAtMessage > BUSY)
-        m_hasGivenWay = setpriority(PRIO_PROCESS, static_cast<id_t>(m_pid), LOWEST_PRIORITY) == 0;
+        m_hasGivenWay = setpriority(PRIO_PROCESS, static_cast<id_t>(m_pid), kLowestPriority) == 0;
     return m_hasGivenWay;
 }
 
 bool HelperProcess::Send(const std::string& bytes, const std::vector<int>& fds) {
-    if (fds.size() > MAX_BATCH) return false;
+    if (fds.size() > kMaxBatch) return false;
     const size_t length = fds.size() * sizeof(int);
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(MAX_BATCH * sizeof(int))> control = {};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(kMaxBatch * sizeof(int))> control = {};
     iovec part = {const_cast<char*>(bytes.data()), bytes.size()};
     msghdr message = {};
     message.msg_iov = &part;
@@ -188,15 +188,15 @@ bool HelperProcess::Send(const std::string& bytes, const std::vector<int>& fds) 
 HelperProcess::Wait HelperProcess::Receive(std::string& bytes, Clock::time_point until) {
     pollfd socket = {m_socket.Get(), POLLIN, 0};
     const int ready = poll(&socket, 1, MillisecondsUntil(until));
-    if (ready == 0 || (ready < 0 && errno == EINTR)) return Wait::NOTHING;
+    if (ready == 0 || (ready < 0 && errno == EINTR)) return Wait::Nothing;
     // Without room for descriptors: any that a helper sends are closed by the kernel.
-    bytes.resize(MAX_ANSWER + 1);
+    bytes.resize(kMaxAnswer + 1);
     const ssize_t got = recv(m_socket.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
-    if (got < 0 && (errno == EAGAIN || errno == EINTR)) return Wait::NOTHING;
-    if (got <= 0 || static_cast<size_t>(got) > MAX_ANSWER) return Wait::GONE;
+    if (got < 0 && (errno == EAGAIN || errno == EINTR)) return Wait::Nothing;
+    if (got <= 0 || static_cast<size_t>(got) > kMaxAnswer) return Wait::Gone;
     bytes.resize(static_cast<size_t>(got));
     m_timeAtMessage = ProcessorTime();
-    return Wait::MESSAGE;
+    return Wait::Message;
 }
 
 }  // namespace platform

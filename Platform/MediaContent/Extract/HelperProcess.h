@@ -29,12 +29,12 @@ public:
     HelperProcess(const HelperProcess&) = delete;
     HelperProcess& operator=(const HelperProcess&) = delete;
 
-    // Sends one message with descriptors (at most MAX_BATCH) beside it. False when the helper is
+    // Sends one message with descriptors (at most kMaxBatch) beside it. False when the helper is
     // gone.
     bool Send(const std::string& bytes, const std::vector<int>& fds);
 
-    enum class Wait { MESSAGE, NOTHING, GONE };
-    // Waits for one message until `until`; longer ones than MAX_ANSWER count as GONE.
+    enum class Wait { Message, Nothing, Gone };
+    // Waits for one message until `until`; longer ones than kMaxAnswer count as GONE.
     Wait Receive(std::string& bytes, Clock::time_point until);
 
     // Looks how long the helper has computed since the last message either way; after a fifth of a

@@ -7,38 +7,38 @@
 namespace platform {
 namespace {
 
-constexpr media_content_type_e IMAGE = MEDIA_CONTENT_TYPE_IMAGE;
-constexpr media_content_type_e VIDEO = MEDIA_CONTENT_TYPE_VIDEO;
-constexpr media_content_type_e SOUND = MEDIA_CONTENT_TYPE_SOUND;
-constexpr media_content_type_e MUSIC = MEDIA_CONTENT_TYPE_MUSIC;
+constexpr media_content_type_e kImage = MEDIA_CONTENT_TYPE_IMAGE;
+constexpr media_content_type_e kVideo = MEDIA_CONTENT_TYPE_VIDEO;
+constexpr media_content_type_e kSound = MEDIA_CONTENT_TYPE_SOUND;
+constexpr media_content_type_e kMusic = MEDIA_CONTENT_TYPE_MUSIC;
 
 std::vector<MediaType> MakeTable() {
     std::vector<MediaType> table = {
-        {"jpg", IMAGE, "image/jpeg"},       {"jpeg", IMAGE, "image/jpeg"},
-        {"jpe", IMAGE, "image/jpeg"},       {"jfif", IMAGE, "image/jpeg"},
-        {"png", IMAGE, "image/png"},        {"gif", IMAGE, "image/gif"},
-        {"webp", IMAGE, "image/webp"},      {"heic", IMAGE, "image/heic"},
-        {"heif", IMAGE, "image/heif"},      {"hif", IMAGE, "image/heif"},
-        {"avif", IMAGE, "image/avif"},      {"tif", IMAGE, "image/tiff"},
-        {"tiff", IMAGE, "image/tiff"},      {"bmp", IMAGE, "image/bmp"},
-        {"dib", IMAGE, "image/bmp"},        {"mp3", MUSIC, "audio/mpeg"},
-        {"flac", MUSIC, "audio/flac"},      {"ogg", MUSIC, "audio/ogg"},
-        {"oga", MUSIC, "audio/ogg"},        {"opus", MUSIC, "audio/opus"},
-        {"m4a", MUSIC, "audio/mp4"},        {"m4b", MUSIC, "audio/mp4"},
-        {"aac", MUSIC, "audio/aac"},        {"wav", MUSIC, "audio/x-wav"},
-        {"aif", MUSIC, "audio/x-aiff"},     {"aiff", MUSIC, "audio/x-aiff"},
-        {"aifc", MUSIC, "audio/x-aiff"},    {"wma", MUSIC, "audio/x-ms-wma"},
-        {"amr", SOUND, "audio/amr"},        {"3ga", SOUND, "audio/3gpp"},
-        {"mid", SOUND, "audio/midi"},       {"midi", SOUND, "audio/midi"},
-        {"mp4", VIDEO, "video/mp4"},        {"m4v", VIDEO, "video/mp4"},
-        {"mov", VIDEO, "video/quicktime"},  {"qt", VIDEO, "video/quicktime"},
-        {"mkv", VIDEO, "video/x-matroska"}, {"webm", VIDEO, "video/webm"},
-        {"avi", VIDEO, "video/x-msvideo"},  {"divx", VIDEO, "video/x-msvideo"},
-        {"ts", VIDEO, "video/mp2t"},        {"mts", VIDEO, "video/mp2t"},
-        {"m2ts", VIDEO, "video/mp2t"},      {"mpg", VIDEO, "video/mpeg"},
-        {"mpeg", VIDEO, "video/mpeg"},      {"vob", VIDEO, "video/mpeg"},
-        {"3gp", VIDEO, "video/3gpp"},       {"3g2", VIDEO, "video/3gpp2"},
-        {"wmv", VIDEO, "video/x-ms-wmv"},   {"asf", VIDEO, "video/x-ms-asf"},
+        {"jpg", kImage, "image/jpeg"},       {"jpeg", kImage, "image/jpeg"},
+        {"jpe", kImage, "image/jpeg"},       {"jfif", kImage, "image/jpeg"},
+        {"png", kImage, "image/png"},        {"gif", kImage, "image/gif"},
+        {"webp", kImage, "image/webp"},      {"heic", kImage, "image/heic"},
+        {"heif", kImage, "image/heif"},      {"hif", kImage, "image/heif"},
+        {"avif", kImage, "image/avif"},      {"tif", kImage, "image/tiff"},
+        {"tiff", kImage, "image/tiff"},      {"bmp", kImage, "image/bmp"},
+        {"dib", kImage, "image/bmp"},        {"mp3", kMusic, "audio/mpeg"},
+        {"flac", kMusic, "audio/flac"},      {"ogg", kMusic, "audio/ogg"},
+        {"oga", kMusic, "audio/ogg"},        {"opus", kMusic, "audio/opus"},
+        {"m4a", kMusic, "audio/mp4"},        {"m4b", kMusic, "audio/mp4"},
+        {"aac", kMusic, "audio/aac"},        {"wav", kMusic, "audio/x-wav"},
+        {"aif", kMusic, "audio/x-aiff"},     {"aiff", kMusic, "audio/x-aiff"},
+        {"aifc", kMusic, "audio/x-aiff"},    {"wma", kMusic, "audio/x-ms-wma"},
+        {"amr", kSound, "audio/amr"},        {"3ga", kSound, "audio/3gpp"},
+        {"mid", kSound, "audio/midi"},       {"midi", kSound, "audio/midi"},
+        {"mp4", kVideo, "video/mp4"},        {"m4v", kVideo, "video/mp4"},
+        {"mov", kVideo, "video/quicktime"},  {"qt", kVideo, "video/quicktime"},
+        {"mkv", kVideo, "video/x-matroska"}, {"webm", kVideo, "video/webm"},
+        {"avi", kVideo, "video/x-msvideo"},  {"divx", kVideo, "video/x-msvideo"},
+        {"ts", kVideo, "video/mp2t"},        {"mts", kVideo, "video/mp2t"},
+        {"m2ts", kVideo, "video/mp2t"},      {"mpg", kVideo, "video/mpeg"},
+        {"mpeg", kVideo, "video/mpeg"},      {"vob", kVideo, "video/mpeg"},
+        {"3gp", kVideo, "video/3gpp"},       {"3g2", kVideo, "video/3gpp2"},
+        {"wmv", kVideo, "video/x-ms-wmv"},   {"asf", kVideo, "video/x-ms-asf"},
     };
     std::sort(table.begin(), table.end(), [](const MediaType& a, const MediaType& b) {
         return std::strcmp(a.extension, b.extension) < 0;

@@ -8,7 +8,7 @@
 namespace platform {
 
 // A plain value. Every text is valid UTF-8 without control characters, leading or trailing blanks,
-// and no longer than MAX_METADATA_TEXT bytes; empty when the file does not have it. Numbers are
+// and no longer than kMaxMetadataText bytes; empty when the file does not have it. Numbers are
 // never negative (except positions) and 0 when unknown.
 struct Metadata {
     std::string title;
@@ -29,7 +29,7 @@ struct Metadata {
     double longitude = 0.0;  // degrees, -180 to 180
 };
 
-constexpr size_t MAX_METADATA_TEXT = 4096;
+constexpr size_t kMaxMetadataText = 4096;
 
 }  // namespace platform
 

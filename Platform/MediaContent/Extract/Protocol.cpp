@@ -9,8 +9,8 @@
 namespace platform {
 namespace {
 
-constexpr uint32_t REQUEST_MARK = 0x31515843;  // "CXQ1"
-constexpr uint32_t ANSWER_MARK = 0x31415843;   // "CXA1"
+constexpr uint32_t kRequestMark = 0x31515843;  // "CXQ1"
+constexpr uint32_t kAnswerMark = 0x31415843;   // "CXA1"
 
 enum : uint8_t { FLAG_READ = 1, FLAG_POSITION = 2, ALL_FILE_FLAGS = 3 };
 
@@ -67,7 +67,7 @@ public:
         return std::string(Bytes(length));
     }
     std::string CleanedText() {
-        std::string text = Text(MAX_METADATA_TEXT);
+        std::string text = Text(kMaxMetadataText);
         if (!IsCleanText(text)) Refuse();
         return text;
     }
@@ -86,18 +86,18 @@ private:
 };
 
 // The texts in the order in which they are sent.
-constexpr std::string Metadata::*TEXTS[] = {
+constexpr std::string Metadata::*kTexts[] = {
     &Metadata::title, &Metadata::description, &Metadata::album,     &Metadata::artist,
     &Metadata::genre, &Metadata::composer,    &Metadata::copyright, &Metadata::trackNumber};
-constexpr int32_t Metadata::*NUMBERS[] = {&Metadata::width, &Metadata::height,
-                                          &Metadata::orientation, &Metadata::bitRate,
-                                          &Metadata::durationMs};
+constexpr int32_t Metadata::*kNumbers[] = {&Metadata::width, &Metadata::height,
+                                           &Metadata::orientation, &Metadata::bitRate,
+                                           &Metadata::durationMs};
 
 void TakeMetadata(Taker& taker, Metadata& metadata) {
-    for (const auto number : NUMBERS) metadata.*number = taker.Natural();
+    for (const auto number : kNumbers) metadata.*number = taker.Natural();
     metadata.latitude = taker.Double(90.0);
     metadata.longitude = taker.Double(180.0);
-    for (const auto text : TEXTS) metadata.*text = taker.CleanedText();
+    for (const auto text : kTexts) metadata.*text = taker.CleanedText();
     if (metadata.orientation > MEDIA_CONTENT_ORIENTATION_ROT_270) taker.Refuse();
     if (!metadata.hasPosition && (metadata.latitude != 0.0 || metadata.longitude != 0.0))
         taker.Refuse();
@@ -106,7 +106,7 @@ void TakeMetadata(Taker& taker, Metadata& metadata) {
 bool TakeFile(Taker& taker, ExtractRequest::File& file) {
     file.size = taker.Number<uint64_t>();
     const auto kind = taker.Number<uint8_t>();
-    file.mime = taker.Text(MAX_MIME_LENGTH);
+    file.mime = taker.Text(kMaxMimeLength);
     if (kind > MEDIA_CONTENT_TYPE_OTHERS || file.size > INT64_MAX ||
         file.mime.find('\0') != std::string::npos)
         return taker.Refuse();
@@ -128,7 +128,7 @@ bool TakeFile(Taker& taker, ExtractAnswer::File& file) {
 template <typename File>
 void TakeFiles(Taker& taker, std::vector<File>& files) {
     const size_t count = taker.Number<uint16_t>();
-    if (count > MAX_BATCH) taker.Refuse();
+    if (count > kMaxBatch) taker.Refuse();
     for (size_t i = 0; i < count && taker.Good(); ++i) TakeFile(taker, files.emplace_back());
 }
 
@@ -136,14 +136,14 @@ void TakeFiles(Taker& taker, std::vector<File>& files) {
 
 std::string EncodeRequest(const ExtractRequest& request) {
     std::string out;
-    PutNumber(out, REQUEST_MARK);
+    PutNumber(out, kRequestMark);
     PutNumber(out, request.number);
     PutNumber(out, request.deadlineMs);
     PutNumber(out, static_cast<uint16_t>(request.files.size()));
     for (const ExtractRequest::File& file : request.files) {
         PutNumber(out, file.size);
         PutNumber(out, static_cast<uint8_t>(file.kind));
-        PutText(out, std::string_view(file.mime).substr(0, MAX_MIME_LENGTH));
+        PutText(out, std::string_view(file.mime).substr(0, kMaxMimeLength));
     }
     return out;
 }
@@ -151,7 +151,7 @@ std::string EncodeRequest(const ExtractRequest& request) {
 bool DecodeRequest(std::string_view bytes, ExtractRequest& request) {
     request = {};
     Taker taker(bytes);
-    if (taker.Number<uint32_t>() != REQUEST_MARK) return false;
+    if (taker.Number<uint32_t>() != kRequestMark) return false;
     request.number = taker.Number<uint32_t>();
     request.deadlineMs = taker.Number<uint32_t>();
     TakeFiles(taker, request.files);
@@ -163,15 +163,15 @@ void AnswerEncoder::Add(bool read, const Metadata& metadata) {
     PutNumber(m_files, static_cast<uint8_t>((read ? FLAG_READ : 0) |
                                             (metadata.hasPosition ? FLAG_POSITION : 0)));
     if (!read) return;
-    for (const auto number : NUMBERS) PutNumber(m_files, static_cast<uint32_t>(metadata.*number));
+    for (const auto number : kNumbers) PutNumber(m_files, static_cast<uint32_t>(metadata.*number));
     PutDouble(m_files, metadata.latitude);
     PutDouble(m_files, metadata.longitude);
-    for (const auto text : TEXTS) PutText(m_files, metadata.*text);
+    for (const auto text : kTexts) PutText(m_files, metadata.*text);
 }
 
 std::string AnswerEncoder::Take(bool retiring) {
     std::string out;
-    PutNumber(out, ANSWER_MARK);
+    PutNumber(out, kAnswerMark);
     PutNumber(out, m_number);
     PutNumber(out, static_cast<uint8_t>(retiring));
     PutNumber(out, std::exchange(m_count, static_cast<uint16_t>(0)));
@@ -182,7 +182,7 @@ std::string AnswerEncoder::Take(bool retiring) {
 bool DecodeAnswer(std::string_view bytes, ExtractAnswer& answer) {
     answer = {};
     Taker taker(bytes);
-    if (taker.Number<uint32_t>() != ANSWER_MARK) return false;
+    if (taker.Number<uint32_t>() != kAnswerMark) return false;
     answer.number = taker.Number<uint32_t>();
     const auto retiring = taker.Number<uint8_t>();
     answer.retiring = retiring == 1;

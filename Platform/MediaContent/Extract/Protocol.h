@@ -16,26 +16,26 @@
 namespace platform {
 
 // The descriptor on which a helper finds its end of the pair.
-constexpr int HELPER_SOCKET_FD = 3;
-constexpr size_t MAX_BATCH = 32;  // files in a request
+constexpr int kHelperSocketFd = 3;
+constexpr size_t kMaxBatch = 32;  // files in a request
 // Bytes that a helper reads of a file at once, and first of all from its beginning.
-constexpr size_t READ_WINDOW = 16 * 1024;
-constexpr size_t MAX_MIME_LENGTH = 64;
-constexpr size_t MAX_REQUEST = 32 + MAX_BATCH * (16 + MAX_MIME_LENGTH);  // bytes
-constexpr size_t MAX_FILE_ANSWER = 64 + 8 * (MAX_METADATA_TEXT + 2);     // bytes
+constexpr size_t kReadWindow = 16 * 1024;
+constexpr size_t kMaxMimeLength = 64;
+constexpr size_t kMaxRequest = 32 + kMaxBatch * (16 + kMaxMimeLength);  // bytes
+constexpr size_t kMaxFileAnswer = 64 + 8 * (kMaxMetadataText + 2);      // bytes
 // A message is sent when it has grown so far, so that it can grow by one file more.
-constexpr size_t FULL_ANSWER = 32 * 1024;
-constexpr size_t MAX_ANSWER = FULL_ANSWER + MAX_FILE_ANSWER;
+constexpr size_t kFullAnswer = 32 * 1024;
+constexpr size_t kMaxAnswer = kFullAnswer + kMaxFileAnswer;
 
 struct ExtractRequest {
     struct File {
         uint64_t size = 0;  // bytes
         media_content_type_e kind = MEDIA_CONTENT_TYPE_OTHERS;
-        std::string mime;  // at most MAX_MIME_LENGTH bytes
+        std::string mime;  // at most kMaxMimeLength bytes
     };
     uint32_t number = 0;      // comes back in the answers
     uint32_t deadlineMs = 0;  // the helper ends itself some time after it
-    std::vector<File> files;  // 1 to MAX_BATCH
+    std::vector<File> files;  // 1 to kMaxBatch
 };
 
 struct ExtractAnswer {
@@ -55,7 +55,7 @@ class AnswerEncoder {
 public:
     explicit AnswerEncoder(uint32_t number) : m_number(number) {}
     void Add(bool read, const Metadata& metadata);
-    bool IsFull() const { return m_files.size() >= FULL_ANSWER; }
+    bool IsFull() const { return m_files.size() >= kFullAnswer; }
     // The message; the encoder is empty again.
     std::string Take(bool retiring);
 

@@ -15,9 +15,9 @@ namespace platform {
 namespace {
 
 #ifdef CM_SANITIZED
-constexpr bool SANITIZED = true;
+constexpr bool kSanitized = true;
 #else
-constexpr bool SANITIZED = false;
+constexpr bool kSanitized = false;
 #endif
 
 bool Limit(__rlimit_resource resource, uint64_t value) {
@@ -26,9 +26,9 @@ bool Limit(__rlimit_resource resource, uint64_t value) {
 }
 
 bool SetLimits() {
-    return (SANITIZED || Limit(RLIMIT_AS, HELPER_ADDRESS_SPACE)) &&
-           Limit(RLIMIT_CPU, HELPER_CPU_SECONDS) && Limit(RLIMIT_CORE, 0) &&
-           Limit(RLIMIT_FSIZE, 0) && Limit(RLIMIT_NOFILE, 16 + MAX_BATCH) && Limit(RLIMIT_NPROC, 0);
+    return (kSanitized || Limit(RLIMIT_AS, kHelperAddressSpace)) &&
+           Limit(RLIMIT_CPU, kHelperCpuSeconds) && Limit(RLIMIT_CORE, 0) &&
+           Limit(RLIMIT_FSIZE, 0) && Limit(RLIMIT_NOFILE, 16 + kMaxBatch) && Limit(RLIMIT_NPROC, 0);
 }
 
 using Filter = std::unique_ptr<void, decltype(&seccomp_release)>;
@@ -72,7 +72,7 @@ bool AllowProcess(const Filter& filter) {
 }
 
 bool AllowReading(const Filter& filter) {
-    const scmp_arg_cmp socketOnly = SCMP_A0(SCMP_CMP_EQ, HELPER_SOCKET_FD);
+    const scmp_arg_cmp socketOnly = SCMP_A0(SCMP_CMP_EQ, kHelperSocketFd);
     const scmp_arg_cmp errorsOnly = SCMP_A0(SCMP_CMP_EQ, STDERR_FILENO);
     return Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(pread64)) &&
            Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(fadvise64)) &&
@@ -105,7 +105,7 @@ bool LoadFilter() {
 
 bool EnterSandbox() {
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || !SetLimits()) return false;
-    return SANITIZED || LoadFilter();
+    return kSanitized || LoadFilter();
 }
 
 }  // namespace platform

@@ -39,8 +39,8 @@ const char* StandInName(const char* mime) {
 // TagLib looks for the first frame of an MP3 to the end of the file, in blocks of this many bytes
 // and for a second each 16 MB: in a large file of nothing that took the helper's life. Who has not
 // found one so far finds the file's end.
-constexpr unsigned long SEARCH_BLOCK = 1024;
-constexpr uint64_t MAX_SEARCHED = 1024 * 1024;
+constexpr unsigned long kSearchBlock = 1024;
+constexpr uint64_t kMaxSearched = 1024 * 1024;
 
 // A source as TagLib reads files: read-only.
 class TagLibStream : public TagLib::IOStream {
@@ -50,11 +50,11 @@ public:
 
     TagLib::FileName name() const override { return m_name; }
     TagLib::ByteVector readBlock(unsigned long length) override {
-        if (length <= SEARCH_BLOCK && m_searched >= MAX_SEARCHED) return {};
+        if (length <= kSearchBlock && m_searched >= kMaxSearched) return {};
         const uint64_t left = m_source.Size() - std::min(m_source.Size(), m_cursor.Tell());
         TagLib::ByteVector block(static_cast<unsigned>(std::min<uint64_t>(length, left)), '\0');
         const size_t got = m_cursor.Read(block.data(), block.size());
-        if (length <= SEARCH_BLOCK) m_searched += got;
+        if (length <= kSearchBlock) m_searched += got;
         block.resize(static_cast<unsigned>(got));
         return block;
     }
@@ -64,9 +64,9 @@ public:
     bool readOnly() const override { return true; }
     bool isOpen() const override { return true; }
     void seek(long offset, Position from) override {
-        const SourceCursor::From base = from == Beginning ? SourceCursor::From::START
-                                        : from == Current ? SourceCursor::From::HERE
-                                                          : SourceCursor::From::END;
+        const SourceCursor::From base = from == Beginning ? SourceCursor::From::Start
+                                        : from == Current ? SourceCursor::From::Here
+                                                          : SourceCursor::From::End;
         m_cursor.Seek(offset, base);
     }
     long tell() const override { return static_cast<long>(m_cursor.Tell()); }

@@ -12,13 +12,13 @@ namespace {
 using namespace platform;
 
 bool SendBytes(const std::string& bytes) {
-    return send(HELPER_SOCKET_FD, bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0;
+    return send(kHelperSocketFd, bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0;
 }
 
 // The next request; its descriptor is dropped.
 ExtractRequest Next() {
-    char bytes[MAX_REQUEST];
-    const ssize_t got = recv(HELPER_SOCKET_FD, bytes, sizeof bytes, 0);
+    char bytes[kMaxRequest];
+    const ssize_t got = recv(kHelperSocketFd, bytes, sizeof bytes, 0);
     ExtractRequest request;
     if (got <= 0 || !DecodeRequest({bytes, static_cast<size_t>(got)}, request)) _exit(0);
     return request;
@@ -42,7 +42,7 @@ void SendWithDescriptor(const std::string& bytes) {
     header->cmsg_len = CMSG_LEN(sizeof(int));
     const int fd = STDIN_FILENO;
     std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
-    sendmsg(HELPER_SOCKET_FD, &message, MSG_NOSIGNAL);
+    sendmsg(kHelperSocketFd, &message, MSG_NOSIGNAL);
 }
 
 std::string Answer(uint32_t number, const Metadata& metadata) {
@@ -74,7 +74,7 @@ void Misbehave(const std::string& how, const ExtractRequest& request) {
     if (how == "garbage") SendBytes("garbage, and no answer at all");
     if (how == "empty") SendBytes("");
     if (how == "no-files") SendBytes(AnswerEncoder(request.number).Take(false));
-    if (how == "too-long") SendBytes(good + std::string(MAX_ANSWER, 'x'));
+    if (how == "too-long") SendBytes(good + std::string(kMaxAnswer, 'x'));
     if (how == "tail") SendBytes(good + "x");
     if (how == "cut") SendBytes(good.substr(0, 30));
     if (how == "wrong-number") SendBytes(Answer(request.number + 1, metadata));

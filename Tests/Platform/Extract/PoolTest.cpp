@@ -54,7 +54,7 @@ TEST_F(PoolTest, AHelperThatMisbehavesCostsOneFileEach) {
         ExtractorPool pool(options);
         for (int i = 0; i < 3; ++i) {
             const ExtractResult result = ExtractPath(pool, Photo());
-            EXPECT_EQ(result.status, ExtractStatus::FAILED) << how;
+            EXPECT_EQ(result.status, ExtractStatus::Failed) << how;
             EXPECT_EQ(result.metadata.title, "") << how;
         }
         EXPECT_EQ(log.Count("IMG_0001.jpg"), 3u) << how;
@@ -64,8 +64,8 @@ TEST_F(PoolTest, AHelperThatMisbehavesCostsOneFileEach) {
 
 TEST_F(PoolTest, AHelperThatAnswersMoreThanItWasAskedForIsNotBelievedTwice) {
     ExtractorPool pool(Bad("too-often"));
-    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
-    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::FAILED);
+    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::Ok);
+    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::Failed);
 }
 
 // Seventy files, two of which hang a helper: more than go to a helper at once.
@@ -81,7 +81,7 @@ TEST_F(PoolTest, ABadFileInABatchCostsOnlyItself) {
     const std::vector<ExtractResult> results = ExtractPaths(pool, paths);
     ASSERT_EQ(results.size(), paths.size());
     for (size_t i = 0; i < results.size(); ++i)
-        EXPECT_EQ(results[i].status, paths[i] == bad ? ExtractStatus::FAILED : ExtractStatus::OK)
+        EXPECT_EQ(results[i].status, paths[i] == bad ? ExtractStatus::Failed : ExtractStatus::Ok)
             << i;
     EXPECT_TRUE(ExtractPaths(pool, {}).empty());
 }
@@ -89,7 +89,7 @@ TEST_F(PoolTest, ABadFileInABatchCostsOnlyItself) {
 TEST_F(PoolTest, AHelperThatEndedWhileIdleIsReplacedBeforeTheFileIsLost) {
     ExtractorPool pool(Bad("once"));
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
+        EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::Ok);
         // Dead, and not yet waited for by the pool.
         for (const pid_t child : ChildrenOf(getpid())) {
             siginfo_t info = {};
@@ -100,9 +100,9 @@ TEST_F(PoolTest, AHelperThatEndedWhileIdleIsReplacedBeforeTheFileIsLost) {
 
 TEST_F(PoolTest, ADescriptorInAnAnswerIsDropped) {
     ExtractorPool pool(Bad("gives-descriptor"));
-    ASSERT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
+    ASSERT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::Ok);
     const NothingLeft more;
-    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
+    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::Ok);
 }
 
 TEST_F(PoolTest, CancellingEndsTheWaitForAHelper) {
@@ -114,7 +114,7 @@ TEST_F(PoolTest, CancellingEndsTheWaitForAHelper) {
         callers.emplace_back([&] {
             EXPECT_EQ(
                 pool.Extract(file.Get(), MEDIA_CONTENT_TYPE_IMAGE, "image/jpeg", cancel).status,
-                ExtractStatus::CANCELLED);
+                ExtractStatus::Cancelled);
         });
     }
     EXPECT_TRUE(test::Until([] { return !ChildrenOf(getpid()).empty(); }));
@@ -132,7 +132,7 @@ TEST_F(PoolTest, AProgramThatDoesNotStartIsLoggedOnceAndNotTriedForEachFile) {
         const LogLines log;
         ExtractorPool pool(options);
         for (int i = 0; i < 5; ++i)
-            EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::UNAVAILABLE);
+            EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::Unavailable);
         EXPECT_EQ(log.Count("cannot start the metadata helper"), 1u) << options.helperPath;
     }
 }
@@ -144,7 +144,7 @@ TEST_F(PoolTest, OnlyRegularFilesAreSent) {
     const UniqueFd null = OpenFile("/dev/null");
     for (const int fd : {folder.Get(), null.Get(), -1})
         EXPECT_EQ(pool.Extract(fd, MEDIA_CONTENT_TYPE_IMAGE, "image/jpeg", cancel).status,
-                  ExtractStatus::FAILED);
+                  ExtractStatus::Failed);
     EXPECT_TRUE(ChildrenOf(getpid()).empty()) << "no helper was needed";
 }
 
@@ -167,7 +167,7 @@ TEST_F(PoolTest, AHelperIsKeptReplacedInTimeAndEndedWhenAsked) {
 TEST_F(PoolTest, AHelperHoldsNoDescriptorOfOursAndNoFileAfterItsAnswer) {
     const UniqueFd inheritable(dup(STDIN_FILENO));
     ExtractorPool pool(RealHelper());
-    ASSERT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::OK);
+    ASSERT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::Ok);
     const std::set<pid_t> helpers = ChildrenOf(getpid());
     ASSERT_EQ(helpers.size(), 1u);
     EXPECT_EQ(test::ReadVitals(*helpers.begin()).descriptors, 4) << "three and the socket";
@@ -212,10 +212,10 @@ TEST_F(PoolTest, FilesAreGivenUpAfterAFewDeadlines) {
     std::vector<ExtractResult> results = ExtractPaths(pool, {20, Photo()}, &lost);
     ASSERT_EQ(results.size(), 20u);
     for (size_t i = 0; i < results.size(); ++i)
-        EXPECT_EQ(results[i].status, i < 2 ? ExtractStatus::FAILED : ExtractStatus::PASSED_OVER);
-    EXPECT_EQ(ExtractPaths(pool, {Photo()}, &lost)[0].status, ExtractStatus::PASSED_OVER);
+        EXPECT_EQ(results[i].status, i < 2 ? ExtractStatus::Failed : ExtractStatus::PassedOver);
+    EXPECT_EQ(ExtractPaths(pool, {Photo()}, &lost)[0].status, ExtractStatus::PassedOver);
     EXPECT_EQ(toldSlow, 3);
-    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::FAILED) << "on no account";
+    EXPECT_EQ(ExtractPath(pool, Photo()).status, ExtractStatus::Failed) << "on no account";
     lost.MakeUp(1000);
     EXPECT_EQ(lost.Milliseconds(), 0);
 }

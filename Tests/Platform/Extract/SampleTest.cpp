@@ -81,13 +81,13 @@ TEST_F(SampleTest, HostileFilesEndAndGoodOnesAreRead) {
         const auto from = bad.begin() + static_cast<ptrdiff_t>(i);
         const auto to = bad.end() - from > ptrdiff_t{AT_ONCE} ? from + AT_ONCE : bad.end();
         for (const ExtractResult& result : ExtractPaths(m_pool, {from, to})) {
-            if (result.status == ExtractStatus::OK) continue;
-            EXPECT_EQ(result.status, ExtractStatus::FAILED);
+            if (result.status == ExtractStatus::Ok) continue;
+            EXPECT_EQ(result.status, ExtractStatus::Failed);
             EXPECT_EQ(ToJson(result).size(), 1u) << "nothing but its status";
         }
     }
     for (const ExtractResult& result : ExtractPaths(m_pool, good))
-        EXPECT_EQ(result.status, ExtractStatus::OK);
+        EXPECT_EQ(result.status, ExtractStatus::Ok);
     EXPECT_EQ(log.With("the metadata helper"), "") << "a file has ended its helper";
 }
 

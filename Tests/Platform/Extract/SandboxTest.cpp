@@ -60,7 +60,7 @@ TEST(SandboxTest, AnAttackEndsTheProcess) {
 
 TEST(SandboxTest, MemoryIsBounded) {
     EXPECT_EQ(Inside([] {
-                  const size_t tooMuch = platform::HELPER_ADDRESS_SPACE;
+                  const size_t tooMuch = platform::kHelperAddressSpace;
                   return ::operator new(tooMuch, std::nothrow) == nullptr ? 0 : 1;
               }),
               0);

@@ -132,7 +132,7 @@ ExtractRequest SomeRequest() {
 
 TEST(ProtocolTest, WhatIsSentArrives) {
     Metadata sent = FullMetadata();
-    sent.description = std::string(MAX_METADATA_TEXT, 'd');
+    sent.description = std::string(kMaxMetadataText, 'd');
     ExtractAnswer got;
     ASSERT_TRUE(DecodeAnswer(AnswerWith(sent), got));
     EXPECT_EQ(got.number, 0x80000001);
@@ -154,16 +154,16 @@ TEST(ProtocolTest, TheLargestAnswerFitsItsMessage) {
     for (const auto text :
          {&Metadata::title, &Metadata::description, &Metadata::album, &Metadata::artist,
           &Metadata::genre, &Metadata::composer, &Metadata::copyright, &Metadata::trackNumber})
-        largest.*text = std::string(MAX_METADATA_TEXT, 'x');
+        largest.*text = std::string(kMaxMetadataText, 'x');
     AnswerEncoder encoder(1);
     while (!encoder.IsFull()) encoder.Add(true, FullMetadata());
-    EXPECT_LT(encoder.Take(false).size(), MAX_ANSWER);
+    EXPECT_LT(encoder.Take(false).size(), kMaxAnswer);
     Metadata half = FullMetadata();
-    half.title = std::string(MAX_METADATA_TEXT, 'x');
+    half.title = std::string(kMaxMetadataText, 'x');
     for (int i = 0; i < 7; ++i) encoder.Add(true, half);
     ASSERT_FALSE(encoder.IsFull());
     encoder.Add(true, largest);
-    EXPECT_LE(encoder.Take(false).size(), MAX_ANSWER);
+    EXPECT_LE(encoder.Take(false).size(), kMaxAnswer);
 }
 
 TEST(ProtocolTest, NothingButAWholeMessageIsTaken) {
@@ -181,7 +181,7 @@ TEST(ProtocolTest, NothingButAWholeMessageIsTaken) {
     EXPECT_FALSE(DecodeRequest(answer, gotRequest));
     EXPECT_FALSE(DecodeRequest(EncodeRequest({1, 5000, {}}), gotRequest)) << "no file";
     ExtractRequest many = SomeRequest();
-    many.files.resize(MAX_BATCH + 1);
+    many.files.resize(kMaxBatch + 1);
     EXPECT_FALSE(DecodeRequest(EncodeRequest(many), gotRequest));
 }
 
@@ -190,7 +190,7 @@ TEST(ProtocolTest, WhatNoHonestHelperSaysIsRefused) {
         [](Metadata& data) { data.title = "\xff"; },
         [](Metadata& data) { data.genre = "new\nline"; },
         [](Metadata& data) { data.album = " padded"; },
-        [](Metadata& data) { data.title = std::string(MAX_METADATA_TEXT + 1, 'x'); },
+        [](Metadata& data) { data.title = std::string(kMaxMetadataText + 1, 'x'); },
         [](Metadata& data) { data.width = -1; },
         [](Metadata& data) { data.orientation = 9; },
         [](Metadata& data) { data.latitude = 90.5; },

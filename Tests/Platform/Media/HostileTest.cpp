@@ -70,7 +70,7 @@ TEST_F(HostileTest, AFileForWhichNoDescriptorIsLeftIsListedAndReadNextTime) {
     };
     const platform::Change first = readWithoutDescriptors();
     EXPECT_GE(first.facts.size, 0) << "taken for gone";
-    EXPECT_EQ(first.state, platform::ItemState::UNREAD);
+    EXPECT_EQ(first.state, platform::ItemState::Unread);
     const platform::Change second = read("new.jpg");
     EXPECT_EQ(second.facts.size, 1);
     EXPECT_FALSE(SameContent(first.facts, second.facts)) << "taken for read";

@@ -102,10 +102,10 @@ TEST_F(ListingTest, TheDatabaseGuardsItselfToo) {
           "1) UNION SELECT number FROM item WHERE (1", "1); SELECT (1", "randomblob(9) = 1",
           "EXISTS (SELECT 1 FROM sqlite_schema)"})
         EXPECT_THROW(
-            platform::PrepareGuarded(connection, platform::ITEM_COLUMNS, view + text + "\n)"),
+            platform::PrepareGuarded(connection, platform::kItemColumns, view + text + "\n)"),
             platform::BadFilter)
             << text;
-    EXPECT_NE(platform::PrepareGuarded(connection, platform::ITEM_COLUMNS, view + "1\n)"), nullptr);
+    EXPECT_NE(platform::PrepareGuarded(connection, platform::kItemColumns, view + "1\n)"), nullptr);
 }
 
 // Every way of cutting an order into pages yields the whole order.
