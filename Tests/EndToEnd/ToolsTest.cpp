@@ -205,13 +205,13 @@ TEST_F(ToolsTest, TheToolRegistersAndMonitors) {
     const std::string id = items[0]["id"].asString();
     const std::string heard = Folder() + "/monitor";
     Program monitor({CONTENTSCTL, "--json", "--address", Address(), "monitor"}, heard);
-    ASSERT_TRUE(Shows(heard, "Listening"));
+    ASSERT_TRUE(WaitForText(heard, "Listening"));
     EXPECT_EQ(Tool({"unregister", id}).output, "removed " + id + "\n");
     EXPECT_EQ(Tool({"count", "stick", "photo"}).output, "5\n");
     EXPECT_EQ(Tool({"register", items[0]["fullPathName"].asString()}).status, 0);
     EXPECT_EQ(Tool({"count", "stick", "photo"}).output, "6\n");
     m_sticks.PullOut("stick");
-    ASSERT_TRUE(Shows(heard, "USB_DISCONNECTED"));
+    ASSERT_TRUE(WaitForText(heard, "USB_DISCONNECTED"));
     monitor.Signal(SIGTERM);
     EXPECT_EQ(monitor.Wait(), 0);
     const Json::Value last = JsonLines(ReadFile(heard)).back();
@@ -224,10 +224,10 @@ TEST_F(ToolsTest, TheMonitorSpeaksToPeople) {
     StartService();
     const std::string heard = Folder() + "/monitor";
     Program monitor({CONTENTSCTL, "--address", Address(), "monitor"}, heard);
-    ASSERT_TRUE(Shows(heard, "Listening"));
+    ASSERT_TRUE(WaitForText(heard, "Listening"));
     m_sticks.Make("stick", "--photos", 5);
     for (const char* text : {"USB_CONNECTED  stick (msc, ", "$USB_DIR/stick\n", " is ready\n"})
-        EXPECT_TRUE(Shows(heard, text)) << text << " is not in " << ReadFile(heard);
+        EXPECT_TRUE(WaitForText(heard, text)) << text << " is not in " << ReadFile(heard);
 }
 
 // The example in the documents, as a reader would run it.

@@ -141,14 +141,5 @@ TEST_F(FetchTest, FoldersComeBeforeFilesAndTheirNumberShiftsTheRange) {
     }
 }
 
-TEST_F(FetchTest, AFolderThatTheDatabaseDoesNotKnowShowsItsSubfolders) {
-    TempFolder folder;
-    FillFolder(folder, 0);
-    std::filesystem::create_directories(folder / "b/inner");
-    ConnectedRig rig;
-    Query(rig.task, dorn::MEDIA_TYPE_FOLDER, folder / "b");
-    EXPECT_EQ(Column(Page(rig.task, 0, 10)["folders"], "name"), Strings{"inner"});
-}
-
 }  // namespace
 }  // namespace test

@@ -96,25 +96,21 @@ TEST_F(MediaModelTest, NumbersAndOrientationsAsText) {
 }
 
 TEST_F(MediaModelTest, PathsChangeTheirFirstRootOnly) {
-    const auto toClient = [](const std::string& path) {
-        return CJsonHelper::ConvertUsbBasePath(path, dorn::CM_CONVERT_TO_CLIENT_PATH);
-    };
-    const auto toDevice = [](const std::string& path) {
-        return CJsonHelper::ConvertUsbBasePath(path, dorn::CM_CONVERT_TO_DEVICE_PATH);
-    };
     const std::pair<const char*, const char*> bothWays[] = {
         {"/opt/storage/usb/sda1/a.jpg", "$USB_DIR/sda1/a.jpg"},
         {"/opt/storage/usbdrive/x", "$USB_DIRdrive/x"},
         {"/mnt/opt/storage/usb", "/mnt$USB_DIR"},
         {"/opt/media/a.jpg", "/opt/media/a.jpg"},
     };
+    const auto convert = CJsonHelper::ConvertUsbBasePath;
     for (const auto& [device, client] : bothWays) {
-        EXPECT_EQ(toClient(device), client);
-        EXPECT_EQ(toDevice(client), device);
+        EXPECT_EQ(convert(device, dorn::CM_CONVERT_TO_CLIENT_PATH), client);
+        EXPECT_EQ(convert(client, dorn::CM_CONVERT_TO_DEVICE_PATH), device);
     }
-    EXPECT_EQ(toClient("/opt/storage/usb/opt/storage/usb"), "$USB_DIR/opt/storage/usb");
-    EXPECT_EQ(toDevice("$USB_DIR$USB_DIR"), "/opt/storage/usb$USB_DIR");
-    EXPECT_EQ(CJsonHelper::ConvertUsbBasePath(kRoot, static_cast<dorn::_eCMConvertType>(2)), kRoot);
+    EXPECT_EQ(convert("/opt/storage/usb/opt/storage/usb", dorn::CM_CONVERT_TO_CLIENT_PATH),
+              "$USB_DIR/opt/storage/usb");
+    EXPECT_EQ(convert("$USB_DIR$USB_DIR", dorn::CM_CONVERT_TO_DEVICE_PATH),
+              "/opt/storage/usb$USB_DIR");
 }
 
 // ---- folders on disk ----

@@ -2,9 +2,9 @@
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <atomic>
+#include <future>
+#include <map>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 #include "Endurance/Faults/FaultTest.h"
@@ -37,42 +37,40 @@ rlim_t LowestFree(pid_t process) {
     return number;
 }
 
+enum class Visit { Served, TurnedAway, Unanswered };
+
 // Clients that all do the same at once, each on a thread of its own: come, ask, go.
 class Crowd {
 public:
     explicit Crowd(const ServiceProcess& service) : m_service(service) {}
-    ~Crowd() { Join(); }
-    Crowd(const Crowd&) = delete;
-    Crowd& operator=(const Crowd&) = delete;
 
     void Come(int clients) {
-        for (int i = 0; i < clients; ++i) m_threads.emplace_back([this] { VisitOnce(); });
+        for (int i = 0; i < clients; ++i)
+            m_visits.push_back(std::async(std::launch::async, [this] { return VisitOnce(); }));
     }
-    // Returns when every one was turned away or has all its answers.
-    void Join() {
-        for (auto& thread : m_threads) thread.join();
-        m_threads.clear();
+    // How many ended so, once all have ended.
+    int Count(Visit end) {
+        for (auto& visit : std::exchange(m_visits, {})) ++m_ends[visit.get()];
+        return m_ends[end];
     }
-    int TurnedAway() const { return m_turnedAway; }
-    int Unanswered() const { return m_unanswered; }
 
 private:
-    void VisitOnce() {
+    Visit VisitOnce() const {
         try {
             const auto client = m_service.NewClient();
             const int handle = client->Open("crowd");
             for (const char* command : {"Connect", "GetStorages", "Disconnect"})
                 if (client->Execute(handle, command).text.find("imeout") != std::string::npos)
-                    ++m_unanswered;
+                    return Visit::Unanswered;
+            return Visit::Served;
         } catch (const std::runtime_error&) {
-            ++m_turnedAway;
+            return Visit::TurnedAway;
         }
     }
 
     const ServiceProcess& m_service;
-    std::vector<std::thread> m_threads;
-    std::atomic<int> m_turnedAway{0};
-    std::atomic<int> m_unanswered{0};
+    std::vector<std::future<Visit>> m_visits;
+    std::map<Visit, int> m_ends;
 };
 
 // However few descriptors there are, the service says no and lives; with enough it says yes.
@@ -148,9 +146,8 @@ TEST_F(DescriptorFaults, TheLimitCostsAnswersNotTheService) {
     EXPECT_LT(Told("turned away"), 5u) << "a line for each would flood the log";
     EXPECT_LT(Told("Too many open files"), 1000u) << "something tries again at once";
     SetLimit(m_before.rlim_cur);
-    crowd.Join();
-    EXPECT_GT(crowd.TurnedAway(), 0);
-    EXPECT_EQ(crowd.Unanswered(), 0);
+    EXPECT_GT(crowd.Count(Visit::TurnedAway), 0);
+    EXPECT_EQ(crowd.Count(Visit::Unanswered), 0);
     ExpectFullService();
     // What was plugged in meanwhile is found without any event to tell of it.
     for (const char* name : {"SPARE16", "SPARE8", "SPARE0", "NONE1", "NONE2"})
