@@ -68,15 +68,6 @@ TEST_F(ToolsTest, TheJournalHasAStickInAFewLines) {
     EXPECT_EQ(Told("storage \"stick\" (folder) is mounted at " + UsbRoot() + "/stick"), 1u);
 }
 
-TEST_F(ToolsTest, GdbusCanIntrospect) {
-    StartService();
-    const Outcome shown = RunProgram({"gdbus", "introspect", "--address", Address(), "--dest",
-                                      "dorn.ContentsMgr", "--object-path", "/dorn/PlivHost"});
-    EXPECT_EQ(shown.status, 0) << shown.errors;
-    for (const char* member : {"Open(", "Execute(", "ExecuteWithParamList(", "Close(", "Event("})
-        EXPECT_NE(shown.output.find(member), std::string::npos) << member;
-}
-
 TEST_F(ToolsTest, TheToolTellsWhatWasWrong) {
     const auto fails = [this](int status, const Words& words, const char* text) {
         const Outcome outcome = Tool(words);
