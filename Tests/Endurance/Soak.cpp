@@ -28,7 +28,6 @@ using std::chrono::seconds;
 
 constexpr int kClients = 5;
 constexpr int kBadClients = 2;  // of one kind, at a time
-constexpr long kLooks = 6;      // at the quiet service, after the warm-up's
 
 // The sticks of the soak, and what the service knows of them.
 class SoakWorld : public Known {

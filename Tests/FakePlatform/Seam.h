@@ -171,11 +171,13 @@ private:
 
 // Defines the seam's getter of one value of the record behind a handle, which the seam may know by
 // another type.
+// NOLINTBEGIN(bugprone-macro-parentheses): names of types
 #define FAKE_GETTER_OF(known, handle, function, type, value)                                    \
     int function(known* from, type* out) {                                                      \
         return fake::Seam::Get<handle>(__func__, from, out,                                     \
                                        []([[maybe_unused]] const handle& h) { return value; }); \
     }
+// NOLINTEND(bugprone-macro-parentheses)
 #define FAKE_GETTER(handle, function, type, field) \
     FAKE_GETTER_OF(handle, handle, function, type, h.record.field)
 // ... of one that no test scripts: an empty text, or 0.

@@ -76,10 +76,10 @@ TEST_F(SampleTest, HostileFilesEndAndGoodOnesAreRead) {
     EXPECT_GT(bad.size(), 1400u);
 
     const LogLines log;
-    constexpr size_t AT_ONCE = 200;  // all would be too many open files
-    for (size_t i = 0; i < bad.size(); i += AT_ONCE) {
+    constexpr size_t kAtOnce = 200;  // all would be too many open files
+    for (size_t i = 0; i < bad.size(); i += kAtOnce) {
         const auto from = bad.begin() + static_cast<ptrdiff_t>(i);
-        const auto to = bad.end() - from > ptrdiff_t{AT_ONCE} ? from + AT_ONCE : bad.end();
+        const auto to = bad.end() - from > ptrdiff_t{kAtOnce} ? from + kAtOnce : bad.end();
         for (const ExtractResult& result : ExtractPaths(m_pool, {from, to})) {
             if (result.status == ExtractStatus::Ok) continue;
             EXPECT_EQ(result.status, ExtractStatus::Failed);

@@ -41,19 +41,19 @@ TEST_F(MediaTest, ListsWhatTheStickHolds) {
 }
 
 TEST_F(MediaTest, AnswersWithoutConnection) {
-    constexpr auto CLOSED = MEDIA_CONTENT_ERROR_INVALID_OPERATION;
-    EXPECT_EQ(media_content_disconnect(), CLOSED);
-    EXPECT_EQ(Count({}, CLOSED), -1);
+    constexpr auto kClosed = MEDIA_CONTENT_ERROR_INVALID_OPERATION;
+    EXPECT_EQ(media_content_disconnect(), kClosed);
+    EXPECT_EQ(Count({}, kClosed), -1);
     EXPECT_EQ(media_content_scan_folder(
                   "/tmp", false, [](media_content_error_e, void*) {}, nullptr),
-              CLOSED);
+              kClosed);
     // Counted: one of two disconnects leaves the database open.
     Connect();
     Connect();
     Disconnect();
     EXPECT_EQ(Count({}), 0);
     Disconnect();
-    EXPECT_EQ(Count({}, CLOSED), -1);
+    EXPECT_EQ(Count({}, kClosed), -1);
 }
 
 TEST_F(MediaTest, RemembersStoragesMountedWhileClosed) {
