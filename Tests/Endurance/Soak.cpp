@@ -28,6 +28,7 @@ using std::chrono::seconds;
 
 constexpr int kClients = 5;
 constexpr int kBadClients = 2;  // of one kind, at a time
+constexpr long kLooks = 6;      // at the quiet service, after the warm-up's
 
 // The sticks of the soak, and what the service knows of them.
 class SoakWorld : public Known {
@@ -196,6 +197,7 @@ public:
 private:
     ServiceOptions Options() const;
     void Chaos(seconds length);
+    Vitals Chain(const Vitals& start, long length);
     void Compare(const Texts& before, const Texts& after);
 
     const RunOptions m_options;
@@ -229,6 +231,22 @@ void Soak::Chaos(seconds length) {
     for (auto& client : clients) client.join();
 }
 
+// Some stretches with a look at the quiet service after each, so that a slow growth and a level
+// that swings can be told apart.
+Vitals Soak::Chain(const Vitals& start, long length) {
+    const long looks = std::clamp(length / 60, 1L, kLooks);
+    std::printf("private memory, KiB, after each stretch: %ld", start.privateKiB);
+    Vitals last = start;
+    for (long i = 0; i < looks; ++i) {
+        Chaos(seconds(length / looks));
+        last = QuietVitals(m_service.Pid());
+        std::printf(" %ld", last.privateKiB);
+        std::fflush(stdout);
+    }
+    std::printf("\n");
+    return last;
+}
+
 void Soak::Compare(const Texts& before, const Texts& after) {
     for (size_t i = 0; i < before.size() || i < after.size(); ++i) {
         const std::string was = i < before.size() ? before[i] : "nothing";
@@ -247,8 +265,7 @@ int Soak::Run() {
     const long warmUp = std::min(m_options.amount / 4, 120L);
     Chaos(seconds(warmUp));
     const Vitals start = QuietVitals(m_service.Pid());
-    Chaos(seconds(m_options.amount - warmUp));
-    JudgeGrowth(start, QuietVitals(m_service.Pid()), m_world.ledger);
+    JudgeGrowth(start, Chain(start, m_options.amount - warmUp), m_world.ledger);
     Compare(known, m_world.CountAll());
     StopWell(m_service, m_world.ledger);
     return Verdict(m_service, m_world.ledger);
