@@ -15,7 +15,7 @@ enum {
 // Writes one line: the text formatted from `format` and its arguments, under `tag`. May be called
 // from any thread; lines from different threads are never interleaved. A trailing newline of the
 // text is dropped, so that one call always writes one line; newlines inside it are escaped. Of a
-// text longer than 512 bytes only the first 512 are written, followed by its length. `logId`
+// text longer than 512 bytes at most the first 512 are written, followed by its length. `logId`
 // selects the log buffer; only 0 exists. Neither text is kept. Returns the number of bytes of the
 // text that were written, or a negative number when none were. Never throws and blocks on nothing
 // but the standard error stream.
