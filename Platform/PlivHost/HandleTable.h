@@ -20,8 +20,7 @@ namespace platform {
 struct HandleLimits {
     size_t inAll = 256;
     size_t perClient = 64;
-    size_t lasting =
-        16;  // handles owned by no single client: no client's disconnection closes them
+    size_t lasting = 16;  // owned by no single client, so no disconnection closes them
 };
 
 // All operations: host thread, unless noted otherwise. Each answers its MethodCall, at once or
