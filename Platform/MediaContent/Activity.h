@@ -47,8 +47,7 @@ public:
     void Leave(const ActivityPtr& activity);
 
     void Cancel(const Test& test);
-    // Returns once no matching activity is queued or running. Must not be called from inside an
-    // activity.
+    // Returns once no matching activity is queued or running. Not from inside an activity.
     void Wait(const Test& test);
     std::vector<ActivityPtr> List();
     // Cancels everything, waits for it and joins the threads. The next Submit starts threads again.

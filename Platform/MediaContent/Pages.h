@@ -1,5 +1,4 @@
-// Listings in a total order, one page at a time, at a cost that does not grow with the page's
-// offset.
+// Listings in a total order, one page at a time, at a cost independent of the page's offset.
 #ifndef PLATFORM_MEDIA_CONTENT_PAGES_H
 #define PLATFORM_MEDIA_CONTENT_PAGES_H
 

@@ -1,5 +1,4 @@
-// The records behind the handles of the C interface: immutable, reference-counted, shared by all
-// clones.
+// The records behind the handles of the C interface: immutable, counted, shared by all clones.
 #ifndef PLATFORM_MEDIA_CONTENT_RECORDS_H
 #define PLATFORM_MEDIA_CONTENT_RECORDS_H
 

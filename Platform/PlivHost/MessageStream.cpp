@@ -106,7 +106,7 @@ private:
     Header m_header{};
     size_t m_known = 0;      // header bytes received
     size_t m_handedOut = 0;  // header bytes passed on
-    uint64_t m_left = 0;     // bytes left of the message's remainder
+    uint64_t m_left = 0;     // bytes left of the message after its header
     bool m_dropping = false;
 };
 
