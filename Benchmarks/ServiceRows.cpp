@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <vector>
 
 #include "Log/Log.h"
@@ -183,6 +185,20 @@ void MeasurePages(DBusClient& client, int handle, int rounds) {
     }
     PrintRow("query and its count over D-Bus, " + std::to_string(count) + " items", Median(counts),
              "ms", 1);
+}
+
+// How often each of the process's threads has gone to sleep by itself, by thread id.
+std::map<pid_t, long> WakeUpsOf(pid_t process) {
+    std::map<pid_t, long> wakeUps;
+    const std::string key = "voluntary_ctxt_switches:";
+    const std::string tasks = "/proc/" + std::to_string(process) + "/task";
+    for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+        std::ifstream status(task.path() / "status");
+        for (std::string line; std::getline(status, line);)
+            if (line.compare(0, key.size(), key) == 0)
+                wakeUps[std::stoi(task.path().filename())] = std::stol(line.substr(key.size()));
+    }
+    return wakeUps;
 }
 
 // Wake-ups between two looks; the end of a thread counts as one.

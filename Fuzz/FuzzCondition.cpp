@@ -1,44 +1,20 @@
 // Condition texts of filters. What passes the checks must run, change nothing, and mean the same to
 // the short way (sets of kinds) as to SQLite.
 #include <sqlite3.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <memory>
 #include <string>
 
 #include "FuzzSupport.h"
 #include "MediaContent/Filter.h"
 #include "MediaContent/Schema.h"
+#include "Support/Basics.h"
 
 using namespace platform;
 
 namespace {
 
 constexpr int kKinds = 5;
-
-std::string NewFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "fuzz-XXXXXX").string();
-    MUST(mkdtemp(pattern.data()));
-    return pattern;
-}
-
-// An empty media database that goes with the process.
-class EmptyDatabase {
-public:
-    EmptyDatabase() : m_folder(NewFolder()), m_connection(OpenWriter(m_folder + "/media.db")) {}
-    ~EmptyDatabase() {
-        m_connection.reset();
-        std::filesystem::remove_all(m_folder);
-    }
-    EmptyDatabase(const EmptyDatabase&) = delete;
-    EmptyDatabase& operator=(const EmptyDatabase&) = delete;
-    Connection& Get() { return *m_connection; }
-
-private:
-    const std::string m_folder;
-    std::unique_ptr<Connection> m_connection;
-};
 
 // The set of kinds that SQLite itself takes the text for.
 unsigned KindsBySqlite(const std::string& text) {
@@ -88,10 +64,11 @@ void CheckOver(Connection& connection, const Columns& columns, const std::string
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static EmptyDatabase database;
+    static const test::TempFolder folder;
+    static const std::unique_ptr<Connection> database = OpenWriter(folder / "media.db");
     const std::string text(AsText(data, size));
-    CheckTypeMask(database.Get(), text);
-    CheckOver(database.Get(), kItemColumns, text);
-    CheckOver(database.Get(), kFolderColumns, text);
+    CheckTypeMask(*database, text);
+    CheckOver(*database, kItemColumns, text);
+    CheckOver(*database, kFolderColumns, text);
     return 0;
 }

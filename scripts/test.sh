@@ -98,6 +98,7 @@ count "formatting" check_format
 count "layers" scripts/check-layers.sh
 count "the check of the layers" scripts/check-layers-test.sh
 count "functions that nobody uses" scripts/check-unused.sh
+count "the share of tests" scripts/check-test-share.sh
 presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(dev asan tsan)
 for preset in "${presets[@]}"; do run_preset "$preset"; done

@@ -36,7 +36,8 @@ int media_folder_foreach_folder_from_db(media_filter_h filter, media_folder_cb c
     if (!callback) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
     return WithDatabase(__func__, [&](Session& session) {
         for (const FolderRecord& folder :
-             Reader(session.store).ListFolders(Service::Get().GetStorages().ScopeOf(filter), filter))
+             Reader(session.store)
+                 .ListFolders(Service::Get().GetStorages().ScopeOf(filter), filter))
             if (!callback(folder.get(), user_data)) break;
         return MEDIA_CONTENT_ERROR_NONE;
     });

@@ -77,7 +77,7 @@ TEST_P(BusTest, AClientThatVanishesTakesItsEngineAlong) {
     m_sticks.Make("stick", "--photos", 30);
     Program monitor({CONTENTSCTL, "--bus", GetParam(), "monitor"}, Folder() + "/monitor",
                     Environment());
-    ASSERT_TRUE(Shows(Folder() + "/monitor", "Listening"));
+    ASSERT_TRUE(WaitForText(Folder() + "/monitor", "Listening"));
     const auto threads = [&] { return ReadVitals(m_onBus->Pid()).threads; };
     const long before = threads();
     monitor.Signal(SIGKILL);

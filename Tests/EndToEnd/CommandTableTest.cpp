@@ -36,16 +36,13 @@ constexpr Case kDisconnected[] = {
     {"StopSync", "x", "", "", true, "0"},
     {"GetSyncState", "", "", "", true, "0"},
     {"SubscribeEvent", R"({"ids":["USB_CONNECTED"]})", "", "", true, "0"},
-    {"UnsubscribeEvent", R"({"ids":["a","b"]})", "", "", true, "0"},
     {"SubscribeEvent", R"({"ids":[7,null,true]})", "", "", true, "0"},
     {"SubscribeEvent", R"({"ids":[]})", "", "", false, ""},
     {"SubscribeEvent", R"({"ids":"USB_CONNECTED"})", "", "", false, ""},
     {"SubscribeEvent", "{}", "", "", false, ""},
-    {"SubscribeEvent", "null", "", "", false, ""},
     {"SubscribeEvent", "", "", "", false, ""},
     {"UnsubscribeEvent", "no JSON", "", "", false, ""},
     {"connect", "", "", "", false, ""},
-    {"Connect ", "", "", "", false, ""},
     {"", "", "", "", false, ""},
     {"\xe2\x82\xac", "", "", "", false, ""},
 };
@@ -57,14 +54,12 @@ constexpr Case kConnected[] = {
     {"Query", "", "photo", "", true, "0"},
     {"Query", "some-id", "photos", "", false, ""},
     {"Query", "some-id", "Photo", "", false, ""},
-    {"Query", "some-id", "", "", false, ""},
     {"Fetch", "0", "10", "", true, "0"},
     {"Fetch", "x", "y", "", true, "0"},
     {"GetCount", "no number", "", "", true, "0"},
     {"GetCount", "99999999999999999999", "", "", true, "0"},
     {"RegisterContents", "", "no JSON", "", true, "0"},
     {"RegisterContents", "", R"({"fullpaths":[]})", "", true, "0"},
-    {"RegisterContents", "", "{}", "", true, "0"},
     {"RegisterContents", "", R"({"fullpaths":null})", "", true, "0"},
     {"UnregisterContents", "", "no JSON", "", true, "0"},
     {"UnregisterContents", "", R"({"ids":[]})", "", true, "0"},
@@ -92,30 +87,14 @@ TEST_F(ServiceTest, JsonOfTheWrongShapeIsAnErrorAndTheServiceLives) {
         {"SubscribeEvent", R"({"ids":[["a"]]})", "", "", false, "", kFailed},
         {"SubscribeEvent", "5", "", "", false, "", kFailed},
         {"UnsubscribeEvent", R"([1,2])", "", "", false, "", kFailed},
-        {"UnsubscribeEvent", R"("text")", "", "", false, "", kFailed},
         {"RegisterContents", "", R"(["/a.jpg"])", "", false, "", kFailed},
         {"RegisterContents", "", R"({"fullpaths":[{}, []]})", "", false, "", kFailed},
-        {"UnregisterContents", "", R"([["1"]])", "", false, "", kFailed},
         {"UnregisterContents", "", R"({"ids":[{"a":"b"}]})", "", false, "", kFailed},
     };
     for (const Case& test : cases) {
         Check(*client, handle, test);
         EXPECT_EQ(client->Execute(handle, "StartSync").value, "0");
     }
-}
-
-TEST_F(ServiceTest, HugeAndOddArgumentsHarmNobody) {
-    StartService();
-    MediaClient media(Socket());
-    const std::string huge(4 << 20, 'x');
-    const std::string deep(200000, '[');
-    for (const std::string& command :
-         {std::string("Query"), std::string("Fetch"), std::string("GetCount"),
-          std::string("SubscribeEvent"), std::string("RegisterContents"),
-          std::string("UnregisterContents"), std::string("GetStorages"), huge})
-        for (const auto& text : {huge, deep, std::string("$USB_DIR/../../etc/passwd")})
-            media.Raw().Execute(media.Handle(), command, text, text, text, text);
-    EXPECT_EQ(media.Run("GetStorages"), "{\"storages\":[]}\n");
 }
 
 TEST_F(ServiceTest, ParameterListsRunNothing) {

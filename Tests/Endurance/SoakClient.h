@@ -2,40 +2,40 @@
 #ifndef TESTS_ENDURANCE_SOAK_CLIENT_H
 #define TESTS_ENDURANCE_SOAK_CLIENT_H
 
-#include <functional>
+#include <map>
 #include <memory>
 #include <random>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "Endurance/SoakWorld.h"
+#include "Endurance/LongRun.h"
 #include "Service/DBusClient.h"
 
-namespace Json {
-class Value;
-}
-
 namespace test {
+
+using Random = std::mt19937_64;
+using Texts = std::vector<std::string>;
+
+// What clients know of the service. The lists do not change once they are learnt.
+struct Known {
+    std::string socket;
+    Texts storages;  // ids, also of those that are away now
+    Texts folders;   // as clients write them
+    Texts files;
+    Ledger ledger;
+    std::atomic<bool> stop{false};
+};
 
 // One thread.
 class SoakClient {
 public:
-    SoakClient(SoakWorld& world, unsigned long seed);
+    SoakClient(Known& known, unsigned long seed) : m_known(known), m_random(seed) {}
     // Until `stop`; then the last events are waited for.
     void Run();
 
 private:
     using Action = void (SoakClient::*)();
-    struct Owed {
-        long queries = 0;
-        long registrations = 0;
-        long removals = 0;
-        bool operator!=(const Owed& other) const {
-            return queries != other.queries || registrations != other.registrations ||
-                   removals != other.removals;
-        }
-    };
 
     void Join();
     void Leave();
@@ -43,40 +43,33 @@ private:
     void QueryMedia();
     void QueryFolder();
     void FetchPage();
-    void AskCount();
-    void AskStorages();
+    void Ask();
     void RegisterSome();
     void RemoveSome();
-    void Nonsense();
     void Reconnect();
     void CloseRudely();
     void LeaveAndJoin();
     void Settle();
-    void WaitForOwed(const std::function<bool()>& enough);
-    void ReportMissing();
+    void WaitForOwed(bool untilStop);
 
-    // The answer as a number; 0 for a refusal, which is put down.
-    int Command(const std::string& name, const std::string& arg1 = "", const std::string& arg2 = "",
-                const std::string& arg3 = "", const std::string& arg4 = "");
+    // The answer as a number; 0 for a refusal, which is put down. What is accepted is owed the
+    // event of that name.
+    int Command(const Texts& words, const char* event = nullptr);
     void TakeEvents();
     void Take(const Event& event);
-    void TakePage(const Json::Value& page);
-    bool IsSettled() const;
-    int Number(int below);
-    const std::string& OneOf(const std::vector<std::string>& texts);
+    void TakePage(const std::string& payload);
+    size_t Owed() const;
+    int Number(int below) { return std::uniform_int_distribution<int>(0, below - 1)(m_random); }
+    const std::string& OneOf(const Texts& texts) { return texts[m_random() % texts.size()]; }
 
-    const SoakWorld& m_world;
-    Ledger& m_ledger;
-    std::mt19937_64 m_random;
+    Known& m_known;
+    Random m_random;
     std::unique_ptr<DBusClient> m_client;
     int m_handle = -1;
-    bool m_connected = false;
-    // What was accepted since the handle was opened, and what has come of it.
-    Owed m_accepted;
-    Owed m_completed;
-    std::set<int> m_pages;      // asked for
-    std::set<int> m_pagesSeen;  // answered
-    std::vector<std::string> m_mediaIds;
+    // What was accepted since the handle was opened, and has not come yet.
+    std::map<std::string, long> m_owed;
+    std::set<std::string> m_pages;
+    Texts m_mediaIds;
 };
 
 // Bodies of processes that are going to be killed: commands without end, pages that nobody reads,

@@ -21,34 +21,17 @@ std::string Format(const char* format, va_list arguments) {
     return text;
 }
 
-// What the plugin's prefix does not stand before is all message.
-void TakeApart(LogLine& line, const std::string& text) {
-    line.message = text;
-    const size_t colon = text.find(": ");
-    if (colon == std::string::npos) return;
-    const size_t open = text.find('(', colon);
-    const size_t close = text.find(") > ", colon);
-    if (open == std::string::npos || close == std::string::npos || close < open) return;
-    line.file = text.substr(0, colon);
-    line.function = text.substr(colon + 2, open - colon - 2);
-    line.message = text.substr(close + 4);
-}
-
 }  // namespace
 }  // namespace fake
 
-extern "C" int __dlog_print(int logId, int priority, const char* tag, const char* format, ...) {
+extern "C" int __dlog_print(int logId, int, const char*, const char* format, ...) {
     if (logId != 0) fake::Die("__dlog_print", "was given a log id other than 0");
-    fake::LogLine line;
-    line.priority = priority;
-    line.tag = tag;
-    line.format = format;
     va_list arguments;
     va_start(arguments, format);
     const std::string text = fake::Format(format, arguments);
     va_end(arguments);
-    fake::TakeApart(line, text);
-    fake::Seam::Lock()->log.push_back(std::move(line));
+    const std::string endOfPlace = ") > ";
+    fake::Seam::Lock()->log.push_back(text.substr(text.find(endOfPlace) + endOfPlace.size()));
     fake::Seam::Announce();
     return static_cast<int>(text.size());
 }
@@ -67,7 +50,7 @@ void CPlivEngineBase::Destroy() {
 void CPlivEngineBase::SetAppInfo(int, std::string, std::string, std::string) {}
 
 void CPlivEngineBase::SendEvent(int kind, std::string name, std::string payload) {
-    const fake::Event event{this, kind, std::move(name), std::move(payload)};
+    const fake::Event event{this, kind, std::move(name), std::move(payload), false};
     auto script = fake::Seam::Lock();
     script->events.push_back(event);
     const auto observer = script->observer;

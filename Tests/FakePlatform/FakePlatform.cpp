@@ -1,6 +1,5 @@
 #include "FakePlatform.h"
 
-#include <cxxabi.h>
 #include <glib.h>
 #include <gtest/gtest.h>
 
@@ -24,7 +23,7 @@ int Seam::Enter(const char* call, Needs needs) {
     int error = 0;
     {
         const auto script = Lock();
-        script->calls.push_back(call);
+        ++script->calls[call];
         for (Script::Fault& fault : script->faults) {
             if (fault.function != call) continue;
             const bool always = fault.countdown == 0;
@@ -45,32 +44,18 @@ int Seam::Enter(const char* call, Needs needs) {
     return 0;
 }
 
-namespace {
-
-std::string TypeOf(const Handle& handle) {
-    const std::unique_ptr<char, decltype(&free)> name(
-        abi::__cxa_demangle(typeid(handle).name(), nullptr, nullptr, nullptr), free);
-    return name.get();
-}
-
-}  // namespace
-
 Handle* Seam::FindLive(Script& script, const char* call, const void* pointer) {
     if (!pointer) return nullptr;
     const auto found = script.live.find(pointer);
-    if (found != script.live.end()) return found->second.get();
-    const auto gone = script.dead.find(pointer);
-    if (gone == script.dead.end()) Die(call, "was given something that is no handle");
-    Die(call, "was given a " + TypeOf(*gone->second) + " that has been given back");
+    if (found == script.live.end()) Die(call, "was given what is no handle, or no longer");
+    return found->second.get();
 }
 
 void Seam::End(const char* call, const void* pointer, bool byPlatform) {
     const auto script = Lock();
-    const Handle* handle = FindLive(*script, call, pointer);
-    if (handle->borrowed && !byPlatform) Die(call, "gives back a borrowed " + TypeOf(*handle));
-    auto node = script->live.find(pointer);
-    script->dead[pointer] = std::move(node->second);
-    script->live.erase(node);
+    if (FindLive(*script, call, pointer)->borrowed && !byPlatform)
+        Die(call, "gives back what it has borrowed");
+    script->live.erase(pointer);
 }
 
 // The source carries nothing: what it is to do is handed over under the lock.
@@ -98,10 +83,7 @@ FakePlatform& FakePlatform::Get() {
 }
 
 void FakePlatform::Reset() {
-    CompleteFolderScans(MEDIA_CONTENT_ERROR_CANCELLED);
-    std::vector<std::thread> threads;
-    threads.swap(Lock()->scanThreads);
-    for (std::thread& thread : threads) thread.join();
+    CompleteFolderScans();
     *Lock() = Script();
 }
 
@@ -121,61 +103,23 @@ media_info_s* FakePlatform::MakeRecord(Item item) {
     return Seam::Keep(new media_info_s(std::move(item)));
 }
 
-media_folder_s* FakePlatform::MakeRecord(Folder folder) {
-    return Seam::Keep(new media_folder_s(std::move(folder)));
-}
-
-int FakePlatform::CallCount(const std::string& function) const {
-    const std::vector<std::string> calls = Calls();
-    return static_cast<int>(std::count(calls.begin(), calls.end(), function));
-}
-
-void FakePlatform::ForgetCalls() {
+int FakePlatform::LiveHandles() const {
     const auto script = Lock();
-    script->calls.clear();
-    script->uses.clear();
-}
-
-std::vector<Use> FakePlatform::Uses(const std::string& function) const {
-    std::vector<Use> uses = Lock()->uses;
-    const auto other = [&](const Use& use) { return use.call != function; };
-    uses.erase(std::remove_if(uses.begin(), uses.end(), other), uses.end());
-    return uses;
-}
-
-std::map<std::string, int> FakePlatform::LiveHandles() const {
-    std::map<std::string, int> types;
-    const auto script = Lock();
-    for (const auto& entry : script->live)
-        if (!entry.second->borrowed) ++types[TypeOf(*entry.second)];
-    return types;
+    return static_cast<int>(std::count_if(script->live.begin(), script->live.end(),
+                                          [](auto& entry) { return !entry.second->borrowed; }));
 }
 
 // ---- the log and the events --------------------------------------------------------------------
 
-std::vector<std::string> FakePlatform::Messages(int priority) const {
-    std::vector<std::string> messages;
-    const auto script = Lock();
-    for (const LogLine& line : script->log)
-        if (priority == 0 || line.priority == priority) messages.push_back(line.message);
-    return messages;
-}
-
-bool FakePlatform::HasLog(int priority, const std::string& message) const {
-    const std::vector<std::string> messages = Messages(priority);
-    return std::find(messages.begin(), messages.end(), message) != messages.end();
-}
-
 int FakePlatform::CountLog(const std::string& message) const {
-    const std::vector<std::string> messages = Messages();
-    return static_cast<int>(std::count(messages.begin(), messages.end(), message));
+    const auto script = Lock();
+    return static_cast<int>(std::count(script->log.begin(), script->log.end(), message));
 }
 
 bool FakePlatform::WaitForLog(const std::string& message, int times) {
     auto script = Lock();
-    const auto isIt = [&](const LogLine& line) { return line.message == message; };
     return script.Wait(
-        [&] { return std::count_if(script->log.begin(), script->log.end(), isIt) >= times; });
+        [&] { return std::count(script->log.begin(), script->log.end(), message) >= times; });
 }
 
 int FakePlatform::CountEvents(const std::string& name) const {
@@ -201,37 +145,11 @@ Event FakePlatform::WaitForEvent(const std::string& name, const dorn::CPlivEngin
     return *found;
 }
 
-void FakePlatform::SetFolderScan(FolderScan when, media_content_error_e result) {
-    const auto script = Lock();
-    script->folderScan = when;
-    script->folderScanResult = result;
-}
-
-int FakePlatform::CompleteFolderScans(media_content_error_e result) {
+int FakePlatform::CompleteFolderScans() {
     decltype(Script::folderScans) waiting;
     waiting.swap(Lock()->folderScans);
-    for (const auto& scan : waiting) scan.first(result, scan.second);
+    for (const auto& scan : waiting) scan.first(MEDIA_CONTENT_ERROR_CANCELLED, scan.second);
     return static_cast<int>(waiting.size());
-}
-
-// ---- gates -------------------------------------------------------------------------------------
-
-void Gate::Open() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_open = true;
-    m_changed.notify_all();
-}
-
-void Gate::Wait() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_arrived = true;
-    m_changed.notify_all();
-    m_changed.wait_for(lock, kDeadline, [this] { return m_open; });
-}
-
-bool Gate::WaitForArrival() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_changed.wait_for(lock, kDeadline, [this] { return m_arrived; });
 }
 
 }  // namespace fake

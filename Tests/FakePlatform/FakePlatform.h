@@ -3,9 +3,7 @@
 #ifndef FAKE_PLATFORM_H
 #define FAKE_PLATFORM_H
 
-#include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <functional>
 #include <list>
 #include <map>
@@ -16,22 +14,71 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Descriptions.h"
+#include "MediaContent.h"
 #include "PlivHost.h"
+#include "Support/Basics.h"
+#include "UsbDevice.h"
 
 namespace fake {
 
-constexpr std::chrono::seconds kDeadline{30};  // of every wait; only a broken test gets there
+// ---- what a test puts in: plain descriptions, copied. An empty text is a null pointer to whoever
+// asks. -------------------------------------------------------------------------------------------
 
-// One line of the log, taken apart: "file: function(line) > message".
-struct LogLine {
-    int priority = 0;
-    std::string tag;
-    std::string format;
-    std::string file;
-    std::string function;
-    std::string message;
+// One media item. Its storage is the one whose path it lies below, its folder the one that its
+// path names.
+struct Item {
+    std::string path;
+    media_content_type_e type = MEDIA_CONTENT_TYPE_IMAGE;
+    time_t added = 0;
+    std::string id{};  // empty: the platform makes one
+    unsigned long long size = 0;
+    time_t modified = 0;
+
+    std::string Name() const { return path.substr(path.rfind('/') + 1); }
+    std::string Folder() const { return path.substr(0, path.rfind('/')); }
 };
+
+struct Folder {
+    std::string id;
+    std::string path;
+};
+
+struct Storage {
+    std::string id;
+    std::string path;
+    int scanStatus = MEDIA_STORAGE_SCAN_COMPLETE;
+    int fromListing = 1;  // the listing of storages, counted from 1, in which it first shows up
+};
+
+// One USB device: of itself, a stick.
+struct Device {
+    std::string mountPath = "n/a";
+    int deviceClass = USB_CLASS_MASS_STORAGE;
+    int bus = 1;
+    int address = 2;
+    std::string product = "Model";
+    std::string manufacturer = "Maker";
+    std::string serial = "S-1";
+    std::string partlabel = "LABEL";
+    int fstype = FSTYPE_VFAT;
+};
+
+inline Device Camera(int bus, int address) {
+    return {"n/a", USB_CLASS_STILL_IMAGE, bus, address, "Camera"};
+}
+
+// One change of the database, as the platform reports it: of itself, the end of a scan.
+struct DbUpdate {
+    std::string path;
+    int error = MEDIA_CONTENT_ERROR_NONE;
+    int item = MEDIA_CONTENT_ITEM_DIRECTORY;
+    int update = MEDIA_CONTENT_UPDATE;
+    int media = MEDIA_CONTENT_TYPE_OTHERS;
+    std::string mime{};
+};
+
+// ---- what has happened
+// ---------------------------------------------------------------------------
 
 // One event sent to a client.
 struct Event {
@@ -42,26 +89,11 @@ struct Event {
     bool taken = false;  // handed out by WaitForEvent
 };
 
-// What a filter held when a count or listing used it.
 struct Filter {
-    Text storage, condition, orderKey;
-    int collation = -1;  // -1: never set, here and below
-    int order = -1;
-    int orderCollation = -1;
+    std::string storage, condition, orderKey;
+    int order = -1;  // -1: never set, here and below
     int offset = -1;
     int count = -1;
-};
-struct Use {
-    std::string call;
-    std::string folderId;
-    Filter filter;
-};
-
-// When the service answers media_content_scan_folder's callback.
-enum class FolderScan {
-    AtOnce,         // inside the call
-    OnOtherThread,  // at once, on a thread of its own
-    Later,          // when CompleteFolderScans is called; at the latest with the next Reset
 };
 
 // Base of everything that a seam call hands out.
@@ -89,17 +121,14 @@ struct Script {
     };
     std::vector<Fault> faults;
     std::map<std::string, std::function<void()>> hooks;
-    std::vector<std::string> calls;
-    std::vector<Use> uses;
+    std::map<std::string, int> calls;
 
-    // Handles given back stay allocated until Reset, so that no address comes twice in a test.
     std::unordered_map<const void*, std::unique_ptr<Handle>> live;
-    std::unordered_map<const void*, std::unique_ptr<Handle>> dead;
 
     size_t held = 0;  // by the engines
     size_t mayHold = SIZE_MAX;
 
-    std::vector<LogLine> log;
+    std::vector<std::string> log;
     std::vector<Event> events;
     std::function<void(const Event&)> observer;
 
@@ -107,10 +136,8 @@ struct Script {
     std::vector<std::pair<media_content_db_updated_cb, void*>> dbReceivers;
     std::vector<std::function<void()>> posted;  // for the default main context, oldest first
 
-    FolderScan folderScan = FolderScan::AtOnce;
-    media_content_error_e folderScanResult = MEDIA_CONTENT_ERROR_NONE;
+    bool scansFoldersLater = false;
     std::vector<std::pair<media_scan_completed_cb, void*>> folderScans;
-    std::vector<std::thread> scanThreads;
 };
 
 // All operations may be called from any thread. No callback, hook or event observer is called
@@ -132,16 +159,14 @@ public:
     void SetScanStatus(const std::string& storageId, int status);
     // The file is there for media_info_insert_to_db; any other path is NOT_FOUND.
     void AddFile(Item item) { Lock()->files.push_back(std::move(item)); }
-
-    // A record of its own, given back with media_info_destroy or media_folder_destroy.
+    // A record of its own, given back with media_info_destroy.
     media_info_s* MakeRecord(Item item);
-    media_folder_s* MakeRecord(Folder folder);
 
     // ---- faults and hooks ----
     // The nth call of `function` from now on fails with `error`; every one with nth 0. A failing
     // call does nothing else, but one that gives something back has done so all the same (except
     // media_content_disconnect and usb_device_fini).
-    void Fail(const std::string& function, int nth, int error) {
+    void Fail(const std::string& function, int nth, int error = MEDIA_CONTENT_ERROR_DB_BUSY) {
         Lock()->faults.push_back({function, nth, error});
     }
     void FailNoMore() { Lock()->faults.clear(); }
@@ -151,28 +176,23 @@ public:
     }
 
     // ---- what was called ----
-    std::vector<std::string> Calls() const { return Lock()->calls; }  // every name, in order
-    int CallCount(const std::string& function) const;
-    void ForgetCalls();
-    std::vector<Use> Uses(const std::string& function) const;  // of a count or listing
+    int CallCount(const std::string& function) const { return Lock()->calls[function]; }
+    std::map<std::string, int> Calls() const { return Lock()->calls; }
+    void ForgetCalls() { Lock()->calls.clear(); }
     // Connects less disconnects, inits less finis.
     int Connections() const { return Lock()->connections; }
     int UsbUsers() const { return Lock()->usbUsers; }
     int UsbReceivers() const { return static_cast<int>(Lock()->usbReceivers.size()); }
     int DbReceivers() const { return static_cast<int>(Lock()->dbReceivers.size()); }
-    // Handles not given back, by the name of their type. Types without any are absent. A handle
-    // given back twice or used afterwards ends the test program with a message.
-    std::map<std::string, int> LiveHandles() const;
+    // Handles not given back. One that is given back twice or used afterwards ends the test program
+    // with a message.
+    int LiveHandles() const;
 
     // ---- what engines hold for their clients ----
     void LetHold(size_t bytes) { Lock()->mayHold = bytes; }  // all together
     size_t HeldBytes() const { return Lock()->held; }
 
-    // ---- the log ----
-    std::vector<LogLine> Log() const { return Lock()->log; }
-    std::vector<std::string> Messages(int priority = 0) const;  // 0: of every priority
-    bool HasLog(const std::string& message) const { return HasLog(0, message); }
-    bool HasLog(int priority, const std::string& message) const;
+    // ---- the log: messages without the place that they come from ----
     int CountLog(const std::string& message) const;
     // Waits until the message was logged `times` times; false at the deadline.
     bool WaitForLog(const std::string& message, int times = 1);
@@ -196,9 +216,10 @@ public:
     // On whichever thread runs the default main context; returns at once.
     void PostUsb(const Device& device, const std::string& action);
     void PostDbUpdate(const DbUpdate& update);
-    void SetFolderScan(FolderScan when, media_content_error_e result = MEDIA_CONTENT_ERROR_NONE);
-    // Answers every folder scan that waits; how many there were.
-    int CompleteFolderScans(media_content_error_e result = MEDIA_CONTENT_ERROR_NONE);
+    // Folder scans are answered inside the call, or wait from now on for the other function. How
+    // they have ended is told as CANCELLED, which nobody is to mind.
+    void ScanFoldersLater() { Lock()->scansFoldersLater = true; }
+    int CompleteFolderScans();  // how many there were
 
 private:
     friend struct Seam;  // the seam's functions
@@ -211,10 +232,7 @@ private:
         Script& operator*() const { return m_platform.m_script; }
         // Waits, letting others have it, until `reached`; false at the deadline.
         bool Wait(const std::function<bool()>& reached) {
-            return m_platform.m_changed.wait_for(lock, kDeadline, reached);
-        }
-        void WaitForEver(const std::function<bool()>& reached) {
-            m_platform.m_changed.wait(lock, reached);
+            return m_platform.m_changed.wait_for(lock, test::kDeadline, reached);
         }
         std::unique_lock<std::mutex> lock;
 
@@ -234,23 +252,6 @@ private:
     std::condition_variable m_changed;
     Script m_script;
     std::list<Running> m_running;  // USB receivers inside a notification
-};
-
-// Something that a hook waits at until the test opens it; a test that fails before it does gives
-// up at the deadline.
-class Gate {
-public:
-    void Open();
-    // Waits until open.
-    void Wait();
-    // Waits until somebody is, or was, at the gate.
-    bool WaitForArrival();
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    bool m_open = false;
-    bool m_arrived = false;
 };
 
 }  // namespace fake

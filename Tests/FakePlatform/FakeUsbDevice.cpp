@@ -59,19 +59,19 @@ int usb_device_list_get_next(usb_device_list_s* list, usb_device_s** device) {
         __func__, list, [=](usb_device_list_s& known) { return Advance(known, device); });
 }
 
-FAKE_GETTER(usb_device_s, usb_device_get_devname, char*, devname)
+FAKE_NOTHING(usb_device_s, usb_device_get_devname, char*)
 FAKE_GETTER(usb_device_s, usb_device_get_manufacturer, char*, manufacturer)
 FAKE_GETTER(usb_device_s, usb_device_get_product, char*, product)
 FAKE_GETTER(usb_device_s, usb_device_get_serial, char*, serial)
 FAKE_GETTER(usb_device_s, usb_device_get_mountpath, char*, mountPath)
 FAKE_GETTER(usb_device_s, usb_device_get_partlabel, char*, partlabel)
-FAKE_GETTER(usb_device_s, usb_device_get_vendor_id, int, vendorId)
+FAKE_NOTHING(usb_device_s, usb_device_get_vendor_id, int)
 FAKE_GETTER(usb_device_s, usb_device_get_address, int, address)
 FAKE_GETTER(usb_device_s, usb_device_get_bus, int, bus)
 FAKE_GETTER(usb_device_s, usb_device_get_class, usb_class_e, deviceClass)
-FAKE_GETTER(usb_device_s, usb_device_get_protocol, int, protocol)
-FAKE_GETTER(usb_device_s, usb_device_get_number, int, number)
-FAKE_GETTER(usb_device_s, usb_mass_storage_get_disk_type, disktype_e, diskType)
+FAKE_NOTHING(usb_device_s, usb_device_get_protocol, int)
+FAKE_NOTHING(usb_device_s, usb_device_get_number, int)
+FAKE_NOTHING(usb_device_s, usb_mass_storage_get_disk_type, disktype_e)
 FAKE_GETTER(usb_device_s, usb_mass_storage_get_filesystem_type, fstype_e, fstype)
 
 int usb_set_connected_cb(usb_connected_cb callback, void* user_data) {
@@ -90,8 +90,8 @@ int usb_unset_connected_cb(usb_connected_cb callback, void* user_data) {
         return running.receiver == receiver && running.thread != std::this_thread::get_id();
     };
     auto& running = Seam::Running();
-    script.WaitForEver(
-        [&] { return std::none_of(running.begin(), running.end(), insideElsewhere); });
+    if (!script.Wait([&] { return std::none_of(running.begin(), running.end(), insideElsewhere); }))
+        fake::Die(__func__, "waited in vain for a notification");
     return error;
 }
 

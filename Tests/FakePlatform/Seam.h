@@ -4,10 +4,15 @@
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 
 #include "FakePlatform.h"
 
 namespace fake {
+
+// What a getter of that type gives.
+template <typename T>
+using ValueOf = std::conditional_t<std::is_pointer_v<T>, std::string, T>;
 
 // A handle of one record, which it holds as a copy.
 template <typename T>
@@ -106,10 +111,11 @@ struct Seam {
         return handle ? body(*handle) : MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
     }
 
-    template <typename T, typename Out>
+    // A new handle of what another one holds.
+    template <typename T, typename Made = T, typename Out>
     static int Clone(const char* call, Out* out, const void* source) {
         return With<T>(call, source, [=](T& handle) {
-            *out = Keep(new T(handle.record));
+            *out = Keep(new Made(handle.record));
             return 0;
         });
     }
@@ -123,9 +129,8 @@ struct Seam {
             return 0;
         });
     }
-    static void Give(char** out, const std::string& text) { *out = strdup(text.c_str()); }
-    static void Give(char** out, const Text& text) {
-        *out = text ? strdup(text->c_str()) : nullptr;
+    static void Give(char** out, const std::string& text) {
+        *out = text.empty() ? nullptr : strdup(text.c_str());
     }
     template <typename Out, typename Value>
     static void Give(Out* out, const Value& value) {
@@ -164,14 +169,19 @@ private:
 
 }  // namespace fake
 
-// Defines the seam's getter of one field of the record behind a handle; FAKE_GETTER_OF where the
-// seam knows the handle by another type.
-#define FAKE_GETTER_OF(known, handle, function, type, field)                            \
-    int function(known* from, type* out) {                                              \
-        return fake::Seam::Get<handle>(__func__, from, out,                             \
-                                       [](const handle& h) { return h.record.field; }); \
+// Defines the seam's getter of one value of the record behind a handle, which the seam may know by
+// another type.
+// NOLINTBEGIN(bugprone-macro-parentheses): names of types
+#define FAKE_GETTER_OF(known, handle, function, type, value)                                    \
+    int function(known* from, type* out) {                                                      \
+        return fake::Seam::Get<handle>(__func__, from, out,                                     \
+                                       []([[maybe_unused]] const handle& h) { return value; }); \
     }
+// NOLINTEND(bugprone-macro-parentheses)
 #define FAKE_GETTER(handle, function, type, field) \
-    FAKE_GETTER_OF(handle, handle, function, type, field)
+    FAKE_GETTER_OF(handle, handle, function, type, h.record.field)
+// ... of one that no test scripts: an empty text, or 0.
+#define FAKE_NOTHING(handle, function, type) \
+    FAKE_GETTER_OF(handle, handle, function, type, fake::ValueOf<type>())
 
 #endif

@@ -2,13 +2,14 @@
 
 #include <dirent.h>
 #include <dlfcn.h>
-#include <stdlib.h>
+#include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 
 namespace test {
 namespace {
+
+namespace fs = std::filesystem;
 
 // The language lets an explicit instantiation name private members.
 template <typename Tag, typename Tag::Member Pointer>
@@ -23,21 +24,28 @@ struct Expose {
     };                                               \
     template struct Expose<tag, &CPlivTaskContentsMgr::member>
 
-std::atomic<bool> tooLongName{false};
-
-EXPOSE(Jobs, dorn::CSafeQ<dorn::CCMTaskJob>, m_jobs);
-EXPOSE(JobSemaphore, SemphoreCM, m_jobSemaphore);
 EXPOSE(Storages, CPlivTaskContentsMgr::StorageList, m_storages);
 EXPOSE(StorageMutex, OwnGMutex, m_storageMutex);
 
+std::atomic<bool> tooLongName{false};
+
+int CountThreads() {
+    return static_cast<int>(std::distance(fs::directory_iterator("/proc/self/task"), {}));
+}
+
+// A sanitizer starts a thread of its own beside the process's first one. The first is over when
+// this returns, also in the system's list.
+void StartFirstThread() {
+    static const bool started = [] {
+        pid_t id = 0;
+        std::thread([&] { id = gettid(); }).join();
+        return Until([&] { return !fs::exists("/proc/self/task/" + std::to_string(id)); });
+    }();
+    EXPECT_TRUE(started);
+}
+
 }  // namespace
 
-dorn::CSafeQ<dorn::CCMTaskJob>& JobsOf(CPlivTaskContentsMgr& task) {
-    return task.*Reveal(Jobs());
-}
-SemphoreCM& JobSemaphoreOf(CPlivTaskContentsMgr& task) {
-    return task.*Reveal(JobSemaphore());
-}
 CPlivTaskContentsMgr::StorageList& StoragesOf(CPlivTaskContentsMgr& task) {
     return task.*Reveal(Storages());
 }
@@ -52,10 +60,25 @@ TooLongName::~TooLongName() {
     tooLongName = false;
 }
 
-TempFolder::TempFolder() {
-    std::string path = (std::filesystem::temp_directory_path() / "plugin-test-XXXXXX").string();
-    if (!mkdtemp(&path[0])) throw std::runtime_error("no temporary folder");
-    m_path = path;
+PluginTest::PluginTest() {
+    platform.Reset();
+    dorn::SetPauseUnit(std::chrono::milliseconds(5));
+    StartFirstThread();
+    m_threads = CountThreads();
+}
+
+// A joined thread leaves the system's list a moment later, hence the wait.
+bool PluginTest::HasThreads(int count) const {
+    return Until([&] { return CountThreads() == m_threads + count; });
+}
+
+void PluginTest::TearDown() {
+    for (const Event& event : platform.Events())
+        EXPECT_EQ(event.kind, event.name.find("USB_") == 0 ? 0 : 1) << event.name;
+    EXPECT_EQ(platform.LiveHandles(), keptRecords) << "handles were not given back";
+    EXPECT_EQ(platform.UsbReceivers(), 0) << "a USB receiver was left behind";
+    platform.Reset();
+    EXPECT_TRUE(HasThreads(0)) << "a thread was left behind";
 }
 
 }  // namespace test

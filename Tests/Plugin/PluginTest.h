@@ -2,16 +2,19 @@
 #ifndef PLUGIN_TEST_H
 #define PLUGIN_TEST_H
 
+#include <gtest/gtest.h>
 #include <json/json.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 
-#include "FakePlatformTest.h"
+#include "FakePlatform.h"
 #include "Pause.h"
 #include "PlivEngineContentsMgr.h"
 #include "PlivTaskContentsMgr.h"
+#include "Support/Gate.h"
 
 namespace test {
 
@@ -23,12 +26,9 @@ using dorn::MediaType;
 using StoragePtr = boost::shared_ptr<CMediaStorage>;
 using Strings = std::vector<std::string>;
 
-constexpr int kTrace = 2;
-constexpr int kProgress = 16;
 constexpr const char* kRoot = "/opt/storage/usb";
 constexpr const char* kStick = "/opt/storage/usb/sda1";
-constexpr const char* kAnyMedia =
-    " (MEDIA_TYPE = 0 OR MEDIA_TYPE = 1 OR MEDIA_TYPE = 2 OR MEDIA_TYPE = 3) ";
+constexpr const char* kTimeOut = " TimeOut Occured \n";
 
 inline std::string OnStick(const std::string& name) {
     return std::string(kStick) + "/" + name;
@@ -72,25 +72,16 @@ struct ConnectedRig : Rig {
     ConnectedRig() { EXPECT_TRUE(task.Connect()); }
 };
 
-// Looks into a task manager: its jobs, and its storages as they stand without a new discovery.
-dorn::CSafeQ<dorn::CCMTaskJob>& JobsOf(CPlivTaskContentsMgr& task);
-SemphoreCM& JobSemaphoreOf(CPlivTaskContentsMgr& task);
+// Looks into a task manager: its storages as they stand without a new discovery.
 CPlivTaskContentsMgr::StorageList& StoragesOf(CPlivTaskContentsMgr& task);
 GMutex& StorageMutexOf(CPlivTaskContentsMgr& task);
 
-// A folder of its own that goes with the test.
-class TempFolder {
-public:
-    TempFolder();
-    ~TempFolder() { std::filesystem::remove_all(m_path); }
-    const std::string& Path() const { return m_path; }
-    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
-    void MakeFolder(const std::string& name) { std::filesystem::create_directory(*this / name); }
-    void MakeFile(const std::string& name) { std::ofstream(*this / name) << "x"; }
-
-private:
-    std::string m_path;
-};
+inline void MakeFolder(const std::string& path) {
+    std::filesystem::create_directory(path);
+}
+inline void MakeFile(const std::string& path) {
+    std::ofstream(path) << "x";
+}
 
 // While it lives, each directory has an entry whose name readdir_r's buffer does not hold. The C
 // library leaves such an entry out and returns ENAMETOOLONG at the directory's end.
@@ -99,25 +90,40 @@ struct TooLongName {
     ~TooLongName();
 };
 
-// A pause of the plugin lasts a few milliseconds here.
-class PluginTest : public PlatformTest {
+// Starts with an empty platform, on which a pause of the plugin lasts a few milliseconds. At the
+// end of each test nothing may be left: no handle, no thread, no USB receiver. Everything that the
+// test made must be gone by then, so engines belong into the test's body, not into a fixture's
+// members.
+class PluginTest : public ::testing::Test {
 protected:
-    PluginTest() { dorn::SetPauseUnit(std::chrono::milliseconds(5)); }
+    PluginTest();
+    void TearDown() override;
 
-    void TearDown() override {
-        for (const Event& event : platform.Events())
-            EXPECT_EQ(event.kind, event.name.find("USB_") == 0 ? 0 : 1) << event.name;
-        PlatformTest::TearDown();
-    }
+    // So many more threads than when the test began; waits for it, false at the deadline.
+    bool HasThreads(int count) const;
 
     // A stick that the database knows.
     void AddStick(const std::string& path = kStick, const std::string& id = "S1") {
-        platform.Add(Stick(path));
+        platform.Add(Device{path});
         platform.Add(Storage{id, path});
     }
     void AddPhotos(int count, const std::string& folder = kStick) {
         for (int i = 0; i < count; ++i)
-            platform.Add(Photo(folder + "/" + std::to_string(i) + ".jpg", i));
+            platform.Add(Item{folder + "/" + std::to_string(i) + ".jpg", {}, i});
+    }
+    // The storage DISK on disk, whose root the database knows as F1: subfolders a, b and c (and
+    // others that never show), so many photos, newest last, and a sound that is older.
+    void FillFolder(const TempFolder& folder, int photos) {
+        for (const char* name : {"a", ".a", "b", "c", "..x"}) MakeFolder(folder / name);
+        MakeFile(folder / "plain");
+        std::filesystem::create_symlink(folder / "a", folder / "link");
+        platform.Add(Storage{"DISK", folder.Path()});
+        platform.Add(Folder{"F1", folder.Path()});
+        platform.Add(Folder{"F2", folder / "a"});
+        AddPhotos(photos, folder.Path());
+        platform.Add(Item{folder / "memo.amr", MEDIA_CONTENT_TYPE_SOUND, -1});
+        platform.Add(Item{folder / "plain", MEDIA_CONTENT_TYPE_OTHERS});
+        platform.Add(Item{folder / "a/deep.jpg"});
     }
     // Returns when a job is at work in the task manager's worker, which lasts until `jobGate`
     // opens.
@@ -125,7 +131,7 @@ protected:
         platform.OnCall("media_info_delete_from_db", [this] { jobGate.Wait(); });
         int id = 0;
         EXPECT_TRUE(task.UnregisterContents("S1", {"none"}, id));
-        EXPECT_TRUE(jobGate.WaitForArrival());
+        EXPECT_TRUE(jobGate.WaitForGuest());
     }
     Gate jobGate;
 
@@ -133,6 +139,12 @@ protected:
     Json::Value Await(const std::string& name) {
         return Parse(platform.WaitForEvent(name).payload);
     }
+
+    FakePlatform& platform = FakePlatform::Get();
+    int keptRecords = 0;  // clones of media records that are kept on purpose
+
+private:
+    int m_threads;
 };
 
 }  // namespace test

@@ -11,9 +11,9 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "PlivHost/GlibPtr.h"
 #include "Support/Basics.h"
 
 namespace test {
@@ -32,7 +32,7 @@ struct Answer {
     std::string value;
 };
 
-// The connection is read on a thread of its own; all operations may be called from any thread.
+// All operations may be called from any thread.
 class DBusClient {
 public:
     // Connects to a private socket. Throws std::runtime_error when nobody answers there.
@@ -41,9 +41,9 @@ public:
     DBusClient(const DBusClient&) = delete;
     DBusClient& operator=(const DBusClient&) = delete;
 
-    int Open(const std::string& name = "test");  // -1 for an error
+    int Open(const std::string& name = "test", const char* method = "Open");  // -1 for an error
     Answer TryOpen(const std::string& name = "test", const char* method = "Open");
-    int OpenLasting();  // -1 for an error
+    int OpenLasting() { return Open("test", "OpenLasting"); }
     Answer Execute(int handle, const std::string& command, const std::string& arg1 = "",
                    const std::string& arg2 = "", const std::string& arg3 = "",
                    const std::string& arg4 = "");
@@ -52,7 +52,9 @@ public:
     std::string Close(int handle);  // the error's name, empty for success
 
     // Sends the command and does not wait for its answer, which is dropped.
-    void Send(int handle, const std::string& command, const std::string& arg1 = "");
+    void Send(int handle, const std::string& command, const std::string& arg1 = "",
+              const std::string& arg2 = "", const std::string& arg3 = "",
+              const std::string& arg4 = "");
 
     // The first event not yet taken that `fits`; nothing when the deadline passes.
     std::optional<Event> Wait(const std::function<bool(const Event&)>& fits,
@@ -61,26 +63,21 @@ public:
     std::vector<Event> TakeAll();
     size_t EventsSeen();
 
-    bool WaitUntilDisconnected(std::chrono::seconds deadline = kDeadline);
-    bool IsConnected();
-    GDBusConnection* Connection() const { return m_connection; }
+    bool WaitUntilDisconnected() {
+        return Until([this] { return !IsConnected(); });
+    }
+    bool IsConnected() { return !g_dbus_connection_is_closed(m_connection.get()); }
 
 private:
-    static void s_Signal(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
-                         GVariant* parameters, gpointer self);
-    static void s_Closed(GDBusConnection*, gboolean, GError*, gpointer self);
+    struct Inbox;
+    static GDBusMessage* s_Filter(GDBusConnection*, GDBusMessage* message, gboolean incoming,
+                                  gpointer inbox);
     Answer Call(const char* method, GVariant* parameters,
                 const std::function<void(GVariant*, Answer&)>& read);
 
-    GMainContext* m_context;
-    GMainLoop* m_loop;
-    GDBusConnection* m_connection = nullptr;
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::vector<Event> m_events;  // these are guarded by m_mutex
-    size_t m_seen = 0;
-    bool m_closed = false;
-    std::thread m_thread;
+    const std::shared_ptr<Inbox> m_inbox;
+    platform::ObjectPtr<GDBusConnection> m_connection;
+    guint m_filter = 0;
 };
 
 }  // namespace test

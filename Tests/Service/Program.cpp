@@ -62,6 +62,10 @@ std::string ReadFile(const std::string& path) {
     return text.str();
 }
 
+bool WaitForText(const std::string& path, const std::string& text) {
+    return Until([&] { return ReadFile(path).find(text) != std::string::npos; });
+}
+
 Outcome RunProgram(const std::vector<std::string>& arguments, const Variables& environment) {
     const TempFolder folder;
     Program program(arguments, folder / "out", environment, folder / "err");

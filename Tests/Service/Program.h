@@ -50,6 +50,8 @@ private:
 };
 
 std::string ReadFile(const std::string& path);
+// Waits until the file holds the text; false at the deadline.
+bool WaitForText(const std::string& path, const std::string& text);
 
 }  // namespace test
 

@@ -9,8 +9,12 @@
 #include <stdexcept>
 #include <vector>
 
+#include "PlivHost/GlibPtr.h"
+
 namespace test {
 namespace {
+
+using MessagePtr = platform::ObjectPtr<GDBusMessage>;
 
 constexpr int kDeadline = 60 * 1000;  // milliseconds
 
@@ -68,18 +72,28 @@ bool RawClient::Authenticate() {
     return true;
 }
 
-void RawClient::Call(const char* method, GVariant* parameters) {
-    GDBusMessage* call =
-        g_dbus_message_new_method_call(nullptr, "/dorn/PlivHost", "dorn.PlivHost1", method);
-    g_dbus_message_set_body(call, parameters);
-    g_dbus_message_set_serial(call, ++m_serial);
+std::string RawClient::Message(const char* method, GVariant* parameters) {
+    const MessagePtr call(
+        g_dbus_message_new_method_call(nullptr, "/dorn/PlivHost", "dorn.PlivHost1", method));
+    g_dbus_message_set_body(call.get(), parameters);
+    g_dbus_message_set_serial(call.get(), ++m_serial);
     gsize size = 0;
-    guchar* blob = g_dbus_message_to_blob(call, &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr);
-    Write(std::string(reinterpret_cast<char*>(blob), size));
-    g_free(blob);
-    g_object_unref(call);
+    const platform::TextPtr bytes(reinterpret_cast<char*>(
+        g_dbus_message_to_blob(call.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr)));
+    return {bytes.get(), size};
 }
 
+int RawClient::Open() {
+    Call("Open", g_variant_new("(s)", "raw"));
+    return ReadHandle();
+}
+
+void RawClient::Execute(int handle, const char* command, const char* arg1, const char* arg2,
+                        const char* arg3, const char* arg4) {
+    Call("Execute", g_variant_new("(isssss)", handle, command, arg1, arg2, arg3, arg4));
+}
+
+// Of one message, its first integer.
 int RawClient::ReadHandle() {
     std::vector<guchar> bytes(16);
     if (!ReadExactly(bytes.data(), bytes.size())) return -1;
@@ -87,14 +101,12 @@ int RawClient::ReadHandle() {
     if (needed < 16) return -1;
     bytes.resize(static_cast<size_t>(needed));
     if (!ReadExactly(bytes.data() + 16, bytes.size() - 16)) return -1;
-    GDBusMessage* message = g_dbus_message_new_from_blob(bytes.data(), bytes.size(),
-                                                         G_DBUS_CAPABILITY_FLAGS_NONE, nullptr);
-    if (!message) return -1;
+    const MessagePtr message(g_dbus_message_new_from_blob(bytes.data(), bytes.size(),
+                                                          G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
+    GVariant* body = message ? g_dbus_message_get_body(message.get()) : nullptr;
     gint32 handle = -1;
-    GVariant* body = g_dbus_message_get_body(message);
     if (body && g_variant_is_of_type(body, G_VARIANT_TYPE("(i)")))
         g_variant_get(body, "(i)", &handle);
-    g_object_unref(message);
     return handle;
 }
 

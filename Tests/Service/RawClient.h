@@ -19,15 +19,20 @@ public:
     // Speaks the authentication; false when it is refused.
     bool Authenticate();
 
-    // Sends one method call of the service's object, consuming `parameters`.
-    void Call(const char* method, GVariant* parameters);
-    // Reads one message and returns its first integer; -1 for an error or the end.
-    int ReadHandle();
+    // Sends one method call of the service's object, or gives its bytes; consumes `parameters`.
+    void Call(const char* method, GVariant* parameters) { Write(Message(method, parameters)); }
+    std::string Message(const char* method, GVariant* parameters);
+    // Opens a handle and returns it; -1 for an error or the end.
+    int Open();
+    // Sends that command of the handle.
+    void Execute(int handle, const char* command, const char* arg1 = "", const char* arg2 = "",
+                 const char* arg3 = "", const char* arg4 = "");
     void Write(const std::string& bytes);
     // Reads until the other end closes; true when it does before the deadline.
     bool ReadToEnd();
 
 private:
+    int ReadHandle();
     std::string ReadLine();
     bool ReadExactly(void* to, size_t size);
 

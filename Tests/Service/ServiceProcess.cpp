@@ -56,8 +56,4 @@ void ServiceProcess::Kill() {
     m_program.Wait();
 }
 
-bool ServiceProcess::WaitForLog(const std::string& text) const {
-    return Until([&] { return Log().find(text) != std::string::npos; });
-}
-
 }  // namespace test

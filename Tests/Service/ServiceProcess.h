@@ -39,7 +39,7 @@ public:
     const std::string& Socket() const { return m_socket; }
     std::string Log() const { return ReadFile(m_log); }
     // The log holds `text`, now or before the deadline.
-    bool WaitForLog(const std::string& text) const;
+    bool WaitForLog(const std::string& text) const { return WaitForText(m_log, text); }
 
 private:
     const std::string m_socket;

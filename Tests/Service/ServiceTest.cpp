@@ -39,8 +39,4 @@ size_t ServiceTest::Told(const std::string& text) const {
     return count;
 }
 
-bool ServiceTest::Shows(const std::string& path, const std::string& text) {
-    return Until([&] { return ReadFile(path).find(text) != std::string::npos; });
-}
-
 }  // namespace test

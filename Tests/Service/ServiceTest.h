@@ -37,9 +37,6 @@ protected:
 
     std::unique_ptr<DBusClient> Client() const { return std::make_unique<DBusClient>(Socket()); }
 
-    // Waits until the file holds the text.
-    static bool Shows(const std::string& path, const std::string& text);
-
     TempFolder m_scratch;
     Sticks m_sticks;
     std::unique_ptr<ServiceProcess> m_service;

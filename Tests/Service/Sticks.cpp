@@ -40,6 +40,11 @@ void Sticks::AddCamera(const std::string& name) {
     PlugIn(name + ".usb");
 }
 
+std::string Sticks::ClientRoot() const {
+    const std::string root = m_root;
+    return root.substr(0, root.find("/opt/storage/usb")) + "$USB_DIR";
+}
+
 void Sticks::PullOut(const std::string& entry) {
     fs::rename(m_root / entry, m_away / entry);
 }
@@ -60,6 +65,11 @@ void MakeSamples(const std::string& kind, const fs::path& folder, int count) {
     std::error_code existsNow;
     fs::rename(part, folder, existsNow);
     if (existsNow) fs::remove_all(part);
+}
+
+void MakeHangingSong(const fs::path& file) {
+    std::ofstream(file) << "RIFF\xff\xff\xff\x7fWAVE";
+    fs::resize_file(file, 10ull << 30);
 }
 
 }  // namespace test

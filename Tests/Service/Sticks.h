@@ -24,6 +24,8 @@ public:
     void PlugIn(const std::string& entry);
 
     const std::filesystem::path& Root() const { return m_root; }
+    // As clients see it.
+    std::string ClientRoot() const;
     std::filesystem::path PathOf(const std::string& name) const { return m_root / name; }
 
 private:
@@ -34,6 +36,10 @@ private:
 // Makes DIR by the sample program with these words ("--photos DIR N"; no number for 0), unless it
 // is there already. Throws std::runtime_error when it fails.
 void MakeSamples(const std::string& kind, const std::filesystem::path& folder, int count = 0);
+
+// A song of 10 GiB that is a header and a hole, a chunk of nothing every 8 bytes: it costs its
+// reader the whole deadline.
+void MakeHangingSong(const std::filesystem::path& file);
 
 }  // namespace test
 

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <set>
+#include <vector>
 
 namespace test {
 namespace {
@@ -31,12 +31,6 @@ std::vector<fs::path> EntriesOf(const fs::path& folder) {
     return entries;
 }
 
-std::string Joined(const std::multiset<std::string>& texts) {
-    std::string joined;
-    for (const auto& text : texts) joined += "    " + text + "\n";
-    return joined;
-}
-
 }  // namespace
 
 Vitals ReadVitals(pid_t process) {
@@ -51,41 +45,13 @@ Vitals ReadVitals(pid_t process) {
     return vitals;
 }
 
-std::map<pid_t, long> WakeUpsOf(pid_t process) {
-    std::map<pid_t, long> wakeUps;
-    for (const auto& task : EntriesOf(FolderOf(process) / "task"))
-        wakeUps[atoi(task.filename().c_str())] =
-            NumberIn(task / "status", "voluntary_ctxt_switches:");
-    return wakeUps;
-}
-
-std::vector<pid_t> ChildrenOf(pid_t process) {
-    std::vector<pid_t> children;
+std::set<pid_t> ChildrenOf(pid_t process) {
+    std::set<pid_t> children;
     for (const auto& task : EntriesOf(FolderOf(process) / "task")) {
         std::ifstream in(task / "children");
-        for (pid_t child = 0; in >> child;) children.push_back(child);
+        for (pid_t child = 0; in >> child;) children.insert(child);
     }
     return children;
-}
-
-std::string DescriptorsOf(pid_t process) {
-    std::multiset<std::string> targets;
-    for (const auto& entry : EntriesOf(FolderOf(process) / "fd")) {
-        std::error_code error;
-        const std::string target = fs::read_symlink(entry, error).string();
-        if (!error) targets.insert(target.substr(0, target.find('[')));
-    }
-    return Joined(targets);
-}
-
-std::string ThreadsOf(pid_t process) {
-    std::multiset<std::string> names;
-    for (const auto& task : EntriesOf(FolderOf(process) / "task")) {
-        std::string name;
-        std::ifstream(task / "comm") >> name;
-        names.insert(name);
-    }
-    return Joined(names);
 }
 
 }  // namespace test

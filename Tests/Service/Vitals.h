@@ -4,9 +4,7 @@
 
 #include <sys/types.h>
 
-#include <map>
-#include <string>
-#include <vector>
+#include <set>
 
 namespace test {
 
@@ -21,12 +19,7 @@ struct Vitals {
 
 // All zero for a process that is gone. Any thread.
 Vitals ReadVitals(pid_t process);
-// How often each of its threads has gone to sleep by itself since it was made, by thread id.
-std::map<pid_t, long> WakeUpsOf(pid_t process);
-std::vector<pid_t> ChildrenOf(pid_t process);
-// What its descriptors stand for, one a line, sorted.
-std::string DescriptorsOf(pid_t process);
-std::string ThreadsOf(pid_t process);
+std::set<pid_t> ChildrenOf(pid_t process);
 
 }  // namespace test
 

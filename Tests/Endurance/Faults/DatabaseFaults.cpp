@@ -1,9 +1,8 @@
-// A disk that is full, a folder that cannot be written, a database that is damaged.
+// A disk that is full.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <fstream>
-#include <random>
 #include <set>
 
 #include "Endurance/Faults/FaultTest.h"
@@ -62,29 +61,6 @@ protected:
     const fs::path m_disk = m_scratch / "disk";
     std::unique_ptr<OwnMount> m_mount;
     ServiceOptions m_options;
-};
-
-// A database that has been filled, and lies at rest.
-class DatabaseFaults : public FaultTest {
-protected:
-    void SetUp() override {
-        m_stick = AddPhotos("STICK");
-        StartService();
-        ASSERT_EQ(CountOn(m_stick), kPhotos);
-        StopService();
-        m_sound = ReadFile(m_file);
-        ASSERT_GT(m_sound.size(), 8u * 4096);
-    }
-    // In the database's place, with nothing left beside it.
-    void Put(const std::string& bytes) const {
-        for (const char* part : {"-wal", "-shm", ".aside", ".aside-wal", ".aside-shm"})
-            fs::remove(m_file + part);
-        std::ofstream(m_file, std::ios::binary | std::ios::trunc) << bytes;
-    }
-
-    const std::string m_file = m_scratch / "media.db";
-    fs::path m_stick;
-    std::string m_sound;
 };
 
 TEST_F(DiskFaults, DiskFullFromTheStartRefusesConnectAndServesWhenThereIsRoom) {
@@ -156,66 +132,6 @@ TEST_F(DiskFaults, StorageThatWentFirstMakesRoomAndNoneTakesAll) {
     m_sticks.PlugIn("STICK0");
     EXPECT_EQ(EndOfScan(visitor), "SYNC_COMPLETED");
     EXPECT_TRUE(IdsOn(visitor, "STICK0") != first) << "nothing had to make room";
-}
-
-TEST_F(DiskFaults, ReadOnlyFolderRefusesConnectUntilItCanBeWritten) {
-    const auto stick = AddPhotos("STICK");
-    StartService(m_options);
-    ASSERT_EQ(CountOn(stick), kPhotos);
-    StopService();
-    const std::string before = ReadFile(m_disk / "media.db");
-
-    Remount("ro");
-    StartService(m_options);
-    MediaClient visitor(Socket());
-    EXPECT_FALSE(visitor.IsConnected());
-    EXPECT_TRUE(m_service->WaitForLog("unable to open database file")) << m_service->Log();
-    EXPECT_EQ(ReadFile(m_disk / "media.db"), before);
-    Remount("rw");
-    ASSERT_TRUE(visitor.Connect());
-    EXPECT_EQ(visitor.Query(visitor.StorageAt(stick)), kPhotos);
-    EXPECT_FALSE(fs::exists(m_disk / "media.db.aside"));
-}
-
-// Damage may show at the start or only when that page is read: a command may fail then, and the
-// next ones find the database made anew.
-TEST_F(DatabaseFaults, DamageOfAnyPageIsFoundAndMended) {
-    constexpr size_t kPage = 4096;
-    std::minstd_rand noise(1);
-    for (size_t page = 0; page < m_sound.size() / kPage; ++page) {
-        SCOPED_TRACE("page " + std::to_string(page));
-        std::string damaged = m_sound;
-        for (size_t i = 0; i < kPage; ++i) damaged[page * kPage + i] = static_cast<char>(noise());
-        Put(damaged);
-        StartService();
-        int counted = -3;
-        for (int attempt = 0; attempt < 4 && counted != kPhotos; ++attempt)
-            counted = CountOn(m_stick);
-        EXPECT_EQ(counted, kPhotos) << m_service->Log();
-        StopService();
-    }
-}
-
-// One flipped byte may stay unseen: no answer is promised then, but an answer and a life is.
-TEST_F(DatabaseFaults, FlippedBytesCostNoCrash) {
-    std::minstd_rand random(2);
-    for (int round = 0; round < 12; ++round) {
-        std::string damaged = m_sound;
-        for (int i = 0; i < 20; ++i)
-            damaged[random() % damaged.size()] ^= static_cast<char>(1 + random() % 255);
-        Put(damaged);
-        StartService();
-        MediaClient visitor(Socket());
-        if (visitor.IsConnected()) {
-            const std::string storage = visitor.StorageAt(m_stick);
-            if (!storage.empty()) {
-                EXPECT_NE(visitor.QueryEvent(storage), "") << m_service->Log();
-            }
-            visitor.FetchEvent(0, 10);
-        }
-        ASSERT_TRUE(m_service->IsRunning()) << m_service->Log();
-        StopService();
-    }
 }
 
 }  // namespace

@@ -85,11 +85,6 @@ void Misbehave(const std::string& how, const ExtractRequest& request) {
         metadata.title = "\xff";
         SendBytes(Answer(request.number, metadata));
     }
-    if (how == "off-globe") {
-        metadata.hasPosition = true;
-        metadata.latitude = 91.0;
-        SendBytes(Answer(request.number, metadata));
-    }
     if (how == "once") {
         SendBytes(good);
         _exit(0);

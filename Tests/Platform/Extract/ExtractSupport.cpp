@@ -60,32 +60,6 @@ std::vector<platform::ExtractResult> ExtractPaths(platform::ExtractorPool& pool,
     return pool.Extract(files, cancel, lost);
 }
 
-std::set<pid_t> ChildrenOf(pid_t pid) {
-    std::set<pid_t> children;
-    std::error_code gone;
-    const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
-    for (const auto& task : fs::directory_iterator(tasks, gone)) {
-        std::ifstream list(task.path() / "children");
-        for (pid_t child; list >> child;) children.insert(child);
-    }
-    return children;
-}
-
-std::set<int> DescriptorsOf(pid_t pid) {
-    std::set<int> descriptors;
-    std::error_code gone;
-    for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd", gone)) {
-        // Not the one that lists them.
-        if (fs::exists(entry.symlink_status()))
-            descriptors.insert(std::stoi(entry.path().filename()));
-    }
-    if (pid == getpid()) {
-        for (auto i = descriptors.begin(); i != descriptors.end();)
-            i = fcntl(*i, F_GETFD) < 0 ? descriptors.erase(i) : std::next(i);
-    }
-    return descriptors;
-}
-
 platform::ExtractorOptions RealHelper() {
     platform::ExtractorOptions options;
     options.helperPath = EXTRACT_HELPER;
@@ -117,10 +91,9 @@ size_t LogLines::Count(const std::string& part) const {
     return static_cast<size_t>(std::count(found.begin(), found.end(), '\n'));
 }
 
-NothingLeft::NothingLeft()
-    : m_descriptors(DescriptorsOf(getpid())), m_children(ChildrenOf(getpid())) {}
+NothingLeft::NothingLeft() : m_before(test::ReadVitals(getpid())) {}
 
 NothingLeft::~NothingLeft() {
-    EXPECT_EQ(DescriptorsOf(getpid()), m_descriptors);
-    EXPECT_EQ(ChildrenOf(getpid()), m_children);
+    EXPECT_EQ(test::ReadVitals(getpid()).descriptors, m_before.descriptors);
+    EXPECT_EQ(test::ReadVitals(getpid()).children, m_before.children);
 }

@@ -2,17 +2,16 @@
 #ifndef TESTS_PLATFORM_EXTRACT_EXTRACT_SUPPORT_H
 #define TESTS_PLATFORM_EXTRACT_EXTRACT_SUPPORT_H
 
-#include <sys/types.h>
-
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "MediaContent/Extract/Extractor.h"
 #include "Process/UniqueFd.h"
+#include "Service/Vitals.h"
 #include "Support/Basics.h"
 
+using test::ChildrenOf;
 using test::TempFolder;
 
 // Runs a program and returns what it wrote to its standard output; fails the test unless it
@@ -29,9 +28,6 @@ platform::ExtractResult ExtractPath(platform::ExtractorPool& pool, const std::st
 std::vector<platform::ExtractResult> ExtractPaths(platform::ExtractorPool& pool,
                                                   const std::vector<std::string>& paths,
                                                   platform::LostTime* lost = nullptr);
-
-std::set<pid_t> ChildrenOf(pid_t pid);
-std::set<int> DescriptorsOf(pid_t pid);
 
 // The real helper, with time enough for every file.
 platform::ExtractorOptions RealHelper();
@@ -52,7 +48,7 @@ private:
     std::vector<std::string> m_lines;
 };
 
-// Checks at its end that the process has the descriptors and children that it had at the start.
+// Checks at its end that the process has as many descriptors and children as it had at the start.
 class NothingLeft {
 public:
     NothingLeft();
@@ -61,8 +57,7 @@ public:
     NothingLeft& operator=(const NothingLeft&) = delete;
 
 private:
-    std::set<int> m_descriptors;
-    std::set<pid_t> m_children;
+    const test::Vitals m_before;
 };
 
 #endif

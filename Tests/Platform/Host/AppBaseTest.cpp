@@ -1,9 +1,6 @@
 // The base classes as a plugin meets them, without a transport.
 #include <gtest/gtest.h>
 
-#include <thread>
-#include <vector>
-
 #include "Platform/Host/TestApp.h"
 
 namespace test {
@@ -26,36 +23,6 @@ TEST(AppBase, NamesStandForHandles) {
     EXPECT_EQ(app.live, 1);
     EXPECT_TRUE(app.Close("", PlivType::PLIV_TYPE_ALL));
     EXPECT_EQ(app.live, 0);
-}
-
-TEST(AppBase, RefusesAHandleThatIsInUseAndUnknownOnes) {
-    TestApp app;
-    std::string value = "untouched";
-    EXPECT_TRUE(app.Open(7, "a", "", ""));
-    EXPECT_FALSE(app.Open(7, "b", "", ""));
-    EXPECT_EQ(app.live, 1) << "the engine that found no place was lost";
-    EXPECT_FALSE(app.Execute(value, 8, "echo", "x", "", "", ""));
-    EXPECT_FALSE(app.Close(8));
-    EXPECT_EQ(value, "untouched");
-    app.Destroy();
-    EXPECT_EQ(app.live, 0);
-}
-
-TEST(AppBase, CloseWaitsForTheRunningCommand) {
-    TestApp app;
-    ASSERT_TRUE(app.Open(1, "a", "", ""));
-    std::thread runner([&] {
-        std::string value;
-        EXPECT_TRUE(app.Execute(value, 1, "wait", "", "", "", ""));
-    });
-    ASSERT_TRUE(app.gate.WaitForGuests(1));
-    std::thread closer([&] { EXPECT_TRUE(app.Close(1)); });
-    app.gate.Open();
-    runner.join();
-    closer.join();
-    EXPECT_EQ(app.live, 0);
-    std::string value;
-    EXPECT_FALSE(app.Execute(value, 1, "echo", "", "", "", ""));
 }
 
 }  // namespace

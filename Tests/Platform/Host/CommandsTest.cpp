@@ -77,7 +77,7 @@ TEST_F(HostTest, ASlowCommandHoldsUpItsOwnHandleOnly) {
     const Session quick(Path());
     const int besides = slow.client->Open();
     slow.Send("wait");
-    ASSERT_TRUE(app.gate.WaitForGuests(1));
+    ASSERT_TRUE(app.gate.WaitForGuest());
     slow.Send("events", "1");
     EXPECT_EQ(slow.client->Execute(besides, "echo", "same client").value, "same client");
     EXPECT_TRUE(quick.IsServed());
@@ -94,17 +94,13 @@ TEST_F(HostTest, CommandsDoNotOvertakeTheCallsBeforeThem) {
     for (int round = 0; round < kRounds; ++round) {
         RawClient client(Path());
         ASSERT_TRUE(client.Authenticate());
-        client.Call("Open", g_variant_new("(s)", "hasty"));
-        const int handle = client.ReadHandle();
+        const int handle = client.Open();
         ASSERT_GT(handle, 0);
-        const auto echo = [&] {
-            client.Call("Execute", g_variant_new("(isssss)", handle, "echo", "", "", "", ""));
-        };
-        echo();
+        client.Execute(handle, "echo");
         client.Call("GetScanProgress", nullptr);
-        echo();
+        client.Execute(handle, "echo");
         client.Call("Close", g_variant_new("(i)", handle));
-        echo();
+        client.Execute(handle, "echo");
         ASSERT_TRUE(Until([&] { return app.live == 0; }));
     }
     EXPECT_EQ(app.executed, 2 * kRounds) << "a command was run after the Close before it";
@@ -129,7 +125,7 @@ TEST_F(HostTest, CommandsThatWaitAreBounded) {
     Start();
     const Session session(Path());
     session.Send("wait");
-    ASSERT_TRUE(app.gate.WaitForGuests(1));
+    ASSERT_TRUE(app.gate.WaitForGuest());
     for (int i = 0; i < 1024; ++i) session.Send("echo");
     EXPECT_EQ(session.Execute("echo").error, kLimit);
     app.gate.Open();
@@ -144,7 +140,7 @@ TEST_F(HostTest, CommandsAreBoundedInBytesToo) {
     EXPECT_EQ(greedy.Execute("echo", std::string(1 << 20, 'x')).error, kLimit) << "one alone";
     EXPECT_EQ(greedy.Execute(std::string(30 << 20, 'n')).error, kLimit);
     greedy.Send("wait");
-    ASSERT_TRUE(app.gate.WaitForGuests(1));
+    ASSERT_TRUE(app.gate.WaitForGuest());
     const std::string large(500 * 1000, 'x');
     for (int i = 0; i < 30; ++i) greedy.Send("echo", large);
     EXPECT_EQ(greedy.Execute("echo", large).error, kLimit);

@@ -2,13 +2,10 @@
 
 #include <stdlib.h>
 
-#include <chrono>
 #include <stdexcept>
 
 namespace test {
 namespace {
-
-constexpr std::chrono::seconds kDeadline{60};
 
 struct ClearAtEnd {
     std::atomic<bool>& flag;
@@ -88,24 +85,6 @@ private:
 };
 
 }  // namespace
-
-void Gate::Open() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_open = true;
-    m_changed.notify_all();
-}
-
-void Gate::Wait() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    ++m_guests;
-    m_changed.notify_all();
-    m_changed.wait_for(lock, kDeadline, [this] { return m_open; });
-}
-
-bool Gate::WaitForGuests(int n) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_changed.wait_for(lock, kDeadline, [&] { return m_guests >= n; });
-}
 
 TestApp::TestApp() {
     m_pluginName = "TestPlugin";

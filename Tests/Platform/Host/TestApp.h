@@ -3,29 +3,13 @@
 #define TESTS_PLATFORM_HOST_TEST_APP_H
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 
 #include "PlivHost.h"
+#include "Support/Gate.h"
 
 namespace test {
-
-// A door that tests open: engines wait at it in the middle of a command.
-class Gate {
-public:
-    void Open();
-    void Wait();                // until it is open
-    bool WaitForGuests(int n);  // until n threads have come to it; false past the deadline
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    bool m_open = false;
-    int m_guests = 0;
-};
 
 class TestApp : public dorn::CPlivAppBase {
 public:

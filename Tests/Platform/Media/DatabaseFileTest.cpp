@@ -17,11 +17,11 @@ using platform::Connection;
 
 // The parts of a database by the ends of their names, with their bytes.
 using Parts = std::map<std::string, std::string>;
-constexpr const char* PARTS[] = {"", "-wal", "-shm", "-journal"};
+constexpr const char* kParts[] = {"", "-wal", "-shm", "-journal"};
 
 Parts PartsOf(const std::string& file) {
     Parts parts;
-    for (const char* part : PARTS) {
+    for (const char* part : kParts) {
         std::ifstream bytes(file + part, std::ios::binary);
         if (bytes) parts[part].assign(std::istreambuf_iterator<char>(bytes), {});
     }
@@ -29,7 +29,7 @@ Parts PartsOf(const std::string& file) {
 }
 
 void Put(const std::string& file, const Parts& parts) {
-    for (const char* part : PARTS) fs::remove(file + part);
+    for (const char* part : kParts) fs::remove(file + part);
     for (const auto& [part, bytes] : parts) WriteFile(file + part, bytes);
 }
 
@@ -116,7 +116,7 @@ std::vector<std::string> RowsOf(const std::string& file, const std::string& sql)
     return rows;
 }
 
-constexpr const char* ALL_ROWS[] = {
+constexpr const char* kAllRows[] = {
     "SELECT value FROM setting WHERE name = 'salt'",
     "SELECT * FROM storage",
     "SELECT * FROM folder",
@@ -165,7 +165,7 @@ TEST_F(DatabaseFileTest, AnEarlierVersionIsCarriedOverWithAllThatItHolds) {
         Connect();
         Disconnect();
         EXPECT_FALSE(fs::exists(DatabaseFile() + ".aside"));
-        for (const char* sql : ALL_ROWS)
+        for (const char* sql : kAllRows)
             EXPECT_EQ(RowsOf(DatabaseFile(), sql), RowsOf(expected, sql)) << sql;
         Connect();
         EXPECT_EQ(Mount("ONE", "ONE-1"), "2f0b8aca-cb3b-f265-0283-99cd710bda60");

@@ -183,58 +183,6 @@ TEST_F(HostileTest, AnswersAFolderScanThatNobodyWaitsForAnyMore) {
     EXPECT_EQ(answers, 40);
 }
 
-// Several readers hold the same records, which go while they are held.
-TEST_F(HostileTest, ReadersGoOnWhileSticksComeAndGo) {
-    MakeManyFiles(Stick("a"), 2000);
-    MakeManyFiles(Stick("b"), 500);
-    Connect();
-    Mount("b", "U2");
-    std::atomic<bool> stop{false};
-    std::atomic<int> pages{0};
-    std::vector<std::thread> readers;
-    for (int reader = 0; reader < 4; ++reader)
-        readers.emplace_back([&, reader] {
-            Filter filter{"", "MEDIA_TYPE=0", MEDIA_CONTENT_COLLATE_DEFAULT, "MEDIA_ADDED_TIME"};
-            filter.count = 300;
-            filter.offset = reader * 100;
-            while (!stop) {
-                std::set<std::string> ids;
-                const auto page = List(filter);
-                for (const Item& item : page) ids.insert(item.id);
-                EXPECT_EQ(ids.size(), page.size());
-                Folders();
-                ++pages;
-            }
-        });
-    for (int round = 0; round < 10; ++round) {
-        StartMount("a", "U1");
-        Until([&, before = pages.load()] { return pages > before + 8; });
-        WriteFile(Stick("a/f0/") + std::to_string(round) + "-new.jpg");
-        TellChanged("a", {"f0"});
-        Unmount("a");
-    }
-    stop = true;
-    for (std::thread& reader : readers) reader.join();
-    EXPECT_EQ(Count({}), 500);
-}
-
-TEST_F(HostileTest, ConnectionsComeAndGoOnManyThreads) {
-    MakeManyFiles(Stick("a"), 300);
-    StartMount("a", "U1");
-    std::vector<std::thread> clients;
-    for (int client = 0; client < 4; ++client)
-        clients.emplace_back([&] {
-            for (int round = 0; round < 25; ++round) {
-                Connect();
-                EXPECT_GE(Count({}), 0);
-                EXPECT_NE(StorageAt(Stick("a")), "");
-                Disconnect();
-            }
-        });
-    for (std::thread& client : clients) client.join();
-    EXPECT_EQ(media_content_disconnect(), MEDIA_CONTENT_ERROR_INVALID_OPERATION);
-}
-
 // ---- the process is killed --------------------------------------------------------------------
 
 // What is kept of each file, a line each.
@@ -306,62 +254,43 @@ protected:
     }
 };
 
-struct Damage {
-    const char* name;
-    void (*inflict)(const std::string& databaseFile);
-};
-
-class DamageTest : public KnownStickTest, public testing::WithParamInterface<Damage> {};
-
-// The first calls may meet the damage; after that everything is as new.
-TEST_P(DamageTest, IsMovedAsideAndMadeAnew) {
-    GetParam().inflict(DatabaseFile());
-    Connect();
-    EXPECT_TRUE(Until([&] {
-        int count = 0;
-        return media_info_get_media_count_from_db(nullptr, &count) == 0 && count == 1500 &&
-               platform::CurrentScans().empty();
-    }));
-    Disconnect();
-    EXPECT_TRUE(fs::exists(DatabaseFile() + ".aside"));
-    ExpectSound(DatabaseFile());
-}
-
-const Damage kDamages[] = {
-    {"Truncated", [](const std::string& file) { fs::resize_file(file, fs::file_size(file) / 3); }},
-    {"WithoutATable", [](const std::string& file) { Ask(file, "DROP TABLE folder"); }},
-};
-INSTANTIATE_TEST_SUITE_P(Database, DamageTest, testing::ValuesIn(kDamages),
-                         [](const auto& damage) { return damage.param.name; });
-
-// Whatever page is damaged, nobody crashes, and in the end the service works.
-TEST_F(KnownStickTest, LivesWithADamagedPage) {
-    const auto listAll = [] {
-        return media_info_foreach_media_from_db(
-            nullptr, [](media_info_h, void*) { return true; }, nullptr);
-    };
-    const std::string good = DatabaseFile() + ".good";
-    fs::copy_file(DatabaseFile(), good);
-    const auto pages = fs::file_size(good) / 4096;
+// Whatever is damaged, nobody crashes, and in the end the service works.
+TEST_F(KnownStickTest, LivesWithAnyDamage) {
+    const std::string file = DatabaseFile(), good = file + ".good";
+    fs::copy_file(file, good);
     std::mt19937 random(3);
-    for (size_t page = 0; page < pages; page += 1 + pages / 25) {
-        SCOPED_TRACE("page " + std::to_string(page));
-        fs::copy_file(good, DatabaseFile(), fs::copy_options::overwrite_existing);
-        {
-            std::fstream file(DatabaseFile(), std::ios::in | std::ios::out | std::ios::binary);
-            file.seekp(static_cast<std::streamoff>(page * 4096));
-            for (int i = 0; i < 4096; ++i) file.put(static_cast<char>(random()));
-        }
+    std::vector<std::function<void()>> damages = {
+        [&] { fs::resize_file(file, fs::file_size(file) / 3); },
+        [&] { Ask(file, "DROP TABLE folder"); },
+    };
+    const auto pages = fs::file_size(good) / 4096;
+    for (size_t page = 0; page < pages; page += 1 + pages / 12)
+        damages.emplace_back([&, page] {
+            std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
+            stream.seekp(static_cast<std::streamoff>(page * 4096));
+            for (int i = 0; i < 4096; ++i) stream.put(static_cast<char>(random()));
+        });
+    for (size_t i = 0; i < damages.size(); ++i) {
+        SCOPED_TRACE(i);
+        fs::copy_file(good, file, fs::copy_options::overwrite_existing);
+        damages[i]();
         Connect();
-        WriteFile(Stick("a/f0/touched.jpg"), std::to_string(page));
-        for (int round = 0; round < 3; ++round) {
-            int count = 0;
-            media_info_get_media_count_from_db(nullptr, &count);
-            listAll();
-            Until([] { return platform::CurrentScans().empty(); });
-        }
-        EXPECT_EQ(listAll(), 0);
+        WriteFile(Stick("a/f0/touched.jpg"), std::to_string(i));
+        TellChanged("a", {"f0"});
+        // The first calls may meet the damage; after that everything is as new.
+        EXPECT_TRUE(Until([&] {
+            int items = 0;
+            const auto count = [](media_info_h, void* sum) {
+                return ++*static_cast<int*>(sum) > 0;
+            };
+            return media_info_foreach_media_from_db(nullptr, count, &items) == 0 && items == 1501 &&
+                   platform::CurrentScans().empty();
+        }));
         Disconnect();
+        if (i >= 2) continue;  // a page that nobody has needed may lie there damaged
+        ExpectSound(file);
+        EXPECT_TRUE(fs::exists(file + ".aside"));
+        for (const char* part : {"", "-wal", "-shm"}) fs::remove(file + ".aside" + part);
     }
 }
 

@@ -20,7 +20,7 @@ namespace media_test {
 using test::Until;
 using Texts = std::map<std::string, std::string>;
 
-constexpr auto REFUSED = MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
+constexpr auto kRefused = MEDIA_CONTENT_ERROR_INVALID_PARAMETER;
 
 // Makes the file with its folders; an old file of the name is overwritten.
 void WriteFile(const std::string& path, const std::string& content = "x");

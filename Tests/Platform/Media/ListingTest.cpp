@@ -80,14 +80,14 @@ TEST_F(ListingTest, RefusesEverythingElse) {
                              "MEDIA_TYPE LIKE",
                              "FOLDER_NAME = 'x'"};
     for (const char* condition : hostile) {
-        Count({m_storage, condition}, REFUSED);
-        List({m_storage, condition}, REFUSED);
-        Count({m_storage, condition, MEDIA_CONTENT_COLLATE_NOCASE}, REFUSED);
+        Count({m_storage, condition}, kRefused);
+        List({m_storage, condition}, kRefused);
+        Count({m_storage, condition, MEDIA_CONTENT_COLLATE_NOCASE}, kRefused);
     }
-    List({m_storage, std::string(5000, '(') + "1" + std::string(5000, ')')}, REFUSED);
-    Count({m_storage, "MEDIA_TITLE = '" + std::string(100000, 'x') + "'"}, REFUSED);
-    List({m_storage, "", MEDIA_CONTENT_COLLATE_DEFAULT, "number"}, REFUSED);
-    List({m_storage, "", MEDIA_CONTENT_COLLATE_DEFAULT, "MEDIA_SIZE, MEDIA_ID"}, REFUSED);
+    List({m_storage, std::string(5000, '(') + "1" + std::string(5000, ')')}, kRefused);
+    Count({m_storage, "MEDIA_TITLE = '" + std::string(100000, 'x') + "'"}, kRefused);
+    List({m_storage, "", MEDIA_CONTENT_COLLATE_DEFAULT, "number"}, kRefused);
+    List({m_storage, "", MEDIA_CONTENT_COLLATE_DEFAULT, "MEDIA_SIZE, MEDIA_ID"}, kRefused);
     EXPECT_EQ(Count({m_storage}), 81);
 }
 

@@ -41,19 +41,19 @@ TEST_F(MediaTest, ListsWhatTheStickHolds) {
 }
 
 TEST_F(MediaTest, AnswersWithoutConnection) {
-    constexpr auto CLOSED = MEDIA_CONTENT_ERROR_INVALID_OPERATION;
-    EXPECT_EQ(media_content_disconnect(), CLOSED);
-    EXPECT_EQ(Count({}, CLOSED), -1);
+    constexpr auto kClosed = MEDIA_CONTENT_ERROR_INVALID_OPERATION;
+    EXPECT_EQ(media_content_disconnect(), kClosed);
+    EXPECT_EQ(Count({}, kClosed), -1);
     EXPECT_EQ(media_content_scan_folder(
                   "/tmp", false, [](media_content_error_e, void*) {}, nullptr),
-              CLOSED);
+              kClosed);
     // Counted: one of two disconnects leaves the database open.
     Connect();
     Connect();
     Disconnect();
     EXPECT_EQ(Count({}), 0);
     Disconnect();
-    EXPECT_EQ(Count({}, CLOSED), -1);
+    EXPECT_EQ(Count({}, kClosed), -1);
 }
 
 TEST_F(MediaTest, RemembersStoragesMountedWhileClosed) {
@@ -179,10 +179,32 @@ TEST_F(MediaTest, ScansOneFolder) {
     EXPECT_EQ(Count({id}), 2);
     ScanFolder("a/x", true);
     EXPECT_EQ(Count({id}), 3);
+    WriteFile(Stick("a/.hidden/deep/three.jpg"));
+    for (const char* hidden : {"a/.hidden", "a/.hidden/deep"}) ScanFolder(hidden, true);
+    EXPECT_EQ(Count({id}), 3) << "hidden to whoever asks for it, too";
     fs::remove(Stick("a/x/one.jpg"));
     fs::remove_all(Stick("a/x/deep"));
     ScanFolder("a/x", true);
     EXPECT_EQ(Count({id}), 1);
+}
+
+// A second of silence.
+const std::string kSong(
+    "RIFF\x64\x1f\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x40\x1f\0\0\1\0\x8\0data"
+    "\x40\x1f\0\0",
+    44);
+
+TEST_F(MediaTest, WhatNoHelperCouldReadIsReadOnceOneCan) {
+    WriteFile(Stick("a/song.wav"), kSong + std::string(8000, '\0'));
+    for (const auto& [helper, milliseconds] :
+         {std::make_pair("/nonexistent/extractor", 0), std::make_pair(EXTRACT_HELPER, 1000)}) {
+        platform::ConfigureMediaService({DatabaseFile(), helper});
+        Connect();
+        EXPECT_EQ(Count({Mount("a", "U1")}), 1);
+        Unmount("a");
+        Disconnect();
+        EXPECT_EQ(Ask(DatabaseFile(), "SELECT duration FROM item"), milliseconds);
+    }
 }
 
 TEST_F(MediaTest, LooksAgainAtWhatChanged) {

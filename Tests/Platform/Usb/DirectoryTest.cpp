@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <future>
-#include <random>
 
 #include "Recorder.h"
 #include "UsbDevice/KeyFile.h"
@@ -235,16 +234,6 @@ TEST_F(DirectoryTest, NobodySeesAStorageBeforeTheDatabaseHasIt) {
     EXPECT_EQ(2u, ListDevices().size());
 }
 
-TEST_F(DirectoryTest, UnusedServiceIsSilentAndStartsAnew) {
-    MakeFolders({"stick"});
-    Start();
-    EXPECT_EQ(0, usb_device_fini());
-    MakeFolders({"unseen"});
-    EXPECT_EQ(0, usb_device_init());
-    EXPECT_EQ((Strings{Come("stick"), Go("stick"), Come("stick"), Come("unseen")}), Lines());
-    EXPECT_EQ(2u, ListDevices(USB_CLASS_MASS_STORAGE).size());
-}
-
 // ---- receivers -------------------------------------------------------------------------------
 
 struct Blocker {
@@ -310,48 +299,6 @@ TEST_F(DirectoryTest, AReceiverMayRemoveItself) {
     ASSERT_TRUE(WaitFor("mounted two"));
     EXPECT_EQ((Strings{Come("one"), "mounted one", "last one", Come("two"), "mounted two"}),
               Lines());
-}
-
-void Count(usb_device_s*, char*, void* userData) {
-    ++*static_cast<std::atomic<int>*>(userData);
-}
-
-// Receivers come and go, clients start and stop the service and list devices, while sticks are
-// plugged and pulled at random moments: what is listed at the end is what is there.
-TEST_F(DirectoryTest, FiveHundredPlugsAndPulls) {
-    Start();
-    std::atomic<bool> done{false};
-    std::atomic<int> counts[3] = {};
-    std::vector<std::thread> clients;
-    for (auto& count : counts)
-        clients.emplace_back([&] {
-            while (!done) {
-                EXPECT_EQ(0, usb_device_init());
-                EXPECT_EQ(0, usb_set_connected_cb(Count, &count));
-                ListDevices();
-                std::this_thread::yield();
-                EXPECT_EQ(0, usb_unset_connected_cb(Count, &count));
-                EXPECT_EQ(0, usb_device_fini());
-            }
-        });
-    EXPECT_EQ(0, usb_device_fini());  // whichever client is the last one ends the service
-    std::mt19937 random(7);
-    for (int cycle = 0; cycle < 500; ++cycle) {
-        const std::string stick = std::to_string(random() % 4);
-        MakeFolders({stick});
-        if (random() % 8 == 0) {
-            EXPECT_TRUE(WaitFor(Come(stick)));
-        }
-        fs::remove(root / stick);
-    }
-    EXPECT_EQ(0, usb_device_init());
-    MakeFolders({"9"});
-    ASSERT_TRUE(WaitFor("mounted 9"));
-    done = true;
-    for (std::thread& client : clients) client.join();
-    const Strings left = ListDevices();
-    ASSERT_EQ(1u, left.size());
-    EXPECT_NE(std::string::npos, left[0].find(" at " + PathOf("9"))) << left[0];
 }
 
 }  // namespace

@@ -97,7 +97,7 @@ bool Journal::WaitForAny(const Strings& lines, int times) {
             return std::count(m_lines.begin(), m_lines.end(), line) >= times;
         });
     };
-    if (m_added.wait_for(lock, std::chrono::seconds(10), came)) return true;
+    if (m_added.wait_for(lock, test::kDeadline, came)) return true;
     ADD_FAILURE() << ::testing::PrintToString(lines) << " never came " << times
                   << " times; the journal holds " << ::testing::PrintToString(m_lines);
     return false;

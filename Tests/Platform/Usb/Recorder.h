@@ -38,8 +38,8 @@ public:
     Strings Lines();
     void Clear();
 
-    // Waits until the journal holds any of the lines, or one of them so often; false after ten
-    // seconds, with what it holds as a test failure.
+    // Waits until the journal holds any of the lines, or one of them so often; false at the
+    // deadline, with what it holds as a test failure.
     bool WaitForAny(const Strings& lines, int times = 1);
 
     // While set, StorageMounted and StorageContentChanged do not return.
