@@ -1,4 +1,4 @@
-# `cpack -G DEB` in the build folder makes a Debian package.
+# `cpack -G DEB` in the build folder creates a Debian package.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME contents-mgr)
 set(CPACK_PACKAGE_VENDOR dorn)

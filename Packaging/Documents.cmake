@@ -1,4 +1,4 @@
-# What people read of an installed package: manual pages, made from the programs' own --help; the
+# The documents of an installed package: manual pages, generated from the programs' own --help; the
 # changelog; the copyright file; and the completion of the client's command line.
 find_program(HELP2MAN help2man)
 find_program(GZIP gzip REQUIRED)
@@ -26,7 +26,7 @@ endfunction()
 
 configure_file(documents/changelog.in changelog @ONLY)
 cm_compressed(changelog)
-# The programs must run where they are built. Those with a sanitizer are nobody's to install.
+# The programs must run on the build machine. Sanitizer builds are not meant to be installed.
 if(HELP2MAN AND NOT CMAKE_CROSSCOMPILING AND NOT CM_SANITIZE)
   cm_manual_page(contents-mgr 8)
   cm_manual_page(contentsctl 1)

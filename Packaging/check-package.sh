@@ -1,7 +1,7 @@
 #!/bin/sh
-# Makes the Debian package of what was built and looks at it as a distribution would: the programs
-# must be hardened and tell the package's version, and lintian must find no error.
-#   check-package.sh BUILD-FOLDER VERSION        exit status 77: lintian is not there
+# Creates the Debian package of the build and checks it as a distribution would: the programs
+# must be hardened and report the package's version, and lintian must find no error.
+#   check-package.sh BUILD-FOLDER VERSION        exit status 77: lintian is not installed
 set -eu
 
 scratch=$(mktemp -d)
@@ -17,7 +17,7 @@ package=$(echo "$scratch"/*.deb)
 root=$scratch/root
 dpkg-deb -x "$package" "$root"
 
-told() { # told PROGRAM EXPECTED: each program tells the version that the package has
+told() { # told PROGRAM EXPECTED: each program must report the package's version
     [ "$("$1" --version 2>&1)" = "$2 $(dpkg-deb -f "$package" Version)" ] ||
         complain "$2 --version: $("$1" --version 2>&1)"
 }
@@ -25,7 +25,7 @@ told() { # told PROGRAM EXPECTED: each program tells the version that the packag
 told "$root/usr/libexec/contents-mgr/contents-mgr" contents-mgr
 told "$root/usr/bin/contentsctl" contentsctl
 
-holds() { # holds PROGRAM WHAT PATTERN: readelf's account of it, in $elf
+holds() { # holds PROGRAM WHAT PATTERN: searches readelf's output, in $elf
     echo "$elf" | grep -qE "$3" || complain "$1: no $2"
 }
 for program in "$root"/usr/bin/* "$root"/usr/libexec/contents-mgr/*; do
@@ -37,8 +37,8 @@ for program in "$root"/usr/bin/* "$root"/usr/libexec/contents-mgr/*; do
     holds "$name" "binding at the start" "BIND_NOW|FLAGS_1.*NOW"
     holds "$name" "stack protector" __stack_chk_fail
     holds "$name" "fortified calls" "__[a-z]+_chk"
-    # The program's own mark is missing where the C library's start files have none, as in Debian 12;
-    # those hold a few such instructions at most.
+    # The program's own mark is missing if the C library's start files lack it, as in Debian 12;
+    # those contain a few such instructions at most.
     ! echo "$elf" | grep -q "Machine:.*X86-64" ||
         [ "$(objdump -d "$program" | grep -c endbr64)" -ge 50 ] ||
         complain "$name: no control-flow protection"

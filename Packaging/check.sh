@@ -1,7 +1,7 @@
 #!/bin/sh
-# Installs what was built below a scratch prefix and has systemd judge the units: they must verify
-# without a remark, and the service's exposure must stay below 1.5 of 10.
-#   check.sh BUILD-FOLDER        exit status 77: systemd-analyze is not there
+# Installs the build below a scratch prefix and checks the units with systemd: they must verify
+# without a warning, and the service's exposure must stay below 1.5 of 10.
+#   check.sh BUILD-FOLDER        exit status 77: systemd-analyze is not installed
 set -eu
 
 command -v systemd-analyze >/dev/null || exit 77

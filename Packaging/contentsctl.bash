@@ -1,5 +1,5 @@
-# Completion of contentsctl's command line. Commands and options are read from its help, storages
-# are asked of the service.
+# Completion of contentsctl's command line. Commands and options are read from its help; storages
+# are queried from the service.
 
 _contentsctl_commands() {
     contentsctl --help | sed -n '/^Commands:/,/^$/s/^  \([a-z][a-z]*\) .*/\1/p'
@@ -9,14 +9,14 @@ _contentsctl_options() {
     contentsctl --help | sed -n 's/^  \(-[a-z], \)\{0,1\}\(--[a-z-]*\).*/\2/p'
 }
 
-# Their labels, or the ids of those without one. Options that tell where the service is: "$@".
+# The storages' labels, or ids where there is no label. "$@": options that locate the service.
 _contentsctl_storages() {
     contentsctl "$@" --json storages | sed -n \
         -e 's/.*"partitionLabel":"\([^"][^"]*\)".*/\1/p' \
         -e '/"partitionLabel":""/s/.*"id":"\([^"][^"]*\)".*/\1/p'
 }
 
-# Offers those lines of standard input that begin with what has been typed.
+# Offers the lines of standard input that start with what has been typed.
 _contentsctl_offer() {
     local line
     while IFS= read -r line; do

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Measures the service against its aims, and prints one table. Usage: bench.sh [--quick|--cold]
-# Makes what it needs: libraries of real media files (kept below build/), databases (thrown away).
-# --cold, for root: first scans with a cold cache as well, for which the machine's caches are dropped.
+# Measures the service against its performance targets and prints one table.
+# Usage: bench.sh [--quick|--cold]
+# Creates what it needs: libraries of real media files (kept below build/) and databases (deleted
+# afterwards). --cold, for root: also measures first scans with a cold cache, for which the machine's
+# caches are dropped.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 quick='' cold=''
@@ -22,7 +24,7 @@ cmake --build "$build" --target "${programs[@]}" make-sample-media contents-mgr-
 
 files=20000 items=1000000 rounds=5 database=()
 [ -z "$quick" ] || files=400 items=20000 rounds=3 database=(--benchmark_min_time=0.02)
-library() { # library KIND: the folder of $files such files, made when it is missing
+library() { # library KIND: the folder with $files such files, created if missing
     local folder=$build/bench-$1-$files
     if [ ! -d "$folder" ]; then
         rm -rf "$folder.part"
@@ -35,7 +37,7 @@ library() { # library KIND: the folder of $files such files, made when it is mis
 out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
 failed= runs=0
-run() { # run PROGRAM ARG...: its output is shown and kept
+run() { # run PROGRAM ARG...: shows and keeps its output
     local kept
     runs=$((runs + 1))
     kept=$out/$runs
@@ -52,8 +54,8 @@ fi
 run CommandRoundTrip ${quick:+--quick}
 run ServiceRows ${quick:+--quick}
 
-# Rows come in three forms: tab-separated ones behind ROW; "WHAT A ms B ms RATIO aim X met"; and
-# the round trip's three lines.
+# Rows come in three forms: tab-separated after ROW; "WHAT A ms B ms RATIO aim X met"; and the round
+# trip's three lines.
 echo
 printf '%-62s %14s %14s %7s  %-16s %s\n' "what" "ours" "other" "ratio" "aim" ""
 cat "$out"/* | sed "s/1,000,000/$items/" | awk -F'\t' -v items="$items" '

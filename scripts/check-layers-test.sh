@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Tries check-layers.sh on trees that break each rule: it must refuse every one of them.
+# Runs check-layers.sh on trees that each break a rule: it must reject every one of them.
 set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 tree=$(mktemp -d)

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# The layers, checked: the plugin includes nothing of the platform but the seam's headers, and no
-# header of the libraries below the seam; the platform includes nothing of the plugin.
-# Usage: check-layers.sh [FOLDER]   (the checkout by default; another one tests this script)
+# Checks the layers: of the platform the plugin includes only the seam's headers, and no header of
+# the libraries below the seam; the platform includes nothing of the plugin.
+# Usage: check-layers.sh [FOLDER]   (the checkout by default; the script's test passes another one)
 set -uo pipefail
 cd "${1:-$(dirname "$0")/..}" || exit 2
 
 failed=0
-# refuse FOLDER PATTERN WHY: no file below FOLDER may include what matches.
+# refuse FOLDER PATTERN WHY: fails if a file below FOLDER has a matching include.
 refuse() {
     local found
     found=$(grep -rnE "^[[:space:]]*#[[:space:]]*include[[:space:]]*[<\"]$2" "$1" \
@@ -25,7 +25,7 @@ refuse ContentsMgr '([.][.]/)*(Platform/|Log/|PlivHost/|MediaContent/|UsbDevice/
     "the plugin reaches into the platform's folders"
 refuse Platform '([.][.]/)*ContentsMgr/' "the platform reaches into the plugin's folders"
 
-# Everything that the plugin includes in quotes is its own header or the seam's.
+# Everything that the plugin includes in quotes must be its own header or the seam's.
 strangers=$(grep -rnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*"' ContentsMgr \
     --include='*.h' --include='*.cpp' | grep -vE "\"($own|$seam)\.h\"")
 if [ -n "$strangers" ]; then

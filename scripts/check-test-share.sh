@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Holds the tests to a third of the code: lines of .h, .cpp, .py and .sh files without blanks and
-# comments; what lies under Tests/ and Fuzz/ is tests, the rest is product.
-# Usage: check-test-share.sh [-v]   (-v: a line for each folder of tests as well)
+# Limits the tests to a third of the code, in lines of .h, .cpp, .py and .sh files without blank
+# lines and comments: files under Tests/ and Fuzz/ are tests, all others are product.
+# Usage: check-test-share.sh [-v]   (-v: also prints a line for each folder of tests)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 git ls-files '*.h' '*.cpp' '*.py' '*.sh' | python3 -c '

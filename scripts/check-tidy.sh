@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Runs clang-tidy over all sources; .clang-tidy names the checks. The tests' headers take the analyser
-# longer than all the rest, so it leaves the tests out. Usage: check-tidy.sh [BUILD]   (build/dev)
+# Runs clang-tidy over all sources except the tests; .clang-tidy names the checks. The tests' headers
+# take the analyser longer than everything else together. Usage: check-tidy.sh [BUILD]   (build/dev)
 set -uo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build/dev}
 
-tidy() { # tidy CHECKS PATTERN...: prints what is found; fails when there is something
+tidy() { # tidy CHECKS PATTERN...: prints findings; fails if there are any
     local checks=$1
     shift
     git ls-files -z "$@" |

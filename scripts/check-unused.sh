@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Fails when a function of the product is used by nobody, its tests included.
+# Fails when a function of the product is unused, even by its tests.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-# Named by the interface, or overriding what a library calls.
+# Functions named by the interface, or overriding what a library calls.
 given='GetAddedTime|GetThumbnailPath|GetRating|GetMusicCopyright|GetMusicBitrate|GetMusicDuration'
 given+='|GetVideoDuration|GetVideoWidth|GetVideoHeight|GetDeviceName|GetVendorID|GetDiskType'
 given+='|PrintInformation|Deinit|StopSync|GetSyncState|m_GetStorageInfo|ThreadID'

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Shows the main job: builds the service, makes two sticks and a camera, starts the process, and asks
-# it for what is on them, first with contentsctl, then with plain gdbus. Leaves nothing running.
+# Demonstrates the main job: builds the service, creates two sticks and a camera, starts the
+# process, and queries their contents, first with contentsctl, then with plain gdbus. Leaves nothing
+# running.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh demo
@@ -16,8 +17,8 @@ fi
 rm -f "$log"
 PATH=$PWD/$build/bin:$PATH
 
-# The plugin takes as a USB storage what is mounted below /opt/storage/usb, wherever that stands in a
-# path: a folder of that name in a temporary one serves.
+# The plugin treats anything mounted below /opt/storage/usb as USB storage, wherever that text is in
+# the path, so a folder of that name in a temporary directory works.
 work=$(mktemp -d)
 root=$work/opt/storage/usb
 socket=unix:path=$work/socket
@@ -32,7 +33,7 @@ stop() {
 trap stop EXIT
 
 title() { printf '\n== %s\n' "$1"; }
-show() { # a command as a person would type it, and what it prints
+show() { # runs a command and shows it as a person would type it, with its output
     printf '$ %s\n' "${*//$work/}"
     "$@" | sed "s|$work||g"
 }
@@ -75,7 +76,7 @@ monitor=$!
 seen=0
 fresh() { tail -n "+$((seen + 1))" "$work/events"; }
 mark() { seen=$(wc -l <"$work/events"); }
-waitfor() { # waitfor EVENT: until the monitor has shown it since the last mark
+waitfor() { # waitfor EVENT: waits until the monitor has shown it since the last mark
     for _ in $(seq 100); do
         fresh | grep -q "$1" && return
         sleep 0.1
@@ -83,7 +84,7 @@ waitfor() { # waitfor EVENT: until the monitor has shown it since the last mark
     echo "demo: no $1 came" >&2
     exit 1
 }
-# The monitor listens when it tells of a storage that comes and goes; until then, again.
+# The monitor is listening once it reports a storage that comes or goes; until then, retry.
 for _ in $(seq 100); do
     mkdir "$root/TRIAL" && sleep 0.2 && rmdir "$root/TRIAL" && sleep 0.2
     fresh | grep -q 'USB_DISCONNECTED.*TRIAL' && break

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Sends random commands to the real service, and judges whether it crashed, hung or grew.
+# Sends random commands to the real service and checks whether it crashed, hung or grew.
 # Usage: fuzz-commands.sh [COUNT] [SEED]   (1000000, a random one)
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets and runs each for a while from its seeds, two at a time; those that read
-# whole files begin with sample media made anew. Ends in a line 'N passed, N failed'; what a target
-# fell over is kept in build/fuzz/findings.
+# Builds the fuzz targets and runs each for a while from its seeds, two at a time; targets that read
+# whole files start from freshly made sample media. Ends with a line 'N passed, N failed'; inputs that
+# broke a target are kept in build/fuzz/findings.
 # Usage: fuzz.sh [SECONDS]   (60 for each target by default)
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 2
@@ -15,10 +15,10 @@ mkdir -p "$findings"
 corpora=$(mktemp -d)
 trap 'rm -rf "$corpora"' EXIT
 
-# What the helper's limit of memory refuses to the libraries is refused here as well.
+# Allocations that the helper's memory limit refuses to the libraries are refused here as well.
 export ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=512
 
-run_target() { # run_target NAME: new inputs go to a corpus of their own, seeds stay as they are
+run_target() { # run_target NAME: new inputs go to a separate corpus; the seeds are unchanged
     local name=$1 log="$corpora/$1.log" seeds="Fuzz/seeds/$1" length=8192
     case $name in
         picture) seeds="$corpora/samples/Photos" length=65536 ;;

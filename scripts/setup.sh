@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are missing, and nothing else. Usage: setup.sh [demo|test|vm]
-# "demo" is what building and showing the service needs, "test" (the default) adds the tests', "vm" the
-# virtual machine's.
+# Installs missing Debian packages and nothing else. Usage: setup.sh [demo|test|vm]
+# "demo" is what building and demonstrating the service needs, "test" (the default) adds the tests'
+# packages, "vm" those of the virtual machine.
 set -euo pipefail
 
 packages=(

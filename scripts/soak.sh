@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Lets five clients work the real service hard while sticks come and go, and judges whether it has
+# Lets five clients load the real service while sticks come and go, and checks whether it has
 # grown, lost an event or answered late. Usage: soak.sh [SECONDS] [SEED]   (1800, a random one)
 set -euo pipefail
 cd "$(dirname "$0")/.."

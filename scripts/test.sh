@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds and runs everything that must hold: house rules, then the tests plain, under
-# AddressSanitizer and UBSan, and under ThreadSanitizer, then the package on a real kernel in a
-# virtual machine. Ends in a line 'N passed, N failed'.
+# Builds and runs all checks: house rules, then the tests plain, under AddressSanitizer and UBSan,
+# and under ThreadSanitizer, then the package on a real kernel in a virtual machine. Ends with a line
+# 'N passed, N failed'.
 # Usage: test.sh [PRESET...]   (dev asan tsan by default)
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 2
@@ -9,7 +9,7 @@ scripts/setup.sh test || exit 1
 
 passed=0
 failed=0
-count() { # count NAME COMMAND...: one check
+count() { # count NAME COMMAND...: runs one check
     local name=$1
     shift
     if "$@"; then
@@ -20,7 +20,7 @@ count() { # count NAME COMMAND...: one check
     fi
 }
 
-# ThreadSanitizer and a kernel that spreads memory far do not go together: no randomisation here.
+# ThreadSanitizer does not work with strong address space randomisation: disable it here.
 runner=()
 setarch "$(uname -m)" -R true 2>/dev/null && runner=(setarch "$(uname -m)" -R)
 
@@ -29,14 +29,14 @@ export UBSAN_OPTIONS=print_stacktrace=1
 export TSAN_OPTIONS=ignore_noninstrumented_modules=1:halt_on_error=0
 export GIO_USE_VFS=local
 
-# A clone in another folder may use what was compiled in this one.
+# A clone in another folder may reuse what was compiled in this one.
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
 
 check_format() {
     git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
 }
 
-# quietly COMMAND...: its output is shown when it fails.
+# quietly COMMAND...: shows the output only on failure.
 quietly() {
     local log
     log=$(mktemp)
@@ -73,7 +73,7 @@ run_preset() {
     failed=$((failed + bad))
 }
 
-# The checks in the virtual machine; skipped where QEMU cannot be installed.
+# The checks in the virtual machine; skipped if QEMU cannot be installed.
 run_machine() {
     local log status counts
     echo "== machine"
@@ -104,9 +104,9 @@ presets=("$@")
 for preset in "${presets[@]}"; do run_preset "$preset"; done
 if [ $# -eq 0 ]; then
     count "fuzzing, a few seconds a target" quietly scripts/fuzz.sh 3
-    # Whether they run and have every row: what they measure beside other work says little.
+    # Only whether they run and have every row: figures measured beside other work say little.
     count "the benchmarks" quietly scripts/bench.sh --quick
-    # The machine waits more than it works.
+    # The virtual machine mostly waits.
     tidy=$(mktemp)
     nice scripts/check-tidy.sh >"$tidy" 2>&1 &
     linting=$!

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Tries the package on a real kernel: builds it, boots Debian with its stock kernel in a virtual
-# machine, installs the package there, and plugs USB sticks in and out. Prints a line a check and
-# ends in 'N passed, N failed'. Everything is emulated: no KVM, no network, no device of this host.
+# Tests the package on a real kernel: builds it, boots Debian with its stock kernel in a virtual
+# machine, installs the package there, and plugs USB sticks in and out. Prints one line per check and
+# ends with 'N passed, N failed'. Everything is emulated: no KVM, no network, no device of this host.
 # Usage: vm-test.sh [PATTERN]    only the checks whose names match; exit status 77: no QEMU here
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -16,7 +16,7 @@ build=build/vm
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 rm -f $build/*.deb
-# The same package twice: what is upgraded from, and what is upgraded to.
+# The same package in two versions: the one to upgrade from, and the one to upgrade to.
 if ! { cmake -S . -B $build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCM_TESTS=OFF &&
     cmake --build $build && cd $build && cpack -G DEB && new=$(ls ./*.deb) &&
     cpack -G DEB -D CPACK_PACKAGE_VERSION=0.0.1; } >"$log" 2>&1; then
@@ -27,11 +27,11 @@ new=$(ls ./*.deb | grep -v '_0\.0\.1')
 old=$(ls ./*.deb | grep '_0\.0\.1')
 cd - >/dev/null
 
-# What a package depends on, without versions and alternatives.
+# The package's dependencies, without versions and alternatives.
 mapfile -t depends < <(dpkg-deb -f "$build/$new" Depends | tr ',' '\n' | sed 's/|.*//; s/(.*//; s/ //g')
 
 apt-cache show linux-image-amd64 >/dev/null 2>&1 || "${sudo[@]}" apt-get update -qq
-# Kept between runs and clones. The machine is made anew when what it is made of changes, or its kernel does.
+# Kept between runs and clones. The machine is rebuilt when its ingredients or its kernel change.
 key=$({ cat Tests/Vm/make-root.sh Tests/Vm/agent.sh; echo "${depends[@]}"; apt-cache depends linux-image-amd64; } |
     sha256sum | cut -c1-16)
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/contents-mgr-vm

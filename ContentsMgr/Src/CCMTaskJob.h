@@ -23,20 +23,20 @@ enum : int {
     COMMAND_TYPE_UNREGISTER = 3,
 };
 
-// One registered query. Odd request ids are folder browsing, even ones media.
+// One registered query. Odd request ids are folder queries, even ones media queries.
 struct QueryInfo {
     std::string storageId;
     MediaType mediaType = MEDIA_TYPE_NONE;
-    std::string folderPath;  // device path; folder browsing only
+    std::string folderPath;  // device path; folder queries only
     int requestId = 0;
     std::string syncOption;  // "true": wait for the storage's scan before counting
 };
 
 // One page request.
 struct FetchInfo {
-    int queryRequestId = 0;  // the query that was current when the page was asked for
+    int queryRequestId = 0;  // the query that was current when the page was requested
     int startIndex = 0;      // of the first item, from 0
-    int count = 0;           // items asked for, 1 to 1000
+    int count = 0;           // number of requested items, 1 to 1000
     int fetchRequestId = 0;
 };
 
@@ -46,7 +46,7 @@ struct InsertDeleteInfo {
     std::vector<std::string> items;  // full paths, or media ids, in the client's order
 };
 
-// One job for the worker: a command type and the record that it needs. Copied by value throughout.
+// One job for the worker: a command type and its record. Always copied by value.
 class CCMTaskJob {
 public:
     void SetCommandType(int type) { m_commandType = type; }
@@ -58,7 +58,7 @@ public:
     void SetInsertDeleteInfo(InsertDeleteInfo info) { m_insertDeleteInfo = std::move(info); }
     InsertDeleteInfo GetInserDeletetInfo() const { return m_insertDeleteInfo; }
 
-    // What is counted for it to its client, in bytes, while it waits and runs. 0: not counted.
+    // The bytes counted to the client for this job while it waits and runs. 0: not counted.
     void SetHeldBytes(size_t bytes) { m_heldBytes = bytes; }
     size_t GetHeldBytes() const { return m_heldBytes; }
 

@@ -27,13 +27,13 @@ Json::Value Seconds(time_t time) {
     return Helper::ConvertNumberToString(static_cast<int>(time));
 }
 
-// Both times are the time of modification: clients sort by either.
+// Both times are the modification time: clients sort by either.
 void SetTimes(Json::Value& item, const CMediaContent& content) {
     item["addedTime"] = Seconds(content.GetModifiedTime());
     item["modifiedTime"] = Seconds(content.GetModifiedTime());
 }
 
-// What pictures, videos and music share.
+// The keys shared by pictures, videos and music.
 void SetCommonKeys(Json::Value& item, const CMediaContent& content) {
     item["id"] = Text(content.GetUUID());
     item["filename"] = Text(content.GetName());
@@ -78,7 +78,7 @@ void FillItem(Json::Value& item, media_info_s* info, CMediaContentMusic& music) 
     item["tracknum"] = Text(music.GetMusicTrackNum());
 }
 
-// A record of no listed kind shows nothing, but is kept like any record that was shown.
+// A record of any other kind adds no members, but is kept like any record that was shown.
 void FillItem(Json::Value&, media_info_s* info, CMediaContent& content) {
     content.SetMediaInfo(info);
 }
@@ -89,7 +89,7 @@ void FillItemAs(Json::Value& item, media_info_s* info) {
     FillItem(item, info, *content);
 }
 
-// `status` is the caller's, kept from one subfolder to the next: one that cannot be asked shows the
+// The caller keeps `status` from one subfolder to the next: if stat fails, a subfolder shows the
 // times of the one before it.
 Json::Value SubfolderItem(const std::string& folderPath, const char* name, struct stat& status) {
     static_cast<void>(stat((folderPath + "/" + name).c_str(), &status));

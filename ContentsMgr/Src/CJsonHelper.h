@@ -16,25 +16,26 @@ namespace dorn {
 
 enum _eCMConvertType : int {
     CM_CONVERT_TO_DEVICE_PATH = 0,  // "$USB_DIR" becomes the USB mount root
-    CM_CONVERT_TO_CLIENT_PATH = 1,  // and back
+    CM_CONVERT_TO_CLIENT_PATH = 1,  // the reverse
 };
 
-// The JSON that clients see, and the conversions behind it. No state; any thread.
+// The JSON that clients see, and the conversions behind it. Stateless; thread-safe.
 class CJsonHelper {
 public:
-    // Append one element for the record to the array `items`. A getter that fails leaves its
-    // value's fall-back. GenerateMediaJson appends null for a record that is neither picture,
-    // video nor music.
+    // Append one element for the record to the array `items`. When a getter fails, its value keeps
+    // the fallback. GenerateMediaJson appends null for a record that is neither picture, video nor
+    // music.
     static void GenerateMediaJson(media_info_s* info, Json::Value& items);
     static void GenerateFolderMediaJson(media_info_s* info, Json::Value& items);
 
-    // Appends one object per visible subfolder of `folderPath` (a device path), from the
-    // `startIndex`-th on in directory order, until `addedCount` equals the page's count; raises
-    // `addedCount` for each. Reads the disk, not the database. Failures are logged only.
+    // Appends one object per visible subfolder of `folderPath` (a device path), starting at
+    // `startIndex` in directory order, until `addedCount` equals the page's count; increments
+    // `addedCount` for each. Reads the disk, not the database. Failures are only logged.
     static void GenerateBelowFolderJson(Json::Value& items, std::string folderPath, FetchInfo param,
                                         int& addedCount);
 
-    // Fills `out` with the storage's members, every one a string; asks the file system for sizes.
+    // Fills `out` with the storage's members, all of them strings; queries the file system for
+    // sizes.
     static void GenerateStorageInfoJson(Json::Value& out,
                                         boost::shared_ptr<CMediaStorage>& storage);
     static std::string GetDiskTypeAsString(DeviceClass deviceClass);
@@ -43,18 +44,18 @@ public:
     // Takes ownership of heap text and frees it; "" for null.
     static std::string ConvertCharToString(char* text);
 
-    // The text that a default output stream writes for the number, whatever the process's locale.
+    // Formats the number as a default output stream does, whatever the process's locale.
     template <typename Number>
     static std::string ConvertNumberToString(Number value);
 
-    // Replaces the first occurrence of the root by its token or of the token by the root, wherever
-    // it stands; any other text comes back as it is.
+    // Replaces the first occurrence of the root by its token, or of the token by the root, wherever
+    // it is in the text; any other text is returned unchanged.
     static std::string ConvertUsbBasePath(std::string path, _eCMConvertType kind);
 
     static std::string GetOrientationTypeAsString(media_content_orientation_e orientation);
     static std::string GetMediaTypeAsString(media_content_type_e type);
 
-    // "folder", "music", "photo" or "video"; false, and `type` as it was, for any other word.
+    // "folder", "music", "photo" or "video"; false, with `type` unchanged, for any other word.
     static bool ConvertFromString(std::string word, MediaType& type);
 };
 

@@ -5,20 +5,20 @@
 
 namespace dorn {
 
-// One media record. Made, read and dropped by one thread.
+// One media record. Created, read and destroyed by one thread.
 //
-// Getters call the platform each time. One that fails logs a line and yields null, 0 or 0.0. Texts
-// are the caller's, to be freed with free().
+// Getters call the platform each time. A failing getter logs a line and returns null, 0 or 0.0. The
+// caller owns returned texts and frees them with free().
 class CMediaContent {
 public:
     CMediaContent();
-    // Does not give its record back: a record that was shown stays known for the life of the
-    // process. Records are shared, so what this keeps is bounded by the library.
+    // Does not release its record: a record that was shown stays known for the life of the process.
+    // Records are shared, so the memory that this keeps is bounded by the library.
     virtual ~CMediaContent();
     CMediaContent(const CMediaContent&) = delete;
     CMediaContent& operator=(const CMediaContent&) = delete;
 
-    // Keeps a clone of `info`, which stays the caller's. Once, before any getter.
+    // Keeps a clone of `info`, which the caller still owns. Call once, before any getter.
     void SetMediaInfo(media_info_s* info);
 
     virtual char* GetUUID() const;

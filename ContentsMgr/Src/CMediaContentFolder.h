@@ -5,16 +5,16 @@
 
 namespace dorn {
 
-// One folder record. Getters call the platform each time; one that fails logs a line and yields
-// null. Texts are the caller's, to be freed with free().
+// One folder record. Getters call the platform each time; a failing getter logs a line and returns
+// null. The caller owns returned texts and frees them with free().
 class CMediaContentFolder {
 public:
     CMediaContentFolder();
-    ~CMediaContentFolder();  // gives the clone back, if any
+    ~CMediaContentFolder();  // releases the clone, if any
     CMediaContentFolder(const CMediaContentFolder&) = delete;
     CMediaContentFolder& operator=(const CMediaContentFolder&) = delete;
 
-    // Keeps a clone of `folder`, which stays the caller's. Once.
+    // Keeps a clone of `folder`, which the caller still owns. Call once.
     void SetMediaFolder(media_folder_s* folder);
 
     char* GetFolderUUID() const;

@@ -5,15 +5,14 @@
 
 namespace dorn {
 
-// A picture's record with its image metadata.
-// Both setters must have run before it is destroyed.
+// A picture's record with its image metadata. Both setters must be called before destruction.
 class CMediaContentImage : public CMediaContent {
 public:
     CMediaContentImage();
-    ~CMediaContentImage() override;  // gives both records back
+    ~CMediaContentImage() override;  // releases both records
 
-    // Fetches the kind's metadata of the record; a failure is logged, and every getter that needs
-    // it then fails with a line of its own.
+    // Fetches the record's image metadata; a failure is logged, and every getter that needs it then
+    // fails with its own log line.
     void SetImageMetaFromMediaInfo();
 
     int GetImageWidth() const;   // pixels

@@ -5,15 +5,14 @@
 
 namespace dorn {
 
-// A music record with its audio metadata.
-// Both setters must have run before it is destroyed.
+// A music record with its audio metadata. Both setters must be called before destruction.
 class CMediaContentMusic : public CMediaContent {
 public:
     CMediaContentMusic();
-    ~CMediaContentMusic() override;  // gives both records back
+    ~CMediaContentMusic() override;  // releases both records
 
-    // Fetches the kind's metadata of the record; a failure is logged, and every getter that needs
-    // it then fails with a line of its own.
+    // Fetches the record's audio metadata; a failure is logged, and every getter that needs it then
+    // fails with its own log line.
     void SetMusicMetaFromMediaInfo();
 
     char* GetMusicAlbum() const;

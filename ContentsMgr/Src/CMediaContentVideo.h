@@ -5,15 +5,14 @@
 
 namespace dorn {
 
-// A video's record with its video metadata.
-// Both setters must have run before it is destroyed.
+// A video's record with its video metadata. Both setters must be called before destruction.
 class CMediaContentVideo : public CMediaContent {
 public:
     CMediaContentVideo();
-    ~CMediaContentVideo() override;  // gives both records back
+    ~CMediaContentVideo() override;  // releases both records
 
-    // Fetches the kind's metadata of the record; a failure is logged, and every getter that needs
-    // it then fails with a line of its own.
+    // Fetches the record's video metadata; a failure is logged, and every getter that needs it then
+    // fails with its own log line.
     void SetVideoMetaFromMediaInfo();
 
     int GetVideoDuration() const;      // milliseconds

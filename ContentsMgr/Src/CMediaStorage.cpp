@@ -10,8 +10,8 @@
 namespace dorn {
 namespace {
 
-// Kilobytes in `blocks` blocks. The product wraps instead of overflowing: nothing that a damaged
-// file system says of itself may be undefined behaviour here.
+// Kilobytes in `blocks` blocks. The product wraps instead of overflowing: no value from a damaged
+// file system may cause undefined behaviour here.
 long long Kilobytes(long blockSize, uint64_t blocks) {
     const uint64_t bytes = static_cast<uint64_t>(static_cast<int64_t>(blockSize)) * blocks;
     return static_cast<int64_t>(bytes) / 1024;

@@ -26,13 +26,13 @@ enum DiskType : int {
     DISK_TYPE_OTHER = 2,
 };
 
-// One attached device: a partition of a mass storage, or a camera. Shared by pointer. Filled before
-// others see it; only its id is set later, when the database has come to know it, while a command
-// may be reading: that one is safe on any thread.
+// One attached device: a partition of a mass storage, or a camera. Shared by pointer. Filled in
+// before other threads see it; only the device id is set later, once the database knows the device,
+// possibly while a command reads the record: access to the id is thread-safe.
 class CMediaStorage {
 public:
     CMediaStorage();
-    ~CMediaStorage();  // gives the database's handle back, if any
+    ~CMediaStorage();  // releases the database's handle, if any
     CMediaStorage(const CMediaStorage&) = delete;
     CMediaStorage& operator=(const CMediaStorage&) = delete;
 
@@ -50,10 +50,10 @@ public:
     int GetBus() const;
     DeviceClass GetDeviceClass() const;
 
-    // Read from the mounted file system at each call, in units of 1024 bytes; 0 when it cannot be
-    // asked. May block for as long as the file system does.
+    // Read from the mounted file system at each call, in units of 1024 bytes; 0 when that fails.
+    // May block for as long as the file system does.
     long long GetDeviceTotalSize() const;
-    long long GetDeviceAvailableSize() const;  // with the blocks reserved for the superuser
+    long long GetDeviceAvailableSize() const;  // including blocks reserved for root
 
     // Texts are copied and must not be null.
     void SetDeviceName(const char* name);
@@ -61,7 +61,7 @@ public:
     void SetVendorID(int id);
     void SetManufacturer(const char* manufacturer);
     void SetDiskType(disktype_e type);
-    void SetMeidaStorage(void* storage);  // keeps a clone of the database's handle; once
+    void SetMeidaStorage(void* storage);  // keeps a clone of the database's handle; call once
     void SetFileSystem(fstype_e type);
     void SetModelName(const char* name);
     void SetSerial(const char* serial);

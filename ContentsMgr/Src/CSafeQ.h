@@ -9,9 +9,8 @@
 namespace dorn {
 
 // A list of jobs, oldest first, with any number of producers and one consumer. The consumer walks
-// it with a cursor; only it removes jobs, so its cursor stays good while others push. The mutex is
-// held for one step, never while a job runs. Waking the consumer is the owner's
-// business.
+// it with a cursor; only the consumer removes jobs, so its cursor stays valid while others push.
+// The mutex is held for one step, never while a job runs. The owner must wake the consumer.
 template <typename Job>
 class CSafeQ {
 public:
@@ -25,25 +24,26 @@ public:
     CSafeQ(const CSafeQ&) = delete;
     CSafeQ& operator=(const CSafeQ&) = delete;
 
-    // Appends a copy. When copying throws, the queue is as it was.
+    // Appends a copy. When copying throws, the queue is unchanged.
     void Push(const Job& job) {
         GMutexLock lock(m_mutex);
         m_jobs.push_back(job);
     }
 
-    // Consumer only: the oldest job's place.
+    // Consumer only: the position of the oldest job.
     Cursor First() {
         GMutexLock lock(m_mutex);
         return m_jobs.begin();
     }
 
-    // Consumer only: the job at the cursor, there until it is removed; null behind the last one.
+    // Consumer only: the job at the cursor, valid until it is removed; null past the last one.
     const Job* Peek(Cursor cursor) {
         GMutexLock lock(m_mutex);
         return cursor == m_jobs.end() ? nullptr : &*cursor;
     }
 
-    // Consumer only: the place behind the cursor, leaving the job (Skip) or destroying it (Remove).
+    // Consumer only: the position after the cursor, keeping the job (Skip) or destroying it
+    // (Remove).
     Cursor Skip(Cursor cursor) {
         GMutexLock lock(m_mutex);
         return std::next(cursor);

@@ -10,7 +10,7 @@ bool IsVisibleFolder(const dirent& entry) {
     return entry.d_name[0] != '.' && entry.d_type == DT_DIR;
 }
 
-// Reads into the caller's buffer; entries of other readers of the process are never touched.
+// Reads into the caller's buffer; never touches entries of other readers in the process.
 int ReadEntry(DIR* directory, dirent* buffer, dirent** result) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"

@@ -7,13 +7,13 @@
 
 namespace dorn {
 
-// Walks the visible subfolders of one directory, in the order in which the file system yields
-// them. What the file system does not itself call a directory (links, entries without type) is
-// none. One thread; the directory is closed with the object.
+// Iterates over the visible subfolders of one directory, in the file system's order. Only entries
+// that the file system itself reports as directories count (no links, no entries without a type).
+// One thread; the directory is closed on destruction.
 class DirectoryReader {
 public:
-    // EndWithGaps: all has been seen but entries whose names are too long for the buffer, as those
-    // of NTFS and FAT may be. The C library leaves such an entry out and says so at the end.
+    // EndWithGaps: all entries were seen except those whose names exceed the buffer, which NTFS and
+    // FAT allow. The C library skips such an entry and reports it at the end.
     enum class Step { Subfolder, End, EndWithGaps, Error };
 
     explicit DirectoryReader(const std::string& path);
@@ -23,10 +23,10 @@ public:
 
     bool IsOpen() const { return m_directory != nullptr; }
 
-    // Goes on to the next subfolder.
+    // Advances to the next subfolder.
     Step Next();
 
-    // The name of the subfolder that Next has found.
+    // The name of the subfolder found by Next.
     const char* Name() const { return m_entry.d_name; }
 
     // False when closing fails, or when nothing was open.

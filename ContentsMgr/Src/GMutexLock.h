@@ -15,7 +15,7 @@ private:
     GMutex& m_mutex;
 };
 
-// A GLib mutex that is made and cleared with its owner.
+// A GLib mutex that is initialised and cleared with its owner.
 class OwnGMutex {
 public:
     OwnGMutex() { g_mutex_init(&m_mutex); }

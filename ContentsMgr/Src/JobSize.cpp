@@ -3,12 +3,12 @@
 namespace dorn {
 namespace {
 
-constexpr size_t kHeapBlock = 32;                 // of a short text, and besides a long one
-constexpr size_t kJob = sizeof(CCMTaskJob) + 32;  // in its list
-constexpr size_t kJsonValue = 256;    // with its place in the array or object, key and short text
-constexpr size_t kPageItem = 3072;    // up to fifteen values
-constexpr size_t kTextCopies = 5;     // job, outcome, JSON, and written twice over as it grows
-constexpr size_t kParsingCopies = 5;  // document, values, list, and the list once more as paths
+constexpr size_t kHeapBlock = 32;                 // of a short text, and the overhead of a long one
+constexpr size_t kJob = sizeof(CCMTaskJob) + 32;  // including its list node
+constexpr size_t kJsonValue = 256;  // including its slot in the array or object, key and short text
+constexpr size_t kPageItem = 3072;  // up to fifteen values
+constexpr size_t kTextCopies = 5;   // job, result, JSON, and twice while the output grows
+constexpr size_t kParsingCopies = 5;  // document, values, list, and the list again as paths
 
 size_t BytesOfTexts(const std::vector<std::string>& texts) {
     size_t bytes = 0;
@@ -39,7 +39,7 @@ JobBytes BytesOf(const InsertDeleteInfo& info) {
     return {kJob + texts, info.items.size() * kJsonValue + kTextCopies * texts};
 }
 
-// Each comma, colon and opening bracket outside texts stands for a value at most.
+// Each comma, colon and opening bracket outside texts stands for at most one value.
 size_t ParsingBytes(const std::string& json) {
     size_t values = 1;
     bool inText = false;

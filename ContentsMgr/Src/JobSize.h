@@ -1,4 +1,4 @@
-// How much memory work takes, estimated from above.
+// Upper estimates of the memory that work takes.
 #ifndef CONTENTS_MGR_JOB_SIZE_H
 #define CONTENTS_MGR_JOB_SIZE_H
 
@@ -9,12 +9,12 @@
 
 namespace dorn {
 
-// Bytes of a text, or of all texts of a query, on the heap.
+// The heap bytes of a text, or of all texts of a query.
 size_t TextBytes(const std::string& text);
 size_t TextBytes(const QueryInfo& query);
 
-// Bytes of a job: while it waits, and those that running it takes besides, for its copies, its
-// outcome, and that as JSON.
+// The bytes of a job: those it takes while it waits, and those that running it takes in addition,
+// for its copies, its result, and the result as JSON.
 struct JobBytes {
     size_t waiting;
     size_t running;
@@ -23,7 +23,8 @@ JobBytes BytesOf(const QueryInfo& query);
 JobBytes BytesOf(const FetchInfo& fetch);
 JobBytes BytesOf(const InsertDeleteInfo& info);
 
-// Bytes that parsing the text takes, with the copies of its texts up to a job. Reads the text once.
+// The bytes that parsing the text takes, including the copies of its texts up to a job. Reads the
+// text once.
 size_t ParsingBytes(const std::string& json);
 
 }  // namespace dorn

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-// Clients compare texts made by these two classes, so their successors' other forms are no choice.
+// Clients compare the output of these two classes, and their successors format it differently.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 namespace dorn {
@@ -12,8 +12,8 @@ namespace {
 
 constexpr char kReplacement[] = "\xef\xbf\xbd";
 
-// The length of the character at `at`, 0 when the byte there begins none. NUL is one: JSON can
-// carry it.
+// The length of the character at `at`, 0 when no character begins there. NUL is a character: JSON
+// can carry it.
 size_t CharacterAt(const char* at, const char* end) {
     if (static_cast<unsigned char>(*at) < 0x80) return 1;
     const gunichar character = g_utf8_get_char_validated(at, end - at);

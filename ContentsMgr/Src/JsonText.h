@@ -7,9 +7,9 @@
 
 namespace dorn {
 
-// One line of ASCII ending in a newline, object keys sorted. Of texts that are not UTF-8 each bad
-// byte comes out as U+FFFD and all else as it is: the writer alone would take the bytes after a bad
-// one for its rest.
+// One line of ASCII ending in a newline, with object keys sorted. In texts that are not UTF-8 each
+// bad byte becomes U+FFFD and everything else is kept: the JSON writer alone would treat the bytes
+// after a bad one as part of it.
 std::string WriteJson(const Json::Value& value);
 
 // False for text that is not JSON. Throws Json::Exception when it is nested too deeply.

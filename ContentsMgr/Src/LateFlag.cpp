@@ -8,7 +8,7 @@
 
 namespace dorn {
 
-// The byte comes first: callbacks know nothing but its address.
+// The byte comes first: callbacks only know its address.
 struct LateFlag::Byte {
     unsigned char value = 0;
     std::atomic<int> references{1};
@@ -20,8 +20,8 @@ bool Load(const void* byte) {
     return __atomic_load_n(static_cast<const unsigned char*>(byte), __ATOMIC_ACQUIRE) != 0;
 }
 
-// Bytes whose single callback is still to come. One that has been set is done with; it is dropped
-// when the next one is parked, so no more are kept than callbacks are outstanding.
+// Bytes whose single callback is still to come. Bytes that have been set are freed when the next
+// one is parked, so the number kept is bounded by the outstanding callbacks.
 class Parking {
 public:
     void Park(void* byte) {

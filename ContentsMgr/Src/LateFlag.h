@@ -6,8 +6,8 @@
 namespace dorn {
 
 // One byte that a callback sets and a waiting job polls. The callback may come after the job has
-// given up, or after the whole engine is gone: the byte then lives on until nobody can write it
-// any more. Owned by the waiting thread; the callback may run on any other.
+// given up, or after the whole engine is gone: the byte then stays allocated until nobody can write
+// it any more. Owned by the waiting thread; the callback may run on any other.
 class LateFlag {
 public:
     LateFlag();
@@ -18,16 +18,17 @@ public:
 
     bool IsSet() const;
 
-    // The byte for a callback that comes exactly once. Until it has set the byte, it is kept.
+    // The byte for a callback that comes exactly once. It stays allocated until the callback has
+    // set it.
     void* ForSingleCallback();
-    // It will not come after all: it was refused.
+    // The callback will not come after all: it was refused.
     void NoCallback();
 
     // The byte for a GLib source; Unref is the source's destroy notification.
     void* ForSource();
     static void Unref(void* byte);
 
-    // What every such callback does.
+    // The body of every such callback.
     static void Set(void* byte);
 
 private:

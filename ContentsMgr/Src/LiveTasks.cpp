@@ -9,7 +9,7 @@ namespace {
 
 struct Entry {
     int callbacksInside = 0;
-    bool leaving = false;  // being removed: lets nobody in
+    bool leaving = false;  // being removed: no callback may enter
 };
 
 struct Registry {

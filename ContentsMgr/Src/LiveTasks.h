@@ -5,16 +5,17 @@ namespace dorn {
 
 class CPlivTaskContentsMgr;
 
-// Which task managers of this process are alive. The platform's callbacks carry a task manager as
-// their user data and may come when it is gone already: they ask here first.
+// The live task managers of this process. Platform callbacks carry a task manager as their user
+// data and may arrive after it is gone: they check here first.
 class LiveTasks {
 public:
     static void Add(CPlivTaskContentsMgr* task);
 
-    // After this no new callback gets in, and those inside have left. Not from inside a callback.
+    // Once this returns, no new callback can enter, and those inside have left. Not from inside a
+    // callback.
     static void Remove(CPlivTaskContentsMgr* task);
 
-    // Keeps a task manager alive for the length of one callback, on whatever thread.
+    // Keeps a task manager alive for the duration of one callback, on any thread.
     class Pin {
     public:
         explicit Pin(void* userData);

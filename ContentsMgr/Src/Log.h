@@ -1,4 +1,4 @@
-// The plugin's log lines: one macro, one form.
+// The plugin's log lines: one macro, one format.
 #ifndef CONTENTS_MGR_LOG_H
 #define CONTENTS_MGR_LOG_H
 

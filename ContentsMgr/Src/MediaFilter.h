@@ -5,8 +5,8 @@
 
 namespace dorn {
 
-// One filter for the length of one operation. Given back through the task manager, which logs
-// when that fails: so also for a filter that could not be made.
+// One filter for the duration of one operation. Released through the task manager, which logs a
+// failure to do so, also for a filter that could not be created.
 class MediaFilter {
 public:
     explicit MediaFilter(CPlivTaskContentsMgr& task) : m_task(task) {}
@@ -21,7 +21,7 @@ public:
         m_task.m_DestroyFilter(m_handle);
         Forget();
     }
-    void Forget() { m_forgotten = true; }  // nothing was made and nobody is to hear of it
+    void Forget() { m_forgotten = true; }  // nothing was created and nothing is to be logged
     operator media_filter_h() const { return m_handle; }
 
 private:
@@ -30,7 +30,7 @@ private:
     bool m_forgotten = false;
 };
 
-// Every kind of item that a folder shows.
+// All kinds of items that a folder shows.
 constexpr char kFolderItemsCondition[] =
     " (MEDIA_TYPE = 0 OR MEDIA_TYPE = 1 OR MEDIA_TYPE = 2 OR MEDIA_TYPE = 3) ";
 

@@ -9,21 +9,20 @@
 
 namespace dorn {
 
-// The length of what the waits of this system call a second. Set by tests only, before any engine
-// exists.
+// The length of a "second" in this system's waits. Set only by tests, before any engine exists.
 void SetPauseUnit(std::chrono::milliseconds unit);
 std::chrono::milliseconds PauseUnit();
 
 // The limit of a scan wait: 60 of these seconds.
 guint ScanTimeoutMilliseconds();
 
-// A request to stop that ends pauses at once. Any thread.
+// A request to stop that ends pauses at once. Thread-safe.
 class StopSignal {
 public:
     void Raise();
     void Clear();
 
-    // Waits one second; false when the signal was raised before it was over.
+    // Waits one second; false when the signal was raised meanwhile.
     bool Pause();
 
 private:

@@ -1,5 +1,5 @@
-// Defines one getter of a media wrapper: one call into the platform, one log line when it fails.
-// A macro, since the line carries the getter's own name.
+// Defines one getter of a media wrapper: one call to the platform, and one log line if it fails. A
+// macro, since the line contains the getter's own name.
 #ifndef CONTENTS_MGR_PLATFORM_GETTER_H
 #define CONTENTS_MGR_PLATFORM_GETTER_H
 

@@ -9,7 +9,7 @@
 
 namespace dorn {
 
-// The database's storage handles of one listing.
+// The database's storage handles from one listing.
 class StorageHandles {
 public:
     StorageHandles() = default;
@@ -31,7 +31,7 @@ private:
     std::vector<void*> m_handles;
 };
 
-// One list of devices, given back through the task manager.
+// One list of devices, released through the task manager.
 class UsbList {
 public:
     explicit UsbList(CPlivTaskContentsMgr& task) : m_task(task) {}
@@ -48,8 +48,8 @@ public:
         return count;
     }
 
-    // The walk's next device: of index 0 first, then one after the other. Null, and logged, when
-    // it cannot be had.
+    // The next device of the iteration: index 0 first, then in order. Null, and logged, when it
+    // cannot be read.
     usb_device_s* At(int index) {
         usb_device_s* device = nullptr;
         if (index == 0) {

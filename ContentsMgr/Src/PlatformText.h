@@ -5,7 +5,7 @@
 
 namespace dorn {
 
-// Owns one text that a getter of the platform has allocated.
+// Owns one text allocated by a platform getter.
 class PlatformText {
 public:
     PlatformText() = default;
@@ -20,7 +20,7 @@ private:
     char* m_text = nullptr;
 };
 
-// Calls one text getter on a handle; an empty text when it fails.
+// Calls one text getter on a handle; empty when it fails.
 // NOLINTBEGIN(bugprone-macro-parentheses): a name that is declared
 #define CM_PLATFORM_TEXT(name, getter, handle) \
     dorn::PlatformText name;                   \

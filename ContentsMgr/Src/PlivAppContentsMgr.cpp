@@ -23,7 +23,7 @@ CPlivEngineBase* CPlivAppContentsMgr::CreatePlivEngine() {
     }
     if (!engine->Init()) {
         CM_PROGRESS("CPlivEngineContentsMgr->Init() failed");
-        return nullptr;  // never happens: Init does nothing that could fail
+        return nullptr;  // never happens: Init cannot fail
     }
     return engine;
 }

@@ -5,13 +5,13 @@
 
 namespace dorn {
 
-// The application object: makes an engine for each client that opens the plugin.
+// The application object: creates an engine for each client that opens the plugin.
 class CPlivAppContentsMgr : public CPlivAppBase {
 public:
     CPlivAppContentsMgr();
     ~CPlivAppContentsMgr() override;
 
-    // A new engine with a task manager of its own; the caller owns it.
+    // A new engine with its own task manager; the caller owns it.
     CPlivEngineBase* CreatePlivEngine() override;
 };
 

@@ -15,15 +15,15 @@ namespace {
 
 using Storages = std::vector<boost::shared_ptr<CMediaStorage>>;
 
-// A number that no int holds becomes the nearest that one does, which is no id and no place on any
-// page: it is refused, not taken for another.
+// A number out of int's range becomes the nearest int, which is neither an id nor a position on any
+// page: it is refused, not taken for another number.
 int ToInteger(const std::string& text) {
     const long number = strtol(text.c_str(), nullptr, 10);
     return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
 }
 
-// The texts of an array, each as `take` returns it; empty when the member is missing. Throws at the
-// first element that is no text, after those before it were taken.
+// The texts of an array, each converted by `take`; empty when the member is missing. Throws at the
+// first element that is not a text, after taking those before it.
 template <typename Take>
 std::vector<std::string> ReadTexts(const Json::Value& array, Take take) {
     std::vector<std::string> texts;
@@ -41,7 +41,7 @@ std::string ToDevicePath(const std::string& path) {
     return CJsonHelper::ConvertUsbBasePath(path, CM_CONVERT_TO_DEVICE_PATH);
 }
 
-// Bytes counted to an engine's client for as long as it lives; false when they are refused.
+// Bytes counted to an engine's client for the object's lifetime; false when they are refused.
 class Held {
 public:
     Held(CPlivEngineBase& engine, size_t bytes)
@@ -201,7 +201,7 @@ bool CPlivEngineContentsMgr::m_ExecuteGetStorages(Call& call) {
     return true;
 }
 
-// The ids are read, so that wrong ones are refused, and dropped: every client gets every event.
+// The ids are parsed, so that invalid ones are refused, and dropped: every client gets every event.
 bool CPlivEngineContentsMgr::m_ExecuteSubscription(Call& call) {
     const Held held(*this, ParsingBytes(call.arg1));
     Json::Value root;
@@ -213,7 +213,7 @@ bool CPlivEngineContentsMgr::m_ExecuteSubscription(Call& call) {
     return true;
 }
 
-// The database synchronises by itself; there is nothing to start, stop or ask.
+// The database synchronises by itself; there is nothing to start, stop or query.
 bool CPlivEngineContentsMgr::m_ExecutePlaceholder(Call& call) {
     m_Return(call, 0);
     return true;

@@ -1,4 +1,4 @@
-// The engine's notifications. Names and keys are the clients' interface, as they stand.
+// The engine's notifications. Names and keys are the clients' interface and must not change.
 #include "CJsonHelper.h"
 #include "JsonText.h"
 #include "Log.h"
@@ -104,7 +104,7 @@ void CPlivEngineContentsMgr::OnFetchFinished(int result, int id, Json::Value& it
     SetPageMembers(payload, result, id, isFirstPage, isLastPage);
     const char* key = ItemKey(type);
     const bool withItems = result == 1 && key;
-    if (withItems) payload[key].swap(items);  // lent, as pages can be large
+    if (withItems) payload[key].swap(items);  // borrowed, as pages can be large
     std::string text = WriteJson(payload);
     if (withItems) payload[key].swap(items);
     SendEvent(EVENT_KIND_CONTENTS, "FETCH_COMPLETED", std::move(text));

@@ -1,4 +1,4 @@
-// The connection to the platform: its services and what they notify.
+// The connection to the platform: its services and their notifications.
 #include "Log.h"
 #include "PlivEngineContentsMgr.h"
 #include "PlivTaskContentsMgr.h"
@@ -38,8 +38,8 @@ bool CPlivTaskContentsMgr::m_ListStoragesAnew() {
     return false;
 }
 
-// The database first; while it will not let go, the USB service is left as it is. Without the
-// storage mutex: the close may wait for a report that wants it.
+// Disconnects the database first; if it refuses, the USB service is left as it is. Runs without the
+// storage mutex: closing may wait for a report that takes it.
 void CPlivTaskContentsMgr::m_CloseAfterFailedConnect() {
     if (media_content_disconnect() == 0)
         usb_device_fini();
@@ -47,8 +47,8 @@ void CPlivTaskContentsMgr::m_CloseAfterFailedConnect() {
         CM_PROGRESS("failed to Media_content_disconnect");
 }
 
-// The watchers take what is registered for their class when they are made: no other engine may
-// register in between.
+// A watcher takes the callback stored for its class when it is created: no other engine may store
+// one in between.
 void CPlivTaskContentsMgr::m_StartWatchers() {
     static OwnGMutex registering;
     GMutexLock lock(registering);
@@ -63,7 +63,7 @@ bool CPlivTaskContentsMgr::Disconnect() {
         CM_PROGRESS(" Media is already Disonnected");
         return false;
     }
-    // A notification that is being worked on ends its pauses, so that the watchers can end.
+    // A notification in progress ends its pauses, so that the watchers can end.
     m_endPairing.Raise();
     m_usbWatcher.reset();
     m_syncWatcher.reset();

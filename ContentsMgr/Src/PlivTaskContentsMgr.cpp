@@ -50,8 +50,8 @@ namespace {
 
 using JobQueue = CSafeQ<CCMTaskJob>;
 
-// Takes a job off the queue when it has run, also when it ended in an exception: it would stand
-// before all later jobs otherwise.
+// Removes a job from the queue when it has run, even if it threw: it would otherwise block all
+// later jobs.
 template <typename Then>
 class FinishedJob {
 public:
@@ -72,7 +72,7 @@ private:
 
 }  // namespace
 
-// Several posts may be answered by one drain; the later wake-ups then find nothing to do.
+// One drain may handle several posts; the later wake-ups then find nothing to do.
 void CPlivTaskContentsMgr::m_Process() {
     auto cursor = m_jobs.First();
     while (m_running) {
@@ -111,7 +111,8 @@ void CPlivTaskContentsMgr::m_RunJob(const CCMTaskJob& job) {
     }
 }
 
-// One job runs at a time, so of what running takes only the most is counted, until none is left.
+// Only one job runs at a time, so for running only the largest need is counted, until no job is
+// left.
 bool CPlivTaskContentsMgr::m_HoldJob(CCMTaskJob& job, const JobBytes& bytes, size_t more) {
     auto* engine = m_engine.load();
     if (!engine) return true;

@@ -27,7 +27,7 @@ class LateFlag;
 class SyncCompletionWatcher;
 class USBConnectionWatcher;
 
-// Declared for clients that will ask for it; nothing fills it in yet.
+// Declared for future clients; nothing sets it yet.
 enum SyncState : int {
     SYNC_STATE_UNKNOWN = 0,
     SYNC_STATE_RUNNING = 1,
@@ -39,41 +39,41 @@ enum SyncState : int {
 //
 // Threads: "commands" is the framework's thread of this engine, one at a time; "worker" the thread
 // of this object; "dispatcher" whichever thread runs the default main context, possibly that of
-// another engine's watcher. Operations answer true for success and log what fails.
+// another engine's watcher. Operations return true for success and log failures.
 // Lock order: m_processMutex, then the queue's or the query list's own mutex; the storage mutex is
 // never held together with them. No lock is held while a job runs or the engine is called.
 class CPlivTaskContentsMgr : public ThreadCM {
 public:
     using StorageList = std::vector<boost::shared_ptr<CMediaStorage>>;
 
-    CPlivTaskContentsMgr();  // the worker runs when it returns
-    // Disconnects if connected, ends the worker after the job that it runs (a scan wait ends at
-    // once), frees the jobs still queued, and returns when no callback is inside any more.
+    CPlivTaskContentsMgr();  // the worker is running on return
+    // Disconnects if connected, stops the worker after its current job (a scan wait ends at once),
+    // frees the jobs still queued, and returns once no callback is inside any more.
     ~CPlivTaskContentsMgr() override;
 
-    // The engine that is told of outcomes; not owned. Once, before the first command.
+    // The engine that receives the results; not owned. Call once, before the first command.
     bool SetEngineHandle(CPlivEngineContentsMgr* engine);
 
     // ---- Connection and storages (commands) ----
 
-    // True also when connected already.
+    // True also when already connected.
     bool Connect();
-    // False when not connected, or when the database will not let go: then still connected, but
-    // without notifications, and to be tried again.
+    // False when not connected, or when the database refuses to disconnect: then it is still
+    // connected, but without notifications, and the call may be retried.
     bool Disconnect();
-    // Discovers the storages anew and appends them to `out`. May pause for two seconds while the
-    // database has not recorded a stick yet, with the storage mutex held.
+    // Discovers the storages again and appends them to `out`. May pause for two seconds, with the
+    // storage mutex held, while the database has not recorded a stick yet.
     bool GetStorages(StorageList& out);
 
     // ---- Queries (commands) ----
 
-    // What queues work is refused, with a log line, when the client makes the service hold as much
-    // as it may.
+    // Commands that queue work are refused, with a log line, when the client has reached its limit
+    // of what the service holds for it.
 
     // Registers a query, makes it the current one and queues its count.
     bool Query(std::string storageId, MediaType mediaType, std::string folderPath,
                std::string syncOption);
-    // Counts a registered query now. True whenever the id is known, also when counting fails.
+    // Counts a registered query now. True whenever the id is known, even when counting fails.
     bool GetCount(int requestId, int& count);
     // Queues a page of the current query; blocks for a fresh count.
     bool Fetch(int startIndex, int count, int& fetchRequestId);
@@ -82,7 +82,7 @@ public:
     bool UnregisterContents(std::string storageId, std::vector<std::string> mediaIds,
                             int& requestId);
 
-    // The database synchronises by itself: both do nothing and answer true.
+    // The database synchronises by itself: both do nothing and return true.
     bool StopSync(std::string storageId);
     bool GetSyncState(std::string storageId, SyncState& state);
 
@@ -96,7 +96,7 @@ public:
     void m_RegisterContents(InsertDeleteInfo info);
     void m_UnregisterContents(InsertDeleteInfo info);
 
-    // ---- Parts of the above (any thread, unless told otherwise) ----
+    // ---- Helpers of the above (any thread, unless noted otherwise) ----
 
     // The next request id: odd for folder queries (1), even for media queries, the next number
     // for anything else (0). The caller holds m_processMutex.
@@ -104,16 +104,16 @@ public:
     bool m_GetQueryInfo(QueryInfo& info, int requestId);
     bool m_SetMediaType(MediaType type, std::string& condition);
     bool m_GetMediaCount(int& count, QueryInfo query);
-    // Adds to `count`: items known in the folder, and visible subfolders on disk.
+    // Adds to `count`: the folder's items in the database, and its visible subfolders on disk.
     bool m_GetFolderCount(int& count, QueryInfo query);
-    // The database's id of the query's folder; left as it was when the folder is unknown.
+    // The database's id of the query's folder; unchanged when the folder is unknown.
     bool m_GetFolderId(std::string& folderId, QueryInfo query);
     bool m_DestroyFilter(media_filter_h filter);
     bool m_GetMediaContents(Json::Value& items, QueryInfo query, FetchInfo fetch);
     bool m_GetFolderMediaContents(Json::Value& files, QueryInfo query, FetchInfo fetch,
                                   int folderCount);
 
-    // The caller holds the storage mutex wherever `list` is the storage list.
+    // The caller must hold the storage mutex if `list` is the storage list.
     bool m_GetStorages(StorageList& list);
     bool m_AddStorage(usb_device_s* device, StorageList& list);
     bool m_SetStorageInfo(void* mediaStorage, usb_device_s* device, StorageList& list);
@@ -121,11 +121,11 @@ public:
     bool m_GetStorageInfo(usb_device_s* device, boost::shared_ptr<CMediaStorage>& out);
     void m_DestroyUSBList(usb_device_list_s* list);
 
-    // The listed storage mounted there, or null. Takes the storage mutex.
+    // The listed storage mounted at that path, or null. Takes the storage mutex.
     boost::shared_ptr<CMediaStorage> m_GetStorageByMountPath(std::string mountPath);
 
-    // Brings the storage list up to date with one notification and puts the record to report in
-    // `storage`. Takes the storage mutex, pauses included.
+    // Updates the storage list from one notification and sets `storage` to the record to report.
+    // Takes the storage mutex, also during pauses.
     void m_UpdateSotrages(usb_device_s* device, boost::shared_ptr<CMediaStorage>& storage,
                           bool connected);
     void m_OnUsbConnectionChanged(bool connected, boost::shared_ptr<CMediaStorage>& storage);
@@ -144,7 +144,7 @@ public:
     // Set the byte at their user data; any thread, at any time.
     static gboolean s_TimeOutCallback(void* flag);
     static void s_FolderScanCompletedCallback(media_content_error_e error, void* userData);
-    // Inside a listing, on the listing's thread; `userData` is what collects. Always true.
+    // Called during a listing, on its thread; `userData` is the collector. Always true.
     static bool s_GetStorageCallback(void* storage, void* userData);
     static bool s_GetMediaCallback(media_info_s* media, void* userData);
     static bool s_GetFolderMediaCallback(media_info_s* media, void* userData);
@@ -154,8 +154,8 @@ private:
     enum class WaitEnd { Complete, TimedOut };
 
     void m_RunJob(const CCMTaskJob& job);
-    // Makes a request id, lets `fill(job, id)` complete the job, queues it and wakes the worker.
-    // False, and nothing has happened, when the client may not make the service hold that.
+    // Creates a request id, lets `fill(job, id)` complete the job, queues it and wakes the worker.
+    // False, without any effect, when that would exceed the client's limit.
     template <typename Fill>
     bool m_QueueJob(const JobBytes& bytes, Fill fill);
     // Counts the job, and `more` bytes, to the client. The caller holds m_processMutex.
@@ -174,12 +174,12 @@ private:
     bool m_AddCameras(StorageList& list);
     void m_ReportScanEnd(int error, const std::string& path);
 
-    // Constant after construction, or synchronising themselves.
+    // Constant after construction, or internally synchronised.
     std::atomic<CPlivEngineContentsMgr*> m_engine{nullptr};
     std::atomic<bool> m_connected{false};
     std::atomic<bool> m_running{true};
-    StopSignal m_stop;          // raised for good by the destructor
-    StopSignal m_endPairing;    // raised while notifications are being shut off
+    StopSignal m_stop;          // raised permanently by the destructor
+    StopSignal m_endPairing;    // raised while notifications are being stopped
     SemphoreCM m_jobSemaphore;  // posted once per queued job
     CSafeQ<CCMTaskJob> m_jobs;
     std::atomic<int> m_currentQueryId{0};
@@ -188,16 +188,16 @@ private:
     // Guarded by m_processMutex.
     OwnGMutex m_processMutex;
     int m_requestId = 0;
-    size_t m_countedJobs = 0;   // that wait or run
-    size_t m_runningBytes = 0;  // counted for the largest of these to run: one runs at a time
+    size_t m_countedJobs = 0;   // waiting or running
+    size_t m_runningBytes = 0;  // counted for the largest of these: only one runs at a time
 
-    // Guarded by m_queryMutex, which is held for one copy. Changed by commands alone, which so read
-    // it without.
+    // Guarded by m_queryMutex, which is held for one copy. Only commands change it, so commands
+    // read it without the mutex.
     OwnGMutex m_queryMutex;
     QueryList m_queries;
 
-    // Guarded by m_storageMutex, except that Disconnect empties the list without it: that, and the
-    // one reader that may then be about, hold m_storageClearMutex for the length of a copy.
+    // Guarded by m_storageMutex, except that Disconnect empties the list without it: Disconnect,
+    // and the one reader that may run at the same time, hold m_storageClearMutex for one copy.
     OwnGMutex m_storageMutex;
     OwnGMutex m_storageClearMutex;
     StorageList m_storages;

@@ -24,7 +24,7 @@ bool IsLastPage(int total, const FetchInfo& fetch) {
 
 }  // namespace
 
-// A count that fails leaves 0.
+// Returns 0 when counting fails.
 int CPlivTaskContentsMgr::m_CountCurrent(int queryId, const QueryInfo& query) {
     int total = 0;
     if (IsFolderQuery(queryId))
@@ -58,7 +58,7 @@ bool CPlivTaskContentsMgr::Fetch(int startIndex, int count, int& fetchRequestId)
     });
 }
 
-// The page comes from the query that is current now, whichever it was when the page was asked for.
+// The page comes from the query that is current now, not when the page was requested.
 void CPlivTaskContentsMgr::m_Fetch(FetchInfo fetch) {
     const int queryId = m_currentQueryId;
     QueryInfo query;

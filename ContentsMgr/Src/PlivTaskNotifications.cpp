@@ -1,4 +1,4 @@
-// Notifications of the platform: devices that come and go, and changes of the database.
+// Platform notifications: devices that come and go, and database changes.
 #include <sys/time.h>
 
 #include <boost/make_shared.hpp>
@@ -17,7 +17,7 @@ namespace {
 
 constexpr char kRule[] = "==================================================\n";
 
-// Seconds and microseconds of now in one number, so that it can be kept in one atomic.
+// The current seconds and microseconds in one number, so that it fits in one atomic.
 gint64 PackedNow() {
     timeval now{};
     gettimeofday(&now, nullptr);
@@ -52,7 +52,7 @@ int ClassOf(usb_device_s* device) {
     return deviceClass;
 }
 
-// Two cameras of one model may share every text: bus and address tell them apart.
+// Two cameras of one model may have identical texts: bus and address distinguish them.
 struct CameraIdentity {
     explicit CameraIdentity(usb_device_s* device)
         : serial(DeviceText(device, usb_device_get_serial)),
@@ -71,7 +71,7 @@ struct CameraIdentity {
     int bus, address;
 };
 
-// What one notification asks for. Ignored: nothing.
+// What a notification requires. Ignored: nothing.
 enum class Change { Ignored, Connected, Disconnected };
 
 Change ClassifyMount(const char* action, usb_device_s* device, Change change) {
@@ -83,7 +83,8 @@ Change ClassifyMount(const char* action, usb_device_s* device, Change change) {
     return change;
 }
 
-// Devices with a file system are told by their mounts; only cameras come and go as such.
+// Devices with a file system are reported by their mounts; only cameras are plugged and unplugged
+// as devices.
 Change ClassifyDevice(const char* action, usb_device_s* device, Change change) {
     if (ClassOf(device) != USB_CLASS_STILL_IMAGE) {
         CM_PROGRESS("ACTION : [%s], not USB_CAMERA...\n", action);
@@ -146,7 +147,7 @@ Storage FindConnected(usb_device_s* device, const Storages& storages, Storage ot
     return found;
 }
 
-// Removes every record of the camera; the last one is reported.
+// Removes every record of the camera; reports the last one.
 void RemoveCamera(usb_device_s* device, Storages& storages, Storage& reported) {
     CM_PROGRESS(" USB_CAMERA disconnected...\n");
     const CameraIdentity camera(device);
@@ -161,8 +162,8 @@ void RemoveCamera(usb_device_s* device, Storages& storages, Storage& reported) {
     }
 }
 
-// Removes the first record with the device's mount path. A stick's record is reported; anything
-// else is reported as the device tells it.
+// Removes the first record with the device's mount path. For a stick that record is reported;
+// otherwise the report is made from the device.
 void RemoveMounted(usb_device_s* device, Storages& storages, Storage& reported) {
     const std::string path = DeviceText(device, usb_device_get_mountpath);
     bool found = false;

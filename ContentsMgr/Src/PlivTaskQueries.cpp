@@ -18,8 +18,8 @@ using FolderList = std::vector<boost::shared_ptr<CMediaContentFolder>>;
 
 enum : int { QUERY_FAILED = 0, QUERY_SUCCEEDED = 1, QUERY_TIMED_OUT = -10 };
 
-// A GLib time-out on the default main context that sets a flag; removed with the object. A
-// call that is under way on the main loop's thread then still finds its byte.
+// A GLib time-out on the default main context that sets a flag; removed on destruction. A call in
+// progress on the main loop's thread can then still set its byte.
 class ScanTimeout {
 public:
     explicit ScanTimeout(LateFlag& flag)
@@ -67,7 +67,7 @@ bool CPlivTaskContentsMgr::Query(std::string storageId, MediaType mediaType, std
         job.SetCommandType(COMMAND_TYPE_QUERY);
         job.SetQueryInfo(query);
         m_jobs.Push(job);
-        // Listed before it is the current one: whoever reads the current id finds its query.
+        // Listed before it becomes current: whoever reads the current id finds its query.
         GMutexLock queryLock(m_queryMutex);
         m_queries.Add(query);
         m_currentQueryId = query.requestId;
@@ -141,7 +141,7 @@ bool CPlivTaskContentsMgr::m_GetFolderId(std::string& folderId, QueryInfo query)
     media_filter_set_condition(filter, "FOLDER_STORAGE_TYPE = 1", MEDIA_CONTENT_COLLATE_NOCASE);
     if (media_folder_foreach_folder_from_db(filter, s_GetMediaFolderCallback, &folders) != 0)
         CM_PROGRESS("Error media_folder_foreach_folder_from_db \n");
-    // The last of several folders of that path wins.
+    // If several folders have that path, the last one wins.
     for (const auto& folder : folders) {
         const std::string path = CJsonHelper::ConvertCharToString(folder->GetFolderPath());
         if (path != query.folderPath) continue;
@@ -238,8 +238,8 @@ CPlivTaskContentsMgr::WaitEnd CPlivTaskContentsMgr::m_WaitForScan(const QueryInf
     return m_PollScan(query, timedOut, scanned);
 }
 
-// Once a second: a scan's end is no notification of this worker's. Once the watchers are gone no
-// main loop may be left to bring the time-out: the same minute ends by the steady clock then.
+// Polls once a second: this worker is not notified of a scan's end. Once the watchers are gone no
+// main loop may be left to deliver the time-out; the steady clock then ends the same minute.
 CPlivTaskContentsMgr::WaitEnd CPlivTaskContentsMgr::m_PollScan(const QueryInfo& query,
                                                                const LateFlag& timedOut,
                                                                const LateFlag& scanned) {

@@ -25,7 +25,7 @@ struct InsertedMedia {
 
 using Registered = std::map<std::string, std::string>;
 
-// A file whose record has no readable id is neither registered nor failed.
+// A file whose record has no readable id is reported neither as registered nor as failed.
 void RegisterOne(const std::string& path, Registered& registered,
                  std::vector<std::string>& failed) {
     InsertedMedia media;
@@ -77,7 +77,7 @@ bool CPlivTaskContentsMgr::UnregisterContents(std::string, std::vector<std::stri
     });
 }
 
-// A long list does not hold up the end of the engine: what is left then is not reported either.
+// A long list does not delay the engine's destruction: the remaining items are not reported.
 void CPlivTaskContentsMgr::m_RegisterContents(InsertDeleteInfo info) {
     Registered registered;
     std::vector<std::string> failed;

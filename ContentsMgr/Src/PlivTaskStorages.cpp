@@ -14,7 +14,7 @@ namespace dorn {
 namespace {
 
 constexpr int kPairingPasses = 3;
-constexpr int kDeviceListFailureLines = 10;  // repeated so that it stands out in a busy log
+constexpr int kDeviceListFailureLines = 10;  // repeated to stand out in a busy log
 
 std::string MountPath(usb_device_s* device) {
     CM_PLATFORM_TEXT(path, usb_device_get_mountpath, device);
@@ -89,8 +89,8 @@ bool CPlivTaskContentsMgr::m_GetStorages(StorageList& list) {
     return true;
 }
 
-// Gives the sticks' records the ids under which the database knows them. Sticks that it does not
-// know after the last pass stay without.
+// Sets the sticks' ids from the database. Sticks that the database does not know after the last
+// pass stay without an id.
 bool CPlivTaskContentsMgr::m_PairStorages(const std::vector<usb_device_s*>& sticks,
                                           StorageList& list) {
     for (int pass = 1;; ++pass) {

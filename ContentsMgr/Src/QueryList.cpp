@@ -8,9 +8,9 @@
 namespace dorn {
 namespace {
 
-// Besides the record itself: a count on each of two threads has it as argument of one or two calls.
+// Besides the record itself: a count on each of two threads passes it through one or two calls.
 constexpr size_t kCopies = 4;
-constexpr size_t kNode = 64;  // of the set, with its block of heap
+constexpr size_t kNode = 64;  // of the set, including its heap block
 
 }  // namespace
 

@@ -10,17 +10,17 @@
 
 namespace dorn {
 
-// All queries of an engine, found by their ids. They are kept until the client disconnects, so what
-// one costs is small: queries for the same share one record. No lock of its own.
+// All queries of an engine, found by id. They are kept until the client disconnects, so each must
+// be small: queries with the same content share one record. Has no lock of its own.
 class QueryList {
 public:
-    // Bytes that Add would make it hold, the copies that are made to run the query included.
+    // The bytes that Add would add, including the copies made to run the query.
     size_t CostOf(const QueryInfo& query) const;
-    // Ids grow from one to the next.
+    // Ids must increase with each call.
     void Add(const QueryInfo& query);
-    // False when the id is none.
+    // False when there is no such id.
     bool Find(int requestId, QueryInfo& query) const;
-    // Forgets all; how many bytes they were.
+    // Removes all queries; returns how many bytes they took.
     size_t Clear();
 
 private:
@@ -28,7 +28,7 @@ private:
         bool operator()(const QueryInfo& one, const QueryInfo& other) const;
     };
 
-    std::set<QueryInfo, ByContent> m_records;                // their ids mean nothing
+    std::set<QueryInfo, ByContent> m_records;                // their ids are unused
     std::deque<std::pair<int, const QueryInfo*>> m_queries;  // by id
     size_t m_bytes = 0;
 };

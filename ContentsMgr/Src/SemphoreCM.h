@@ -3,7 +3,7 @@
 
 #include <glib.h>
 
-// A counting semaphore; one Post wakes one Wait. Any thread. The destructor must not run while a
+// A counting semaphore; one Post wakes one Wait. Thread-safe. The destructor must not run while a
 // thread is inside Post or Wait.
 class SemphoreCM {
 public:

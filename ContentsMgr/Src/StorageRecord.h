@@ -5,8 +5,8 @@
 
 namespace dorn {
 
-// Copies everything that the device tells of itself into the record; the device id stays as it
-// is. Texts that cannot be read become empty, numbers 0.
+// Copies everything that the device reports into the record; the device id is not changed. Texts
+// that cannot be read become empty, numbers 0.
 void FillStorageFromDevice(CMediaStorage& storage, usb_device_s* device);
 
 }  // namespace dorn

@@ -48,6 +48,6 @@ guint32 ThreadCM::ThreadID() {
 
 gpointer ThreadCM::ThreadJoin() {
     if (!HasThread()) return nullptr;
-    g_thread_ref(m_thread);  // joining consumes one reference, Destroy gives the other back
+    g_thread_ref(m_thread);  // joining consumes one reference, Destroy releases the other
     return g_thread_join(m_thread);
 }

@@ -5,33 +5,33 @@
 
 #include "SemphoreCM.h"
 
-// One GLib thread that runs a virtual body. A subclass's constructor calls Create as its last
-// step; its destructor ends the body and joins before its members go.
+// One GLib thread that runs a virtual body. A subclass's constructor calls Create as its last step;
+// its destructor ends the body and joins before its members are destroyed.
 class ThreadCM {
 public:
     ThreadCM();
-    virtual ~ThreadCM();  // touches no thread
+    virtual ~ThreadCM();  // does not touch the thread
     ThreadCM(const ThreadCM&) = delete;
     ThreadCM& operator=(const ThreadCM&) = delete;
 
-    // Waits until the body has returned, then gives the thread handle back. Blocks for ever when
-    // nothing ends the body. At most once; nothing to do when there is no thread.
+    // Waits until the body has returned, then releases the thread handle. Blocks for ever if
+    // nothing ends the body. Call at most once; does nothing when there is no thread.
     virtual void Destroy();
 
     // The thread handle as a number; all ones before Create.
     virtual guint32 ThreadID();
 
-    // Waits until the thread is gone; its result. The handle stays good for Destroy.
+    // Waits until the thread has ended and returns its result. The handle stays valid for Destroy.
     virtual gpointer ThreadJoin();
 
     // The thread body.
     virtual void t_Main();
 
-    // Starts the thread and returns when it runs. False for a null name or when the system
-    // refuses a thread.
+    // Starts the thread and returns once it runs. False for a null name or when the system refuses
+    // a thread.
     bool Create(const char* name);
 
-    // The thread entry; `object` is the ThreadCM. Null does nothing.
+    // The thread's entry point; `object` is the ThreadCM. Does nothing for null.
     static gpointer Process(gpointer object);
 
 protected:

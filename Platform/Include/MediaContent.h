@@ -1,17 +1,17 @@
 // The media content database service, as a C interface.
 //
-// Common to all of it
+// Conventions
 //   Results      0 (MEDIA_CONTENT_ERROR_NONE) is success, anything else an error code below; on
-//                failure the output is left as it was.
+//                failure the output is left unchanged.
 //   Threads      every call may be made from any thread. Calls that read or write the database
-//                block for the database only, never for a scan and never for another client.
-//   Connection   calls that need the database answer MEDIA_CONTENT_ERROR_INVALID_OPERATION while
+//                block on the database only, never on a scan or on another client.
+//   Connection   calls that need the database return MEDIA_CONTENT_ERROR_INVALID_OPERATION while
 //                the process holds no connection.
-//   Handles      a handle is owned by whoever got it from a _create, _clone, _get_audio/_image/
-//                _video or _insert_to_db call, and is given back with its _destroy. A handle that
-//                a foreach callback is handed belongs to the service and ends with the callback;
-//                clone it to keep it. Records are immutable: clones are cheap and may be read from
-//                any thread.
+//   Handles      the caller owns a handle returned by a _create, _clone, _get_audio/_image/_video
+//   or
+//                _insert_to_db call and releases it with its _destroy. A handle passed to a foreach
+//                callback belongs to the service and is valid during the callback only; clone it to
+//                keep it. Records are immutable: clones are cheap and may be read from any thread.
 //   Text         text outputs are heap memory; the receiver frees them with free(). A value that
 //                the record does not have is a null pointer with result 0. Text is UTF-8 except
 //                for paths and names, which are the file system's own bytes.
@@ -29,11 +29,11 @@ typedef enum {
     MEDIA_CONTENT_ERROR_NONE = 0,
     MEDIA_CONTENT_ERROR_INVALID_PARAMETER = -22,  // null, empty or malformed argument
     MEDIA_CONTENT_ERROR_OUT_OF_MEMORY = -12,
-    MEDIA_CONTENT_ERROR_PERMISSION_DENIED = -13,  // the file may not be read
+    MEDIA_CONTENT_ERROR_PERMISSION_DENIED = -13,  // no permission to read the file
     MEDIA_CONTENT_ERROR_INVALID_OPERATION =
-        -1001,                                // not connected, or not possible for this record
-    MEDIA_CONTENT_ERROR_DB_FAILED = -1002,    // the database refused; see the log
-    MEDIA_CONTENT_ERROR_DB_BUSY = -1003,      // gave up waiting for the database
+        -1001,                                // not connected, or not applicable to this record
+    MEDIA_CONTENT_ERROR_DB_FAILED = -1002,    // the database failed; see the log
+    MEDIA_CONTENT_ERROR_DB_BUSY = -1003,      // timed out waiting for the database
     MEDIA_CONTENT_ERROR_NOT_FOUND = -1004,    // no such record, file or storage
     MEDIA_CONTENT_ERROR_UNSUPPORTED = -1005,  // not a file that can be listed
     MEDIA_CONTENT_ERROR_CANCELLED = -1006,    // a scan ended early: storage gone, shutting down
@@ -95,18 +95,18 @@ typedef struct audio_meta_s* audio_meta_h;
 typedef struct image_meta_s* image_meta_h;
 typedef struct video_meta_s* video_meta_h;
 
-// Called once per record, on the calling thread, inside the foreach call. False ends the listing
-// (which still succeeds). The callback may call the service.
+// Called once per record, on the calling thread, inside the foreach call. Returning false ends the
+// listing (which still succeeds). The callback may call the service.
 typedef bool (*media_info_cb)(media_info_h media, void* user_data);
 typedef bool (*media_folder_cb)(media_folder_h folder, void* user_data);
 typedef bool (*media_storage_cb)(media_storage_h storage, void* user_data);
 
-// The end of a folder scan, on one of the service's threads.
+// A folder scan has ended. Called on one of the service's threads.
 typedef void (*media_scan_completed_cb)(media_content_error_e error, void* user_data);
 
-// One change of the database, on the thread that runs the default main context. `uuid`, `path`
-// and `mime_type` may be null and end with the call. A finished scan of a storage is reported as
-// (its error, own pid, DIRECTORY, UPDATE, OTHERS, storage id, mount path, null).
+// One change to the database, on the thread that runs the default main context. `uuid`, `path` and
+// `mime_type` may be null and are valid during the call only. A finished scan of a storage is
+// reported as (its error, own pid, DIRECTORY, UPDATE, OTHERS, storage id, mount path, null).
 typedef void (*media_content_db_updated_cb)(media_content_error_e error, int pid,
                                             media_content_db_update_item_type_e update_item,
                                             media_content_db_update_type_e update_type,
@@ -115,32 +115,32 @@ typedef void (*media_content_db_updated_cb)(media_content_error_e error, int pid
 
 // ---- connection -------------------------------------------------------------------------------
 
-// Opens the database for the first connection of the process and counts the others.
-// DB_FAILED when it can be neither opened nor made anew.
+// The first connection of the process opens the database; later ones are only counted. DB_FAILED
+// when the database can be neither opened nor recreated.
 int media_content_connect(void);
 
-// Gives one connection back; INVALID_OPERATION when there is none. The last one closes the
-// database: scans that run are cancelled and go on at the next connection.
+// Releases one connection; INVALID_OPERATION when there is none. Releasing the last one closes the
+// database: running scans are cancelled and resume at the next connection.
 int media_content_disconnect(void);
 
-// Asks for a scan of one folder of a mounted storage and returns at once. When the result is 0,
-// `callback` is called exactly once, also when the scan fails or is cancelled; otherwise never.
-// NOT_FOUND for a folder that is missing or lies in no mounted storage.
+// Requests a scan of one folder of a mounted storage and returns at once. When the result is 0,
+// `callback` is called exactly once, even if the scan fails or is cancelled; otherwise never.
+// NOT_FOUND for a folder that does not exist or is in no mounted storage.
 int media_content_scan_folder(const char* path, bool is_recursive, media_scan_completed_cb callback,
                               void* user_data);
 
-// Adds a receiver of database changes. The pair of callback and user data is one receiver: added
-// twice it is still called once a change. A receiver stays for the life of the process, so both
-// must stay good to call. INVALID_PARAMETER for a null callback.
+// Adds a receiver of database changes. A receiver is identified by the pair of callback and user
+// data: added twice, it is still called once per change. Receivers are never removed, so both must
+// stay valid for the life of the process. INVALID_PARAMETER for a null callback.
 int media_content_set_db_updated_cb(media_content_db_updated_cb callback, void* user_data);
 
 // ---- filters ----------------------------------------------------------------------------------
 
-// A filter belongs to one thread at a time. Setters replace what was set before.
+// A filter is used by one thread at a time. Setters replace the previous value.
 int media_filter_create(media_filter_h* filter);
 int media_filter_destroy(media_filter_h filter);  // INVALID_PARAMETER for null
 
-// Limits listings and counts to one storage. The id is copied; it need not exist.
+// Limits listings and counts to one storage. The id is copied and need not exist.
 int media_filter_set_storage(media_filter_h filter, const char* storage_id);
 
 // A condition over named columns, joined with AND, OR, NOT and parentheses:
@@ -148,33 +148,33 @@ int media_filter_set_storage(media_filter_h filter, const char* storage_id);
 //            MEDIA_ADDED_TIME MEDIA_MODIFIED_TIME MEDIA_TITLE MEDIA_ALBUM MEDIA_ARTIST
 //            MEDIA_GENRE MEDIA_COMPOSER MEDIA_WIDTH MEDIA_HEIGHT MEDIA_LATITUDE MEDIA_LONGITUDE
 //   folders  FOLDER_ID FOLDER_PATH FOLDER_NAME FOLDER_STORAGE_TYPE (1: external storage)
-// The text is checked when it is used, not here; one that is not such a condition makes the
-// listing or count fail with INVALID_PARAMETER.
+// The text is checked when it is used, not here; a malformed condition makes the listing or count
+// fail with INVALID_PARAMETER.
 int media_filter_set_condition(media_filter_h filter, const char* condition,
                                media_content_collation_e collate_type);
 
-// Order of listings by one of the columns above. Records that compare equal come in the order in
-// which they were added (descending: newest first), so that the order is total.
+// Sorts listings by one of the columns above. Records that compare equal are sorted by the order in
+// which they were added (descending: newest first), so the order is total.
 int media_filter_set_order(media_filter_h filter, media_content_order_e order_type,
                            const char* order_keyword, media_content_collation_e collate_type);
 
-// The range of a listing: `count` records from the `offset`-th on. Counts ignore it.
-// INVALID_PARAMETER for a negative offset or count.
+// The range of a listing: `count` records starting at `offset`. Counts ignore it. INVALID_PARAMETER
+// for a negative offset or count.
 int media_filter_set_offset(media_filter_h filter, int offset, int count);
 
 // ---- items ------------------------------------------------------------------------------------
 
-// Null filter: every item of every storage that is present.
+// Null filter: all items of all present storages.
 int media_info_get_media_count_from_db(media_filter_h filter, int* media_count);
 int media_info_foreach_media_from_db(media_filter_h filter, media_info_cb callback,
                                      void* user_data);
 
-// Adds the file at `path`, or reads it anew when it is known already, and returns its record.
-// NOT_FOUND: no such file, or in no mounted storage, or reached through a link that leaves it.
-// UNSUPPORTED: not a regular file. Blocks while the file's metadata is read.
+// Adds the file at `path`, or rereads it if it is already known, and returns its record. NOT_FOUND:
+// no such file, or in no mounted storage, or reached through a link that leaves it. UNSUPPORTED:
+// not a regular file. Blocks while the file's metadata is read.
 int media_info_insert_to_db(const char* path, media_info_h* media);
 
-// Removes one record, never its file. NOT_FOUND when there is none of that id.
+// Removes one record, never its file. NOT_FOUND when no record has that id.
 int media_info_delete_from_db(const char* media_id);
 
 int media_info_clone(media_info_h* dst, media_info_h src);
@@ -195,7 +195,7 @@ int media_info_get_rating(media_info_h media, int* rating);           // 0 to 10
 int media_info_get_latitude(media_info_h media, double* latitude);    // degrees, 0.0 when unknown
 int media_info_get_longitude(media_info_h media, double* longitude);  // degrees, 0.0 when unknown
 
-// The kind's metadata record. INVALID_OPERATION when the item is of another kind.
+// The metadata record for the item's kind. INVALID_OPERATION when the item is of another kind.
 int media_info_get_audio(media_info_h media, audio_meta_h* audio);
 int media_info_get_image(media_info_h media, image_meta_h* image);
 int media_info_get_video(media_info_h media, video_meta_h* video);
@@ -224,11 +224,11 @@ int video_meta_get_genre(video_meta_h video, char** genre);
 
 // ---- folders ----------------------------------------------------------------------------------
 
-// Folders that hold, or have below them, items of present storages.
+// Folders that contain, directly or further down, items of present storages.
 int media_folder_foreach_folder_from_db(media_filter_h filter, media_folder_cb callback,
                                         void* user_data);
 
-// Items that lie directly in the folder. An unknown or empty folder id lists nothing and counts 0.
+// Items directly in the folder. An unknown or empty folder id lists nothing and counts 0.
 int media_folder_get_media_count_from_db(const char* folder_id, media_filter_h filter, int* count);
 int media_folder_foreach_media_from_db(const char* folder_id, media_filter_h filter,
                                        media_info_cb callback, void* user_data);
@@ -240,8 +240,8 @@ int media_folder_get_path(media_folder_h folder, char** path);
 
 // ---- storages ---------------------------------------------------------------------------------
 
-// Storages that are present, in the order in which they were first seen. Only the filter's range
-// is looked at.
+// Storages that are present, in the order in which they were first seen. Only the filter's range is
+// used.
 int media_storage_foreach_storage_from_db(media_filter_h filter, media_storage_cb callback,
                                           void* user_data);
 int media_storage_clone(media_storage_h* dst, media_storage_h src);

@@ -1,11 +1,11 @@
 // The USB device service, as a C interface.
 //
-// Common to all of it
+// Conventions
 //   Results   0 (USB_DEVICE_ERROR_NONE) is success, anything else an error code below; on failure
-//             the output is left as it was.
+//             the output is left unchanged.
 //   Threads   every call may be made from any thread.
-//   Devices   a usb_device_s is an immutable description. One that came from a list belongs to
-//             the list; one that a callback is handed ends with the callback.
+//   Devices   a usb_device_s is an immutable description. One obtained from a list belongs to the
+//             list; one passed to a callback is valid during the callback only.
 //   Text      text outputs are heap memory, never null; the receiver frees them with free(). A
 //             text that the device does not have is empty. The mount path of a device without a
 //             mounted file system is "n/a". Texts are the device's own bytes, not always UTF-8.
@@ -25,7 +25,7 @@ typedef enum {
     USB_DEVICE_ERROR_IO = -2003,               // the system's device list could not be read
 } usb_device_error_e;
 
-// USB interface classes, by their assigned numbers. Others are passed on as they are.
+// USB interface classes, by their assigned numbers. Other classes are passed on unchanged.
 typedef enum {
     USB_CLASS_STILL_IMAGE = 6,   // cameras: picture transfer
     USB_CLASS_MASS_STORAGE = 8,  // sticks, disks, card readers: one device per partition
@@ -41,7 +41,7 @@ typedef enum {
 
 typedef enum {
     FSTYPE_VFAT = 0,   // FAT12, FAT16, FAT32 and exFAT
-    FSTYPE_OTHER = 1,  // any file system without a number of its own
+    FSTYPE_OTHER = 1,  // any other file system
     FSTYPE_EXT4 = 2,   // ext2, ext3 and ext4
     FSTYPE_NTFS = 3,
 } fstype_e;
@@ -49,21 +49,21 @@ typedef enum {
 typedef struct usb_device_s usb_device_s;
 typedef struct usb_device_list_s usb_device_list_s;
 
-// A change of one device, on the thread that runs the default main context. `action` is
-// "mounted" or "blocked" (a file system of the device came or went) or "added" or "removed" (a
-// device without file system came or went).
+// A change of one device, on the thread that runs the default main context. `action` is "mounted"
+// or "blocked" (a file system of the device was mounted or unmounted) or "added" or "removed" (a
+// device without a file system was plugged in or unplugged).
 typedef void (*usb_connected_cb)(usb_device_s* device, char* action, void* user_data);
 
-// Starts watching for devices at the first call and counts the others; fini gives one back. When
+// The first call starts watching for devices; later ones are only counted; fini releases one. When
 // init returns, the devices present are known and their storages recorded in the media database.
 int usb_device_init(void);
-int usb_device_fini(void);  // NOT_INITIALIZED when there is nothing to give back
+int usb_device_fini(void);  // NOT_INITIALIZED when there is nothing to release
 
-// The devices of one class as they are now. The list is the caller's, with everything in it.
+// The devices of one class at present. The caller owns the list and everything in it.
 int usb_device_get_device_list(usb_class_e device_class, usb_device_list_s** list);
 int usb_device_free_device_list(usb_device_list_s* list);
 int usb_device_list_get_count(usb_device_list_s* list, int* count);
-// get_first restarts the walk, get_next goes on; NO_DEVICE when there is none.
+// get_first restarts the iteration, get_next continues it; NO_DEVICE at the end.
 int usb_device_list_get_first(usb_device_list_s* list, usb_device_s** device);
 int usb_device_list_get_next(usb_device_list_s* list, usb_device_s** device);
 
@@ -84,7 +84,7 @@ int usb_mass_storage_get_filesystem_type(usb_device_s* device, fstype_e* fstype)
 
 // Adds a receiver of device changes; the pair of callback and user data is one receiver.
 int usb_set_connected_cb(usb_connected_cb callback, void* user_data);
-// Removes it. When this returns, the receiver is not running and will not be called again, except
+// Removes it. Once this returns, the receiver is not running and will not be called again, except
 // when it is called from inside that very receiver. NO_DEVICE when there was no such receiver.
 int usb_unset_connected_cb(usb_connected_cb callback, void* user_data);
 

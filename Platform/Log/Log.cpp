@@ -28,7 +28,7 @@ constexpr struct {
     {"none", LOG_NOTHING},
 };
 
-constexpr size_t kLongestText = 512;  // bytes; more is no line to read
+constexpr size_t kLongestText = 512;  // bytes; longer lines are unreadable
 
 int DefaultPriority() {
     int minimum = DLOG_PRIORITY_PROGRESS;
@@ -48,7 +48,7 @@ struct Output {
     std::vector<LogLine> held;
 };
 
-// Never destroyed: threads may log until the very end of the process.
+// Never destroyed: threads may log until the process ends.
 Output& TheOutput() {
     static Output* output = new Output;
     return *output;
@@ -73,8 +73,8 @@ std::string TimeStamp() {
     return text;
 }
 
-// The journal names its stream by device and inode. A process further down may inherit the
-// variable together with a standard error of its own.
+// The journal identifies its stream by device and inode. A descendant process may inherit the
+// variable but have a different standard error.
 bool IsJournal() {
     const char* stream = getenv("JOURNAL_STREAM");
     struct stat facts {};
@@ -89,8 +89,8 @@ std::string Escape(unsigned char byte) {
     return code;
 }
 
-// Control characters would break the rule of one line a call, or play tricks on a terminal; and of
-// a line that is not UTF-8 the journal shows nothing.
+// Control characters would break the rule of one line per call, or manipulate a terminal; and the
+// journal does not show a line that is not UTF-8.
 std::string Escaped(const std::string& text) {
     std::string result;
     result.reserve(text.size());
@@ -126,7 +126,7 @@ void WriteToStandardError(const LogLine& line) {
     }
 }
 
-// Under the output's lock.
+// The caller holds the output's lock.
 void Put(Output& output, LogLine line) {
     if (output.holds)
         output.held.push_back(std::move(line));
@@ -136,13 +136,13 @@ void Put(Output& output, LogLine line) {
         WriteToStandardError(line);
 }
 
-// Whole characters of the first bytes, and how many bytes there are.
+// The whole characters among the first bytes, and the total number of bytes.
 std::string Cut(const char* start, size_t whole) {
     std::string text(start, kLongestText);
     const char* end = nullptr;
     const bool isWhole = g_utf8_validate(text.data(), static_cast<gssize>(text.size()), &end);
     const auto valid = static_cast<size_t>(end - text.data());
-    if (!isWhole && kLongestText - valid < 4) text.resize(valid);  // a character was cut through
+    if (!isWhole && kLongestText - valid < 4) text.resize(valid);  // a character was cut in half
     return text + "... (" + std::to_string(whole) + " bytes)";
 }
 
@@ -150,7 +150,7 @@ std::string Format(const char* format, va_list arguments) {
     char text[kLongestText + 1];
     // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started the list
     const int length = vsnprintf(text, sizeof text, format, arguments);
-    if (length < 0) return format;  // one that printf refuses is shown as it stands
+    if (length < 0) return format;  // a format that printf rejects is shown as it is
     const auto size = static_cast<size_t>(length);
     return size <= kLongestText ? std::string(text, size) : Cut(text, size);
 }

@@ -9,35 +9,35 @@
 
 namespace platform {
 
-// Besides the two priorities of the seam the platform itself uses these: INFO for what an operator
-// wants to know of a day's work, a handful of lines for each stick.
+// Besides the two priorities of the seam, the platform itself uses these. INFO is for what an
+// operator wants to know of a normal day: a handful of lines per stick.
 enum : int { LOG_INFO = 20, LOG_WARNING = 24, LOG_ERROR = 32, LOG_NOTHING = 1000 };
 
-// Lines below this priority are dropped before they are formatted. Any thread.
-// The default is the CONTENTS_MGR_LOG_LEVEL environment variable's level, else "progress".
+// Lines below this priority are dropped before they are formatted. Thread-safe. The default is the
+// level in the CONTENTS_MGR_LOG_LEVEL environment variable, else "progress".
 void SetLogPriority(int minimum);
 
 // "trace", "progress", "info", "warning", "error" or "none"; false for any other word.
 bool ParseLogLevel(const std::string& word, int& minimum);
 
-// Lines are held from HoldLog until ReleaseLog, which writes those that the priority of then lets
-// through: the first ones come before the command line has been read. Any thread.
+// Holds lines back from HoldLog until ReleaseLog, which writes those that pass the priority set by
+// then: the first lines are logged before the command line has been parsed. Thread-safe.
 void HoldLog();
 void ReleaseLog();
 
-// What a line of that priority begins with in the journal ("<4>"); empty when standard error is
-// not the journal's.
+// The prefix of a line with that priority in the journal ("<4>"); empty when standard error is not
+// connected to the journal.
 const char* JournalPrefix(int priority);
 
 // One formatted line, without its newline.
 struct LogLine {
     int priority;
     std::string tag;
-    std::string text;  // as it was formatted and cut, trailing newline included
+    std::string text;  // formatted and cut, including a trailing newline
 };
 
-// Sends lines to `sink` instead of standard error; an empty one restores it. The sink is called
-// under the log's lock, so lines reach it whole and in order; it must not log.
+// Sends lines to `sink` instead of standard error; an empty sink restores it. The sink is called
+// under the log's lock, so it receives whole lines in order; it must not log.
 void SetLogSink(std::function<void(const LogLine&)> sink);
 
 }  // namespace platform

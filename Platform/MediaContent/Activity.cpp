@@ -6,10 +6,10 @@
 namespace platform {
 namespace {
 
-// A scan mostly waits, for its stick or for the workers: so many threads are no load, and one slow
-// stick after the other leaves one for the next.
+// A scan mostly waits, for its stick or for the workers, so this many threads cause no load, and
+// several slow sticks still leave a thread for the next one.
 constexpr size_t kMaxThreads = 32;
-constexpr size_t kMaxFullScans = 24;  // the other threads are for the short ones
+constexpr size_t kMaxFullScans = 24;  // the other threads are for short scans
 
 void CancelIfGone(Activity& activity) {
     if (activity.mount && activity.mount->gone) activity.cancel = true;
@@ -53,7 +53,7 @@ void ActivityQueue::Cancel(const Test& test) {
         if (test(*job.activity)) job.activity->cancel = true;
     for (const ActivityPtr& activity : m_running)
         if (test(*activity)) activity->cancel = true;
-    NoteChange();  // what is cancelled may run at once
+    NoteChange();  // cancelled activities may run at once
 }
 
 bool ActivityQueue::HasAny(const Test& test) const {
@@ -75,8 +75,8 @@ std::vector<ActivityPtr> ActivityQueue::List() {
     return list;
 }
 
-// A storage has at most one whole scan and one short one at a time. What is cancelled only has to
-// say so and waits for nothing.
+// A storage has at most one full scan and one short one at a time. A cancelled activity only has to
+// report that it was cancelled and waits for nothing.
 bool ActivityQueue::MayRun(const Activity& activity) const {
     if (activity.cancel) return true;
     size_t full = 0;
@@ -93,7 +93,7 @@ ActivityQueue::Jobs::const_iterator ActivityQueue::Next() const {
 }
 
 ThreadCrew::Task ActivityQueue::TakeTask() {
-    const auto next = m_queue.erase(Next(), Next());  // the same place, to be changed
+    const auto next = m_queue.erase(Next(), Next());  // the same position, but mutable
     Job job = std::move(*next);
     m_queue.erase(next);
     m_running.push_back(job.activity);

@@ -1,4 +1,4 @@
-// What the service has under way on the storages, and the threads that run it.
+// The service's running and queued work on storages, and the threads that run it.
 #ifndef PLATFORM_MEDIA_CONTENT_ACTIVITY_H
 #define PLATFORM_MEDIA_CONTENT_ACTIVITY_H
 
@@ -19,16 +19,16 @@ namespace platform {
 struct Activity {
     std::shared_ptr<Mount> mount;
     bool full = false;                // a scan of the whole storage
-    std::atomic<bool> cancel{false};  // asks it to end soon
+    std::atomic<bool> cancel{false};  // asks it to stop soon
     std::atomic<uint64_t> filesSeen{0};
     std::atomic<uint64_t> filesRead{0};
     std::atomic<bool> walking{false};
-    std::atomic<bool> again{false};  // the storage is to be scanned whole once this has ended
+    std::atomic<bool> again{false};  // scan the whole storage once this has ended
 };
 using ActivityPtr = std::shared_ptr<Activity>;
 
-// Runs activities on a few threads: whole scans of different storages side by side, the short ones
-// of a storage in order and never behind a whole scan. Any thread.
+// Runs activities on a few threads: full scans of different storages in parallel; the short
+// activities of one storage in order and never behind a full scan. Thread-safe.
 class ActivityQueue : private ThreadCrew {
 public:
     using Test = std::function<bool(const Activity&)>;
@@ -36,21 +36,21 @@ public:
     ActivityQueue();
     ~ActivityQueue() { Stop(); }
 
-    // Throws std::system_error, and takes nothing on, when there is no thread and none can be made.
-    // Otherwise `run` is called exactly once, also after the activity was cancelled. What is
-    // submitted or entered for a storage that is gone is cancelled from the start.
+    // Throws std::system_error, and accepts nothing, when no thread exists and none can be started.
+    // Otherwise `run` is called exactly once, even after the activity was cancelled. An activity
+    // submitted or entered for an unmounted storage is cancelled from the start.
     void Submit(ActivityPtr activity, std::function<void()> run);
-    // True when such an activity waits for its turn.
+    // True when a matching activity is queued.
     bool IsQueued(const Test& test);
-    // Counts an activity that the calling thread runs by itself, until Leave.
+    // Counts an activity that the calling thread runs itself, until Leave.
     void Enter(const ActivityPtr& activity);
     void Leave(const ActivityPtr& activity);
 
     void Cancel(const Test& test);
-    // Returns when no such activity is queued or running any more. Not from inside an activity.
+    // Returns once no matching activity is queued or running. Not from inside an activity.
     void Wait(const Test& test);
     std::vector<ActivityPtr> List();
-    // Cancels everything, waits for it and joins the threads. Submit starts them again.
+    // Cancels everything, waits for it and joins the threads. The next Submit starts threads again.
     void Stop();
 
 private:
@@ -65,11 +65,11 @@ private:
     bool MayRun(const Activity& activity) const;
     bool HasAny(const Test& test) const;
 
-    Jobs m_queue;                        // guarded by m_mutex, as the next
-    std::vector<ActivityPtr> m_running;  // entered ones included
+    Jobs m_queue;                        // guarded by m_mutex, like m_running
+    std::vector<ActivityPtr> m_running;  // including entered ones
 };
 
-// A counted activity that ends with the scope.
+// Enters an activity and leaves it at the end of the scope.
 class EnteredActivity {
 public:
     EnteredActivity(ActivityQueue& queue, ActivityPtr activity)

@@ -42,7 +42,7 @@ StatementPtr Connection::Prepare(std::string_view sql) {
     return StatementPtr(statement);
 }
 
-// Texts with numbers in them would otherwise pile up.
+// Without this, statements with numbers in their text would pile up.
 void Connection::DropKeptStatements() {
     if (m_kept.size() < kMaxKeptStatements) return;
     for (auto at = m_kept.begin(); at != m_kept.end();)
@@ -126,7 +126,7 @@ Transaction::Transaction(Connection& connection, Kind kind) : m_connection(conne
 }
 
 Transaction::~Transaction() {
-    // SQLite may have rolled back by itself, on a full disk for one.
+    // SQLite may already have rolled back, for example on a full disk.
     if (m_open && !sqlite3_get_autocommit(m_connection.Handle()))
         sqlite3_exec(m_connection.Handle(), "ROLLBACK", nullptr, nullptr, nullptr);
 }

@@ -1,4 +1,4 @@
-// SQLite behind three small owners: a connection, a query that runs on it, and a transaction.
+// RAII wrappers around SQLite: a connection, a query on it, and a transaction.
 #ifndef PLATFORM_MEDIA_CONTENT_DATABASE_H
 #define PLATFORM_MEDIA_CONTENT_DATABASE_H
 
@@ -13,13 +13,13 @@
 
 namespace platform {
 
-// What SQLite refused; `code` is its primary result code.
+// An error from SQLite; `code` is its primary result code.
 class DatabaseError : public std::runtime_error {
 public:
     DatabaseError(int code, const std::string& message)
         : std::runtime_error(message), m_code(code & 0xff) {}
     int Code() const { return m_code; }
-    // The file's content is at fault, not the disk, the rights or the load.
+    // The file itself is damaged; the cause is not the disk, the permissions or the load.
     bool MeansDamage() const { return m_code == SQLITE_CORRUPT || m_code == SQLITE_NOTADB; }
 
 private:
@@ -31,15 +31,15 @@ struct StatementCloser {
 };
 using StatementPtr = std::unique_ptr<sqlite3_stmt, StatementCloser>;
 
-// One connection, used by one thread at a time. Statements of constant text stay prepared.
+// One connection, used by one thread at a time. Statements with constant text stay prepared.
 class Connection {
 public:
-    // `flags` as sqlite3_open_v2 takes them. Throws DatabaseError.
+    // `flags` as for sqlite3_open_v2. Throws DatabaseError.
     Connection(const std::string& file, int flags);
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    // Runs a text of one or more statements without results.
+    // Runs one or more statements that return no rows.
     void Execute(const char* sql);
     StatementPtr Prepare(std::string_view sql);
     sqlite3* Handle() const { return m_handle.get(); }
@@ -58,15 +58,15 @@ private:
         void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
     };
     std::unique_ptr<sqlite3, Closer> m_handle;
-    std::unordered_map<std::string, Kept> m_kept;  // after the handle: finalised before it closes
+    std::unordered_map<std::string, Kept> m_kept;  // after m_handle: finalised first
 };
 
-// One run of one statement. Parameters are bound in order, columns are read by index from 0.
+// One execution of one statement. Parameters are bound in order, columns are read by index from 0.
 class Query {
 public:
-    // A statement of constant text, prepared once a connection.
+    // A statement with constant text, prepared once per connection.
     Query(Connection& connection, const std::string& sql);
-    // A statement of its own; nothing is kept.
+    // A statement that is used once and not cached.
     Query(Connection& connection, StatementPtr statement);
     ~Query();
     Query(const Query&) = delete;
@@ -75,12 +75,12 @@ public:
     Query& Bind(int64_t value);
     Query& Bind(double value);
     Query& Bind(std::string_view value);  // copied
-    // Not copied: stays as it is until the query has run.
+    // Not copied: must stay valid until the query has run.
     Query& BindInPlace(std::string_view value);
 
     bool Next();                  // false at the end; throws DatabaseError
     void Run() { (void)Next(); }  // for statements without rows
-    void Again();                 // rewinds and forgets the parameters
+    void Again();                 // resets the statement and clears the parameters
 
     int64_t Int(int column) const { return sqlite3_column_int64(m_statement, column); }
     double Real(int column) const { return sqlite3_column_double(m_statement, column); }

@@ -21,14 +21,14 @@ constexpr mode_t kAllRights = 07777;
 constexpr int kMaxAside = 9;
 constexpr int kMaxDamagedAside = 3;
 
-// SQLite's file format: what its pages begin with, and where that says whose the file is.
+// SQLite's file format: the start of a page, and the offsets that say whose the file is.
 constexpr size_t kHeadBytes = 100;
-constexpr char kMagic[] = "SQLite format 3";  // with its zero
+constexpr char kMagic[] = "SQLite format 3";  // including the terminating zero
 constexpr size_t kVersionAt = 60;
 constexpr size_t kApplicationAt = 68;
 using Head = std::array<unsigned char, kHeadBytes>;
 
-// ... and its write-ahead log: a header, then frames of a header and a page each.
+// SQLite's write-ahead log: a header, then frames of a header and a page each.
 constexpr size_t kLogHeader = 32;
 constexpr size_t kLogPageSizeAt = 8;
 constexpr size_t kLogSaltAt = 16;
@@ -57,8 +57,8 @@ off_t SizeOf(const std::string& path) {
     return stat(path.c_str(), &facts) == 0 ? facts.st_size : 0;
 }
 
-// Through SQLite's own handle: closing another one would drop the locks that this process has on
-// the file by connections that are still in use.
+// Goes through SQLite's own handle: closing another descriptor of the file would drop the locks
+// that this process holds on it through connections still in use.
 Head HeadOf(const std::string& file) {
     const Connection look(file, SQLITE_OPEN_READONLY);
     sqlite3_file* handle = nullptr;
@@ -69,8 +69,8 @@ Head HeadOf(const std::string& file) {
     return head;
 }
 
-// Puts the first page's head over `head` if a transaction in the log has changed it. Sums are not
-// checked: SQLite does that when it opens what is ours.
+// Overwrites `head` with the first page's head if a transaction in the log has changed it.
+// Checksums are not verified: SQLite does that when it opens a database of ours.
 void ReadLog(const std::string& log, Head& head) {
     const UniqueFd fd(open(log.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     std::array<unsigned char, kLogHeader> start{};
@@ -83,13 +83,13 @@ void ReadLog(const std::string& log, Head& head) {
          pread(fd.Get(), frame.data(), frame.size(), at) == static_cast<ssize_t>(frame.size());
          at += static_cast<off_t>(kFrameHeader + pageSize)) {
         const unsigned char* salt = frame.data() + kFrameSaltAt;
-        if (memcmp(salt, start.data() + kLogSaltAt, kSaltBytes) != 0) break;  // of an earlier round
+        if (memcmp(salt, start.data() + kLogSaltAt, kSaltBytes) != 0) break;  // from before a reset
         if (Number(frame.data()) == 1) memcpy(seen.data(), frame.data() + kFrameHeader, kHeadBytes);
         if (Number(frame.data() + kFrameCommitAt) != 0) head = seen;
     }
 }
 
-// Some file systems know no rights, and a disk may be read-only: the database is used all the same.
+// Some file systems have no permissions, and a disk may be read-only: the database is used anyway.
 void ShutOff(const std::string& path) {
     struct stat facts {};
     if (stat(path.c_str(), &facts) != 0 || (facts.st_mode & kAllRights) == kOwnerOnly) return;
@@ -119,8 +119,8 @@ void Rename(const std::string& from, const std::string& to) {
         Refuse(from, ("cannot be moved aside: " + std::string(strerror(errno))).c_str());
 }
 
-// The journals first: should the process end in between, the database does not meet journals of
-// another one, nor they a new database.
+// The journals first: if the process dies in between, the database does not meet another database's
+// journals, nor its journals a new database.
 void MoveTo(const std::string& file, const std::string& name, const std::string& reason) {
     for (const char* journal : kJournals) Rename(file + journal, name + journal);
     Rename(file, name);
@@ -137,7 +137,7 @@ DatabaseHead ReadDatabaseHead(const std::string& file) {
     if (exists && !S_ISREG(facts.st_mode)) Refuse(file, "not a regular file");
     DatabaseHead found;
     if (!exists || facts.st_size == 0) {
-        // SQLite would delete a log that has lost its database.
+        // SQLite would delete a log without its database.
         if (SizeOf(file + "-wal") > 0) found.kind = DatabaseHead::FOREIGN;
         return found;
     }

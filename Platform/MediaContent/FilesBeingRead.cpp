@@ -15,12 +15,13 @@
 namespace platform {
 namespace {
 
-constexpr size_t kGroup = 32;  // files that a worker gets at once
-// Files with the workers, some megabytes: the walk goes on while the first helpers get ready.
+constexpr size_t kGroup = 32;  // files handed to a worker at once
+// Files held by the workers, some megabytes: the walk continues while the first helpers start.
 constexpr size_t kMaxReading = 128 * kGroup;
 
-// What cannot be looked at now, short of descriptors for one, is there all the same: it gets facts
-// that no file has, so that the next scan takes it for changed. `error` is from opening it.
+// A file that cannot be checked now, for example for lack of descriptors, still exists: it gets
+// facts that no file has, so that the next scan treats it as changed. `error` is the errno of
+// opening it.
 void LearnFacts(Change& change, const UniqueFd& file, int error) {
     struct stat facts {};
     if (!file && !MeansGone(error)) change.facts = {0, 0, 0, 0};
@@ -28,8 +29,8 @@ void LearnFacts(Change& change, const UniqueFd& file, int error) {
         change.facts = FactsOf(facts);
 }
 
-// Opens files that mostly lie in the same folder as the one before: the way to the folder is then
-// gone once. Without a handle errno says why.
+// Opens files that are mostly in the same folder as the one before, so that the folder is resolved
+// once. On failure the descriptor is empty and errno says why.
 class FolderOpener {
 public:
     explicit FolderOpener(int root) : m_root(root) {}
@@ -48,7 +49,7 @@ private:
     UniqueFd m_folder;
 };
 
-// A file of which not even the ends can be read is no bad file: its stick has gone, or is failing.
+// A file whose first and last bytes cannot be read is not a bad file: its stick is gone or failing.
 bool IsReadable(int file) {
     struct stat facts {};
     char byte = 0;
@@ -77,13 +78,13 @@ bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& c
             folder.OpenFile(change.folder, change.name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
         change.state = ItemState::Unread;
         if (change.facts.size < 0 && file) LearnFacts(change, file, 0);
-        if (change.facts.size < 0 && !file) {  // one that may not be read is still there
+        if (change.facts.size < 0 && !file) {  // exists, but without permission to read it
             const UniqueFd seen = folder.OpenFile(change.folder, change.name, O_PATH);
             LearnFacts(change, seen, errno);
         }
         if (!file || change.facts.size < 0) continue;
-        // The helper will begin with this. Asked for now, the beginnings of the whole group are on
-        // their way from the stick while it reads the first of them.
+        // The helper reads this window first. Requesting it now lets the beginnings of the whole
+        // group load from the stick while the helper reads the first file.
         posix_fadvise(file.Get(), 0, kReadWindow, POSIX_FADV_WILLNEED);
         files.push_back({file.Get(), change.type, change.mime.c_str()});
         handles.push_back(std::move(file));
@@ -130,7 +131,7 @@ void FilesBeingRead::HandOut() {
     });
 }
 
-// On a worker's thread.
+// Runs on a worker's thread.
 void FilesBeingRead::ReadGroup(int root, std::vector<Change> group) {
     const size_t files = group.size();
     bool given = false;

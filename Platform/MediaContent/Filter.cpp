@@ -41,7 +41,7 @@ const char* FindName(const char* const* names, const std::string& word) {
     return nullptr;
 }
 
-// Cuts a condition into words, numbers, quoted texts and signs.
+// Splits a condition into words, numbers, quoted texts and punctuation.
 class Words {
 public:
     enum Kind { END, WORD, NUMBER, TEXT, SIGN, WRONG };
@@ -84,7 +84,7 @@ private:
                 ++m_at;
                 return TEXT;
             }
-            ++m_at;  // a doubled quote stands for one
+            ++m_at;  // a doubled quote is an escaped quote
         }
         return WRONG;
     }
@@ -104,7 +104,7 @@ private:
     size_t m_at = 0;
 };
 
-// ---- what SQLite may do with a statement that contains a client's text -----------------------
+// ---- what SQLite may do for a statement that contains a client's text ------------------------
 
 struct Guard {
     std::string view;
@@ -124,7 +124,7 @@ int Authorize(void* data, int action, const char* first, const char* second, con
             return SQLITE_OK;
         case SQLITE_READ:
             if (first && guard.view == first) return SQLITE_OK;
-            // A table of the view of which the statement needs no column at all.
+            // A table of the view, none of whose columns the statement needs.
             if (first && second && !*second && IsTable(first)) return SQLITE_OK;
             return through && guard.view == through ? SQLITE_OK : SQLITE_DENY;
         case SQLITE_FUNCTION:
@@ -233,7 +233,7 @@ void CheckWords(const Columns& columns, const std::string& text) {
 
 StatementPtr PrepareGuarded(Connection& connection, const Columns& columns, const std::string& sql,
                             int* selects) {
-    // Both collations' views hold the same columns; which one is meant stands in the statement.
+    // The views of both collations have the same columns; the statement names the one to use.
     Guard guard;
     for (const auto collation : {MEDIA_CONTENT_COLLATE_DEFAULT, MEDIA_CONTENT_COLLATE_NOCASE}) {
         const std::string view = ViewName(columns, collation);
@@ -255,8 +255,8 @@ StatementPtr PrepareGuarded(Connection& connection, const Columns& columns, cons
 
 void CheckCondition(Connection& connection, const Columns& columns, const std::string& text) {
     CheckWords(columns, text);
-    // The text stands alone between our parenthesis and a parameter of a name that it cannot know:
-    // whatever swallows or closes either of them shows.
+    // The client's text stands alone between our parenthesis and a parameter whose name it cannot
+    // know: a text that swallows or closes either of them is detected.
     const std::string parameter = RandomParameter();
     const std::string before = "SELECT count(*) FROM (SELECT * FROM " +
                                ViewName(columns, MEDIA_CONTENT_COLLATE_DEFAULT) +

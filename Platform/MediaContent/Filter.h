@@ -1,4 +1,4 @@
-// What a filter handle holds, and the check of its condition text.
+// The contents of a filter handle, and the check of its condition text.
 #ifndef PLATFORM_MEDIA_CONTENT_FILTER_H
 #define PLATFORM_MEDIA_CONTENT_FILTER_H
 
@@ -22,7 +22,7 @@ struct media_filter_s {
 
 namespace platform {
 
-// A condition or an order that is none of ours.
+// A condition or an order that is not valid.
 class BadFilter : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -36,25 +36,27 @@ struct Columns {
 extern const Columns kItemColumns;
 extern const Columns kFolderColumns;
 
-// The column of that name, whatever its case, as it is written in the view. Throws BadFilter.
+// Finds the column of that name, ignoring case, and returns it as it is written in the view. Throws
+// BadFilter.
 std::string FindColumn(const Columns& columns, const std::string& name);
 
-// True when `text` only asks for kinds of items ("MEDIA_TYPE = 0 OR MEDIA_TYPE=1", in parentheses
-// or not); `mask` is then their set, bit n for kind n. Such conditions need no SQL.
+// True when `text` only restricts the kinds of items ("MEDIA_TYPE = 0 OR MEDIA_TYPE=1", in
+// parentheses or not); `mask` is then the set of kinds, bit n for kind n. Such conditions need no
+// SQL.
 bool ReadTypeMask(const std::string& text, unsigned& mask);
 
-// A look at the words of a condition before SQLite sees it: column names, the words of logic and
-// comparison, numbers, quoted texts and balanced parentheses. Throws BadFilter.
+// Checks the words of a condition before SQLite sees it. Allowed are column names, logical and
+// comparison operators, numbers, quoted texts and balanced parentheses. Throws BadFilter.
 void CheckWords(const Columns& columns, const std::string& text);
 
-// The view with the texts compared as `collation` says.
+// The name of the view that compares texts by `collation`.
 std::string ViewName(const Columns& columns, media_content_collation_e collation);
 
 // Checks a condition text in full, on `connection`. Throws BadFilter when it is anything but an
-// expression over the columns, whatever tricks it uses.
+// expression over the columns, including when it is crafted to pass for one.
 void CheckCondition(Connection& connection, const Columns& columns, const std::string& text);
 
-// Prepares a statement that contains a condition, with everything forbidden but reading the view.
+// Prepares a statement that contains a condition. Anything but reading the view is forbidden.
 StatementPtr PrepareGuarded(Connection& connection, const Columns& columns, const std::string& sql,
                             int* selects = nullptr);
 

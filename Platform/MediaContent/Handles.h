@@ -1,4 +1,4 @@
-// Small things that the files of the C interface have in common.
+// Small helpers shared by the files of the C interface.
 #ifndef PLATFORM_MEDIA_CONTENT_HANDLES_H
 #define PLATFORM_MEDIA_CONTENT_HANDLES_H
 
@@ -12,7 +12,7 @@
 
 namespace platform {
 
-// Heap memory for the receiver; a value that is not there is null.
+// Returns a heap copy for the receiver to free; a missing value is null.
 inline int GiveText(std::string_view text, char** out) {
     char* copy = text.empty() ? nullptr : strndup(text.data(), text.size());
     if (!text.empty() && !copy) return MEDIA_CONTENT_ERROR_OUT_OF_MEMORY;
@@ -20,7 +20,7 @@ inline int GiveText(std::string_view text, char** out) {
     return MEDIA_CONTENT_ERROR_NONE;
 }
 
-// One more holder of what `source` points to.
+// Adds one reference to what `source` points to.
 template <typename Record>
 int CloneHandle(Record** destination, Record* source) {
     if (!destination || !source) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;

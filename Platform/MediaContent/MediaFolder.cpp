@@ -17,8 +17,8 @@ using platform::WithDatabase;
 
 namespace {
 
-// The folder's number, and the scope reduced to its storage; 0 when it is unknown, away, or of
-// another storage than the filter's.
+// Returns the folder's number and reduces the scope to its storage; 0 when the folder is unknown,
+// or its storage is absent or not the filter's.
 int64_t FindFolder(Session& session, const char* folderId, media_filter_h filter, Scope& scope) {
     const int64_t folder = session.store.FolderNumber(folderId);
     if (folder == 0) return 0;

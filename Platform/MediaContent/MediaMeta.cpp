@@ -6,7 +6,7 @@ using platform::ItemText;
 
 namespace {
 
-// A metadata handle is a view into the item's record and holds it.
+// A metadata handle is a view into the item's record and holds a reference to it.
 template <typename Meta>
 int GiveMeta(media_info_h media, Meta media_info_s::*view, bool rightKind, Meta** out) {
     if (!media || !out) return MEDIA_CONTENT_ERROR_INVALID_PARAMETER;

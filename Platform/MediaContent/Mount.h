@@ -13,19 +13,19 @@
 
 namespace platform {
 
-// One storage from its mount to its unmount.
+// One storage from mount to unmount.
 struct Mount {
-    std::string path;                // as it was told, without a slash at the end
-    std::string realPath;            // the same without links
-    std::string identity;            // what it is known by
-    struct stat root {};             // what was there when it came; all 0 when nothing was
+    std::string path;                // as passed in, without a trailing slash
+    std::string realPath;            // the same with links resolved
+    std::string identity;            // what the storage is recognised by
+    struct stat root {};             // the root at mount time; all 0 when there was none
     std::string id;                  // as clients see it
     std::string name;                // for the log
-    bool isNews = true;              // for the log: it was not there when somebody last looked
-    std::atomic<int64_t> number{0};  // in the database that is open; 0 while none is
-    std::atomic<bool> gone{false};   // unmounted: nothing of it may be opened any more
+    bool isNews = true;              // for the log: the storage was not there before
+    std::atomic<int64_t> number{0};  // row in the open database; 0 while none is open
+    std::atomic<bool> gone{false};   // unmounted: none of its files may be opened any more
     std::atomic<int> scanStatus{MEDIA_STORAGE_SCAN_STOPPED};
-    std::atomic<bool> hasPassedOver{false};  // files that were: see ItemState
+    std::atomic<bool> hasPassedOver{false};  // has such files: see ItemState
 };
 
 using MountPtr = std::shared_ptr<Mount>;

@@ -7,17 +7,17 @@ namespace platform {
 namespace {
 
 constexpr size_t kMaxOrders = 32;
-constexpr size_t kMaxAnchors = 100000;  // of one order
+constexpr size_t kMaxAnchors = 100000;  // per order
 
-// Which rows a statement yields, in the plan's order.
+// The rows that a statement returns, in the plan's order.
 enum Part {
-    ALL,   // parameter 1: how many at most
-    TIED,  // those with the value of parameter 1 after the number of parameter 2; 3: at most
-    REST,  // those after the value of parameter 1; 2: at most
+    ALL,   // parameter 1: the limit
+    TIED,  // rows with the value of parameter 1, after the number of parameter 2; 3: the limit
+    REST,  // rows after the value of parameter 1; 2: the limit
 };
 
-// Rows after a position are read in two goes, as SQLite uses its index to the end for each of them
-// but not for a comparison of pairs.
+// Rows after a position are read in two steps: SQLite uses its index fully for each of them, but
+// not for a comparison of pairs.
 std::string PageText(const Plan& plan, Part part) {
     const char* direction = plan.descending ? " DESC" : " ASC";
     const std::string after = plan.descending ? " < ?" : " > ?";
@@ -51,7 +51,7 @@ Position ReadPosition(const Query& query) {
     return position;
 }
 
-// Calls `eachRow` with the running query for each row of the part and returns how many there were.
+// Calls `eachRow` with the running query for each row of the part and returns the number of rows.
 template <typename EachRow>
 int64_t WalkPart(Connection& connection, const Plan& plan, Part part, const Position* after,
                  int64_t limit, EachRow eachRow) {
@@ -120,7 +120,7 @@ void AnchorCache::Add(const std::string& order, int64_t revision, int64_t index,
                       const Position& anchor) {
     std::lock_guard<std::mutex> lock(m_mutex);
     const auto known = Touch(order, revision);
-    // Another reader may have been here before.
+    // Another reader may have added the anchor already.
     if (static_cast<size_t>(index / kAnchorStep) != known->anchors.size() + 1) return;
     if (known->anchors.size() < kMaxAnchors) known->anchors.push_back(anchor);
 }

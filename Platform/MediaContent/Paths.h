@@ -1,4 +1,4 @@
-// Paths as plain texts of bytes.
+// Paths as plain byte strings.
 #ifndef PLATFORM_MEDIA_CONTENT_PATHS_H
 #define PLATFORM_MEDIA_CONTENT_PATHS_H
 
@@ -13,15 +13,16 @@ std::string JoinPath(const std::string& folder, const std::string& name);
 std::string ParentPath(const std::string& path);
 std::string LastPart(const std::string& path);
 
-std::string WithoutSlash(std::string path);  // at its end
+std::string WithoutSlash(std::string path);  // removes a trailing slash
 
-// With every link resolved; "" with errno when there is no such path.
+// Resolves all links; "" with errno set when there is no such path.
 std::string RealPath(const std::string& path);
 
-// True when `path` is `folder` or lies below it; `below` is then the rest, "" for the folder.
+// True when `path` is `folder` or lies below it; `below` is then the remaining path, "" for the
+// folder itself.
 bool IsInside(const std::string& path, const std::string& folder, std::string& below);
 
-// The title of a file that has none: its name without the extension, as valid UTF-8.
+// The default title of a file: its name without the extension, as valid UTF-8.
 std::string TitleFromName(const std::string& name);
 
 }  // namespace platform

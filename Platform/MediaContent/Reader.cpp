@@ -12,7 +12,7 @@ namespace {
 constexpr int64_t kChunk = 1000;  // rows read between two rounds of callbacks
 constexpr unsigned kAllTypes = (1u << kMediaTypes) - 1;
 
-// A test of `column` against the scope's storages.
+// A condition that limits `column` to the scope's storages.
 std::string InScope(const char* column, const Scope& scope) {
     std::string list;
     for (const auto& [number, path] : scope)
@@ -30,7 +30,7 @@ std::string TypeList(unsigned mask) {
     return types == 1 ? "type = " + list : "type IN (" + list + ")";
 }
 
-// The column of the item table behind a column of the view, where it is one.
+// The column of the item table behind a column of the view, if it is a plain one.
 const char* TableColumn(const std::string& column) {
     static constexpr const char* kPairs[][2] = {
         {"MEDIA_TYPE", "type"},         {"MEDIA_SIZE", "size"},
@@ -43,7 +43,7 @@ const char* TableColumn(const std::string& column) {
     return nullptr;
 }
 
-// True when the filter's condition, if any, only asks for kinds.
+// True when the filter's condition, if any, only restricts the kinds.
 bool AsksForKinds(const media_filter_s* filter, unsigned& mask) {
     mask = kAllTypes;
     return !filter || filter->condition.empty() || ReadTypeMask(filter->condition, mask);
@@ -109,7 +109,7 @@ Plan Reader::MakePlan(Connection& connection, const Scope& scope, int64_t folder
         if (mask != kAllTypes && folder != 0 &&
             SumOfCounts(connection, "folder WHERE number = " + std::to_string(folder),
                         kAllTypes & ~mask) == 0)
-            mask = kAllTypes;  // nothing else lies there: no need to look at each item's kind
+            mask = kAllTypes;  // all items there match: no need to test each item's kind
         plan.source = "item WHERE " + limits + (mask == kAllTypes ? "" : " AND " + TypeList(mask));
         plan.key = tableColumn;
     } else {
@@ -180,7 +180,7 @@ std::vector<MediaRecord> Reader::ReadRecords(Connection& connection, const Scope
                                              const std::vector<Position>& positions) {
     std::vector<MediaRecord> records;
     records.reserve(positions.size());
-    std::unordered_map<int64_t, std::string> folders;  // absolute, with a slash at the end
+    std::unordered_map<int64_t, std::string> folders;  // absolute, with a trailing slash
     Query row(connection, kRecord);
     for (const Position& position : positions) {
         row.Again();
@@ -249,7 +249,7 @@ std::vector<FolderRecord> Reader::ListFolders(const Scope& scope, const media_fi
     return folders;
 }
 
-// ---- what the scanner asks --------------------------------------------------------------------
+// ---- queries of the scanner -------------------------------------------------------------------
 
 std::unordered_map<std::string, KnownItem> Reader::KnownItems(int64_t storage,
                                                               const std::string& folder) {
@@ -274,7 +274,7 @@ std::unordered_map<std::string, KnownItem> Reader::KnownItems(int64_t storage,
 std::vector<std::string> Reader::KnownFolders(int64_t storage, const std::string& below) {
     std::vector<std::string> folders;
     const Store::Borrowed connection = m_store.Read();
-    // '0' follows '/': the range holds what begins with the path and a slash.
+    // '0' follows '/': the range contains what begins with the path and a slash.
     Query query(*connection, below.empty()
                                  ? "SELECT path FROM folder WHERE storage = ? AND below > 0"
                                  : "SELECT path FROM folder WHERE storage = ?1 AND below > 0 AND"

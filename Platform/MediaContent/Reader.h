@@ -16,7 +16,7 @@
 
 namespace platform {
 
-// Which storages are looked at: number and mount path (without a slash at its end) of each.
+// The storages to read: number and mount path (without a trailing slash) of each.
 using Scope = std::map<int64_t, std::string>;
 
 // What the database knows of one file, for the scanner.
@@ -36,14 +36,14 @@ struct KnownPlace {
     media_content_type_e type = MEDIA_CONTENT_TYPE_OTHERS;
 };
 
-// Short-lived; every call borrows a connection. Throws DatabaseError and BadFilter. The callbacks
-// run with no connection held and may call the service.
+// Short-lived; every call borrows a connection. Throws DatabaseError and BadFilter. Callbacks run
+// while no connection is held and may call the service.
 class Reader {
 public:
     explicit Reader(Store& store) : m_store(store) {}
 
     int64_t CountItems(const Scope& scope, const media_filter_s* filter);
-    // `folder` limits the listing to the items directly in it; 0 does not.
+    // `folder` limits the listing to the items directly in it; 0 means no limit.
     void ListItems(const Scope& scope, int64_t folder, const media_filter_s* filter,
                    const std::function<bool(const MediaRecord&)>& callback);
     // Null when there is no such item in the scope.
@@ -54,16 +54,16 @@ public:
     int64_t CountFolderItems(const Scope& scope, int64_t folder, const media_filter_s* filter);
     std::vector<FolderRecord> ListFolders(const Scope& scope, const media_filter_s* filter);
 
-    // For the scanner: one folder's items by name, folders that hold items at or below a path, and
-    // items of one inode.
+    // For the scanner: the items of one folder by name, the folders with items at or below a path,
+    // and the items with a given inode.
     std::unordered_map<std::string, KnownItem> KnownItems(int64_t storage,
                                                           const std::string& folder);
     std::vector<std::string> KnownFolders(int64_t storage, const std::string& below);
     std::vector<KnownPlace> KnownPlaces(int64_t storage, int64_t inode);
     bool HoldsItems(int64_t storage);
-    // What Writer::SetToBeReadAgain said.
+    // The flag set by Writer::SetToBeReadAgain.
     bool IsToBeReadAgain(int64_t storage);
-    // Storages that were last there before `before`, a time in seconds.
+    // Storages last present before `before`, a time in seconds.
     std::vector<int64_t> StoragesUnseenSince(int64_t before);
 
 private:

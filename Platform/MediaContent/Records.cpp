@@ -15,13 +15,13 @@ struct NumberOf {
     const type& operator()(const media_info_s& record) const { return record.number; }
 };
 
-// Weak: a record leaves the table with its last holder.
+// Weak references: a record leaves the table when its last holder releases it.
 struct RecordTable {
     std::mutex mutex;
     boost::intrusive::set<media_info_s, boost::intrusive::key_of_value<NumberOf>> byNumber;
 };
 
-// Never destroyed: handles may be given back until the very end of the process.
+// Never destroyed: handles may be released until the process ends.
 RecordTable& Table() {
     static RecordTable* table = new RecordTable;
     return *table;
@@ -47,7 +47,7 @@ auto NumbersOf(const media_info_s& record) {
                     record.longitude);
 }
 
-// A row is often written again as it was, by a scan after a pull-out or by who adds a file twice.
+// A row is often rewritten unchanged, by a scan after a pull-out or by adding a file twice.
 bool HaveSameContent(const media_info_s& a, const media_info_s& b) {
     return a.texts == b.texts && NumbersOf(a) == NumbersOf(b);
 }
@@ -81,7 +81,7 @@ MediaRecord ShareRecord(int64_t number, int64_t revision, const std::string& id,
                         const std::string& folderPath,
                         const std::function<void(media_info_s&)>& fill) {
     RecordTable& table = Table();
-    MediaRecord held;  // let go of after the lock
+    MediaRecord held;  // released after the lock
     std::lock_guard<std::mutex> lock(table.mutex);
     const auto known = table.byNumber.find(number);
     if (known != table.byNumber.end() && TryHold(*known)) held = MediaRecord(&*known, false);

@@ -1,4 +1,4 @@
-// The records that handles of the C interface point to: immutable, counted, shared by all clones.
+// The records behind the handles of the C interface: immutable, counted, shared by all clones.
 #ifndef PLATFORM_MEDIA_CONTENT_RECORDS_H
 #define PLATFORM_MEDIA_CONTENT_RECORDS_H
 
@@ -14,7 +14,7 @@
 
 #include "MediaContent.h"
 
-// The metadata handles are views into their item's record and count with it.
+// Metadata handles are views into their item's record and share its reference count.
 struct audio_meta_s {
     media_info_s* item;
 };
@@ -30,7 +30,7 @@ namespace platform {
 // In the order in which they are added.
 enum class ItemText {
     Id,
-    Folder,  // absolute, with a slash at its end
+    Folder,  // absolute, with a trailing slash
     Name,
     Mime,
     Title,
@@ -44,13 +44,13 @@ enum class ItemText {
     Count
 };
 
-// All texts of an item in one piece of memory, which for most items lies in this object. Some users
-// of the C interface keep their clones to the end of the process: what each of them costs counts.
+// All texts of an item in one buffer, which for most items is inside this object. Some users of the
+// C interface keep their clones until the process ends, so the size of each clone matters.
 class ItemTexts {
 public:
-    // The next text. Not thread-safe.
+    // Adds the next text. Not thread-safe.
     void Add(std::string_view text);
-    // Valid as long as this object; empty for what was not added.
+    // Valid as long as this object; empty for a text that was not added.
     std::string_view operator[](ItemText text) const { return Between(text, text); }
     std::string_view Path() const { return Between(ItemText::Folder, ItemText::Name); }
     bool operator==(const ItemTexts& other) const {
@@ -67,8 +67,8 @@ private:
 
 }  // namespace platform
 
-// Filled in by whoever makes it; never changed once it is shared. The hook is its place in the
-// table that finds records.
+// Filled in by its creator; never changed once it is shared. The hook links it into the record
+// table.
 struct media_info_s : boost::intrusive::set_base_hook<> {
     media_info_s(int64_t itemNumber, int64_t itemRevision);
     ~media_info_s();
@@ -76,7 +76,7 @@ struct media_info_s : boost::intrusive::set_base_hook<> {
     media_info_s& operator=(const media_info_s&) = delete;
 
     const int64_t number;
-    int64_t revision;  // of the row when it was last found to hold just this; the table's lock
+    int64_t revision;  // the last row revision seen with this content; guarded by the table's lock
     platform::ItemTexts texts;
     media_content_type_e type = MEDIA_CONTENT_TYPE_OTHERS;
     int32_t width = 0;
@@ -108,7 +108,7 @@ namespace platform {
 // What media_storage_h points to.
 struct StorageRecord {
     std::string id;
-    std::string path;  // where it is mounted
+    std::string path;  // mount path
     std::atomic<int64_t> holders{0};
 };
 
@@ -116,16 +116,17 @@ using MediaRecord = boost::intrusive_ptr<media_info_s>;
 using FolderRecord = boost::intrusive_ptr<media_folder_s>;
 using StorageRecordPtr = boost::intrusive_ptr<StorageRecord>;
 
-// The record of one version of one item: the one that somebody still holds, or else a new one that
-// `fill` completes, with the texts from the name on. The same content is therefore one object
-// however often its row is read or written again, and whoever keeps clones for ever keeps one for
-// each content that an item has had. `id` and `folderPath` (absolute, with a slash at its end) tell
-// databases and mount points apart. Any thread; `fill` runs under the table's lock when it runs.
+// Returns the record of one version of one item: the existing one if it is still referenced, else a
+// new one that `fill` completes, with the texts starting from the name. The same content is
+// therefore one object however often its row is reread or rewritten, and a client that keeps its
+// clones for ever keeps one object for each content that an item has had. `id` and `folderPath`
+// (absolute, with a trailing slash) distinguish databases and mount points. Thread-safe; `fill`, if
+// it runs, runs under the table's lock.
 MediaRecord ShareRecord(int64_t number, int64_t revision, const std::string& id,
                         const std::string& folderPath,
                         const std::function<void(media_info_s&)>& fill);
 
-// Item records that exist now in the whole process.
+// The number of item records in the process.
 int64_t LiveRecords();
 
 }  // namespace platform

@@ -25,7 +25,8 @@ Room MeasureRoom(const std::string& file) {
     int64_t all = kLargestFile + kLargestReserve;
     if (statvfs(file.c_str(), &disk) == 0)
         all = static_cast<int64_t>(disk.f_bavail * disk.f_frsize) + SizeOf(file) + log;
-    // The log, whose pages are in the file a second time later, and whatever else is on the disk.
+    // For the log, whose pages are later written to the file as well, and for other data on the
+    // disk.
     const int64_t reserve = std::min(all / 4, kLargestReserve);
     Room room;
     room.bound = std::min(all - reserve, kLargestFile);

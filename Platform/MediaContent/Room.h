@@ -1,4 +1,4 @@
-// How much of its disk the media database may take.
+// How much disk space the media database may use.
 #ifndef PLATFORM_MEDIA_CONTENT_ROOM_H
 #define PLATFORM_MEDIA_CONTENT_ROOM_H
 
@@ -9,13 +9,13 @@ namespace platform {
 
 // Bytes. See Docs/decisions/shares.md for the figures.
 struct Room {
-    int64_t bound = 0;       // what all storages may take together
-    int64_t share = 0;       // what one of them may take
-    bool logIsLong = false;  // the write-ahead log takes much of what is left for it
+    int64_t bound = 0;       // limit for all storages together
+    int64_t share = 0;       // limit for one storage
+    bool logIsLong = false;  // the write-ahead log takes up much of the remaining space
 };
 
-// Looks at the database `file` and its disk now: what other programs put there or take away counts
-// at once. A disk that cannot be asked is taken for a large one. Any thread.
+// Measures the database `file` and its disk now, so what other programs add or remove counts at
+// once. A disk whose size cannot be read is assumed to be large. Thread-safe.
 Room MeasureRoom(const std::string& file);
 
 }  // namespace platform

@@ -17,10 +17,10 @@
 namespace platform {
 namespace {
 
-constexpr size_t kBatch = 500;                // changes a transaction
-constexpr int64_t kWriteEveryMs = 500;        // sooner when files are slow to read
+constexpr size_t kBatch = 500;          // changes per transaction
+constexpr int64_t kWriteEveryMs = 500;  // for files that are slow to read, before a batch is full
 constexpr uint64_t kCheckpointEvery = 20000;  // changes
-constexpr int kMaxSkipLines = 20;             // log lines a scan
+constexpr int kMaxSkipLines = 20;             // log lines per scan
 
 constexpr long kMsdosMagic = 0x4d44;
 constexpr long kExfatMagic = 0x2011bab0;
@@ -91,7 +91,7 @@ media_content_error_e Scan::OpenRoot() {
         m_stableInodes = fileSystem.f_type != kMsdosMagic && fileSystem.f_type != kExfatMagic;
     m_heldItems = m_reader.HoldsItems(m_storage);
     m_readPassedOver = m_reader.IsToBeReadAgain(m_storage);
-    m_hasPassedOver = m_mount.hasPassedOver && !m_activity.full;  // a whole scan finds them
+    m_hasPassedOver = m_mount.hasPassedOver && !m_activity.full;  // a full scan finds them
     return MEDIA_CONTENT_ERROR_NONE;
 }
 
@@ -99,7 +99,7 @@ media_content_error_e Scan::OpenRoot() {
 
 media_content_error_e Scan::WalkAll() {
     m_lastWrite = NowMs();
-    // Taken before the walk: a folder that appears meanwhile is not missed at the end.
+    // Read before the walk: a folder that is added meanwhile is not taken for missing at the end.
     for (const ScanTarget& target : m_targets) {
         if (target.recursive)
             for (std::string& folder : m_reader.KnownFolders(m_storage, target.path))
@@ -157,7 +157,7 @@ media_content_error_e Scan::ScanFolder(const ScanTarget& target) {
     return MEDIA_CONTENT_ERROR_NONE;
 }
 
-// The folder that a file system was mounted on stays when it goes.
+// The folder that a file system was mounted on remains after the unmount.
 bool Scan::LooksUnmounted(const FolderContent& content) const {
     if (!m_activity.full || !content.empty || !m_heldItems) return false;
     struct stat parent {};
@@ -175,7 +175,7 @@ void Scan::ScanFiles(const UniqueFd& folder, const std::string& path, const Fold
     for (const auto& [name, item] : known) m_gone.push_back({item.number, path, name, item.pinned});
 }
 
-// Takes what is still there out of `known`.
+// Removes what still exists from `known`.
 void Scan::ScanFile(const UniqueFd& folder, const std::string& path, const std::string& name,
                     std::unordered_map<std::string, KnownItem>& known) {
     Change change;
@@ -189,11 +189,11 @@ void Scan::ScanFile(const UniqueFd& folder, const std::string& path, const std::
     if (m_mount.path.size() + path.size() + name.size() + 3 > PATH_MAX)
         return Skip(JoinPath(path, name), "the path is too long");
     ++m_activity.filesSeen;
-    // Nothing to compare it with: who opens it learns the rest on the way.
+    // There is nothing to compare with: the remaining facts are read when the file is opened.
     if (!m_heldItems && item == known.end()) return ReadNew(std::move(change));
     struct stat facts {};
     if (fstatat(folder.Get(), name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) != 0) {
-        if (!MeansGone(errno)) known.erase(name);  // there, but not to be judged now
+        if (!MeansGone(errno)) known.erase(name);  // exists, but cannot be checked now
         return;
     }
     if (!S_ISREG(facts.st_mode)) return;
@@ -215,7 +215,7 @@ void Scan::CompareFile(Change change, const KnownItem& known) {
     const bool passedOver = known.state == ItemState::PassedOver;
     if (passedOver) NotePassedOver();
     if (!change.retry || known.state == ItemState::Unread || (passedOver && m_readPassedOver)) {
-        change.number = 0;  // whatever is at this place when it is written
+        change.number = 0;  // whatever is at this place at write time
         return ReadLater(std::move(change));
     }
     if (change.facts.inode == known.facts.inode || !m_stableInodes) return;
@@ -223,8 +223,8 @@ void Scan::CompareFile(Change change, const KnownItem& known) {
     m_changes.push_back(std::move(change));
 }
 
-// Files that were passed over are read when the storage is another than it was then: somebody may
-// have taken the bad ones away. That it is to be done outlives a stick that is pulled out first.
+// Passed-over files are read when the storage has changed since: somebody may have removed the bad
+// files. The decision is recorded, so it survives a pull-out before the files are read.
 void Scan::LookAtThemAgain() {
     if (!m_hasPassedOver || !m_differs || m_readPassedOver || m_activity.again) return;
     m_tools.store.Write().SetToBeReadAgain(m_storage, true);
@@ -254,14 +254,14 @@ void Scan::NewFile(Change change) {
     m_changes.push_back(std::move(change));
 }
 
-// The same inode with the same content, no longer where it was.
+// Finds an item with the same inode and content that is no longer at its old place.
 bool Scan::FindMoved(const Change& change, KnownPlace& from) {
     for (KnownPlace& place : m_reader.KnownPlaces(m_storage, change.facts.inode)) {
         if (!SameContent(place.facts, change.facts) || m_claimed.count(place.number)) continue;
         struct stat facts {};
         if (StatBelow(m_root.Get(), place.folder, place.name, facts) &&
             static_cast<int64_t>(facts.st_ino) == place.facts.inode)
-            continue;  // two names of one file
+            continue;  // a hard link: two names of one file
         from = std::move(place);
         return true;
     }
@@ -276,7 +276,7 @@ void Scan::ReadNew(Change change) {
     ++m_leftOut;
 }
 
-// One stick is not to take the room of all; what is known of it stays up to date all the same.
+// One storage must not use up the space of all; its known items are kept up to date all the same.
 void Scan::LookForSpace() {
     if (m_space != SpaceLeft::Some) return;
     m_space = m_tools.store.Write().FindSpace(m_storage);
@@ -324,7 +324,7 @@ void Scan::WriteBatch(size_t begin, size_t end) {
     m_written += batch.size();
 }
 
-// Nobody waits for it: readers find everything in the log as well.
+// Nothing waits for this: readers find everything in the log as well.
 void Scan::Checkpoint() {
     m_tools.workers.Submit(nullptr, [&store = m_tools.store] { store.Write().Checkpoint(); });
 }
@@ -343,7 +343,7 @@ bool Scan::IsKept(const std::string& path) const {
     });
 }
 
-// Folders that held items and were not come by.
+// Folders that had items and were not visited.
 void Scan::FindGoneFolders() {
     for (const std::string& path : m_knownFolders) {
         if (IsKept(path)) continue;
@@ -375,8 +375,8 @@ bool Scan::StillThere(const Gone& gone) const {
     return S_ISREG(facts.st_mode);
 }
 
-// False when the storage was pulled out or its folder replaced during the scan: then the walk has
-// seen less than there is.
+// False when the storage was pulled out or its root folder replaced during the scan: the walk has
+// then seen less than there is.
 bool Scan::RootIsTheSame() const {
     struct stat now {};
     return stat(m_mount.path.c_str(), &now) == 0 && now.st_dev == m_rootFacts.st_dev &&

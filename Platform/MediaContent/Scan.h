@@ -1,4 +1,4 @@
-// One scan: brings the database's picture of a storage, or of some folders of it, up to date.
+// One scan: brings the database up to date with a storage, or with some of its folders.
 #ifndef PLATFORM_MEDIA_CONTENT_SCAN_H
 #define PLATFORM_MEDIA_CONTENT_SCAN_H
 
@@ -21,7 +21,7 @@
 namespace platform {
 
 struct ScanTarget {
-    std::string path;  // a folder below the storage's root, "" for the root; it may be gone
+    std::string path;  // relative to the storage's root, "" for the root; may be gone
     bool recursive = true;
 };
 
@@ -33,17 +33,17 @@ struct ScanTools {
     Updates& updates;
 };
 
-// The scan's own thread walks and is the only one that writes; the workers only read files.
-// Used once, by one thread.
+// The scan's own thread walks the folders and is the only one that writes; the workers only read
+// files. Used once, by one thread.
 class Scan {
 public:
     Scan(const ScanTools& tools, Activity& activity, std::vector<ScanTarget> targets);
     Scan(const Scan&) = delete;
     Scan& operator=(const Scan&) = delete;
 
-    // NONE, CANCELLED, NOT_FOUND or PERMISSION_DENIED (no reading the root), or DB_FAILED. What was
-    // written before an error stays; nothing is removed then. DB_FAILED, too, when all was done but
-    // for new files that there was no room for.
+    // Returns NONE, CANCELLED, NOT_FOUND or PERMISSION_DENIED (the root cannot be read), or
+    // DB_FAILED. What was written before an error stays, and nothing is removed. DB_FAILED is also
+    // returned when everything was done except for new files for which there was no space.
     media_content_error_e Run();
 
 private:
@@ -92,25 +92,25 @@ private:
 
     UniqueFd m_root;
     struct stat m_rootFacts {};
-    bool m_heldItems = false;       // the storage had items before
-    bool m_stableInodes = true;     // the file system keeps inode numbers from mount to mount
-    bool m_readPassedOver = false;  // what was passed over is to be read now
-    bool m_hasPassedOver = false;   // there is some
-    bool m_differs = false;         // from what the database knows
+    bool m_heldItems = false;       // the database had items of this storage before
+    bool m_stableInodes = true;     // the file system keeps inode numbers across mounts
+    bool m_readPassedOver = false;  // passed-over files are to be read now
+    bool m_hasPassedOver = false;   // the storage has passed-over files
+    bool m_differs = false;         // the storage differs from the database
     std::vector<ScanTarget> m_stack;
     std::unordered_set<std::string>
-        m_knownFolders;               // held items before; visited ones are taken out
-    std::vector<std::string> m_kept;  // could not be read: nothing below is judged
+        m_knownFolders;               // had items before this scan; visited ones are removed
+    std::vector<std::string> m_kept;  // unreadable: items below them are kept
     std::vector<Gone> m_gone;
     std::unordered_set<int64_t> m_claimed;  // items that moved, or whose content changed in place
     std::vector<Change> m_changes;          // to be written
     int64_t m_lastWrite = 0;                // milliseconds
     uint64_t m_written = 0;                 // changes since the last checkpoint
     SpaceLeft m_space = SpaceLeft::Some;
-    uint64_t m_leftOut = 0;  // new files without room
+    uint64_t m_leftOut = 0;  // new files for which there was no space
     int m_skipLines = 0;
 
-    FilesBeingRead m_reading;  // the first to go: the workers read below m_root until then
+    FilesBeingRead m_reading;  // destroyed first: until then workers read below m_root
 };
 
 }  // namespace platform

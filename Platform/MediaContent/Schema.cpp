@@ -12,9 +12,9 @@
 namespace platform {
 namespace {
 
-// Paths and names are the file system's own bytes, kept as text so that conditions can compare
-// them. Texts and numbers that a file does not have are empty or 0, never null: an order by any
-// column is then total together with the number.
+// Paths and names are the file system's own bytes, stored as text so that conditions can compare
+// them. Texts and numbers that a file does not have are empty or 0, never null: sorting by any
+// column, then by the number, is therefore a total order.
 //   storage  number: in the order of first sight; revision: grows with every change of its items;
 //            count0 to count4: its items by type
 //   folder   path: below the storage's root, "" for the root itself; name: its last part; count0 to
@@ -80,12 +80,12 @@ CREATE INDEX item_by_folder ON item(folder, added);
 CREATE INDEX item_by_inode ON item(storage, inode);
 )";
 
-// Step n makes version n + 1 out of version n, which for the first is an empty file. What was
-// released once is never changed: a later version adds a step, and whatever the file of an earlier
-// one holds goes through the same steps as a new one.
+// Step n upgrades version n to version n + 1; the first starts from an empty file. A released step
+// is never changed: a later version adds a step, so an older file goes through the same steps as a
+// new one.
 constexpr const char* kSteps[] = {
     kTablesOfVersion1,
-    // Files that the readers of version 1 failed at, or that took them too long, get another try.
+    // Files that version 1 failed to read, or that took it too long, are tried again.
     "UPDATE item SET state = 0 WHERE state = 2",
 };
 constexpr int64_t kSchemaVersion = std::size(kSteps);
@@ -152,7 +152,7 @@ void CreateViews(Connection& connection, const std::string& salt) {
     }
 }
 
-// They hold nothing, and would keep a step from changing what they name.
+// Views hold no data, and would keep a step from changing the tables they name.
 void DropViews(Connection& connection) {
     std::string drops;
     {
@@ -163,7 +163,7 @@ void DropViews(Connection& connection) {
     connection.Execute(drops.c_str());
 }
 
-// All of the steps that are missing, or none. The file's number of version is changed with them.
+// Runs all missing steps, or none. The file's version number is changed in the same transaction.
 void BringUpToDate(Connection& connection) {
     const int64_t version = Pragma(connection, "PRAGMA user_version");
     if (version == kSchemaVersion) return;
@@ -182,7 +182,7 @@ void BringUpToDate(Connection& connection) {
                      static_cast<long long>(version), static_cast<long long>(kSchemaVersion));
 }
 
-// Throws when the file is not what its head says.
+// Throws when the file does not match its header.
 void CheckSchema(Connection& connection) {
     for (const char* sql : {"SELECT * FROM storage LIMIT 1", "SELECT * FROM folder LIMIT 1",
                             "SELECT * FROM item ORDER BY number DESC LIMIT 1"})
@@ -194,13 +194,13 @@ void KeepLogAtClose(Connection& connection, bool keep) {
     sqlite3_db_config(connection.Handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, keep ? 1 : 0, nullptr);
 }
 
-// Opens what is ours, or makes it. A new file gets its tables before it gets a write-ahead log, so
-// that whoever looks at it finds it empty or ours.
+// Opens our database, or creates it. A new file gets its tables before it gets a write-ahead log,
+// so that other readers find it either empty or ours.
 std::unique_ptr<Connection> OpenOurs(const std::string& file) {
     KeepPrivate(file);
     auto connection =
         std::make_unique<Connection>(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-    KeepLogAtClose(*connection, true);  // damaged, it is moved aside as it was
+    KeepLogAtClose(*connection, true);  // if damaged, it is moved aside unchanged
     BringUpToDate(*connection);
     CheckSchema(*connection);
     KeepLogAtClose(*connection, false);
@@ -208,7 +208,7 @@ std::unique_ptr<Connection> OpenOurs(const std::string& file) {
         "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA cache_size = -8192;"
         "PRAGMA journal_size_limit = 16777216; PRAGMA wal_autocheckpoint = 4000;"
         "PRAGMA temp_store = MEMORY");
-    // A folder without the right to write, or a full disk, is found out here and not in a scan.
+    // Detects a folder without write permission, or a full disk, here rather than in a scan.
     Transaction transaction(*connection, Transaction::WRITE);
     Query(*connection, "INSERT OR REPLACE INTO setting VALUES('opened', ?)")
         .Bind(static_cast<int64_t>(time(nullptr)))
@@ -230,13 +230,13 @@ std::string WhyNotOurs(const std::string& file) {
 
 std::unique_ptr<Connection> OpenWriter(const std::string& file) {
     const std::filesystem::path folder = std::filesystem::path(file).parent_path();
-    std::error_code ignored;  // what is wrong with the folder shows when the file is opened
+    std::error_code ignored;  // an error with the folder shows when the file is opened
     if (!folder.empty()) std::filesystem::create_directories(folder, ignored);
     if (const std::string why = WhyNotOurs(file); !why.empty()) MoveAside(file, why);
     try {
         return OpenOurs(file);
     } catch (const DatabaseError& error) {
-        // What is asked of it is right: an error in it is a table or a column that is missing.
+        // The statements are correct: SQLITE_ERROR therefore means a missing table or column.
         if (!error.MeansDamage() && error.Code() != SQLITE_ERROR) throw;
         MoveDamagedAside(file, error.what());
     }

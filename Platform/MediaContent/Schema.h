@@ -1,4 +1,4 @@
-// The tables of the media database and the way its file is opened.
+// The tables of the media database, and how its file is opened.
 #ifndef PLATFORM_MEDIA_CONTENT_SCHEMA_H
 #define PLATFORM_MEDIA_CONTENT_SCHEMA_H
 
@@ -9,21 +9,22 @@
 
 namespace platform {
 
-// Opens the writing connection of the database `file`; it is made when missing, with its folder,
-// for its owner's eyes only. One of an earlier schema is brought up to this one's in one
-// transaction, with all that it holds. What is not ours or of a newer schema is moved aside
-// unchanged, what is damaged is moved aside as well, both with a log line, and the database is made
-// anew: it only caches what the storages hold. Throws DatabaseError when there is no writing it.
+// Opens the writing connection of the database `file`. Creates the file and its folder when
+// missing, accessible only to their owner. A database with an older schema is upgraded, with all
+// its data, in one transaction. A file that is not ours or has a newer schema is moved aside
+// unchanged, a damaged one is moved aside as well, both with a log line, and the database is
+// recreated: it only caches what the storages hold. Throws DatabaseError when the database cannot
+// be written.
 std::unique_ptr<Connection> OpenWriter(const std::string& file);
 
-// A connection that cannot write. Throws DatabaseError.
+// A read-only connection. Throws DatabaseError.
 std::unique_ptr<Connection> OpenReader(const std::string& file);
 
-// The name of the setting that a storage's passed-over files are to be read.
+// The name of the setting that says that a storage's passed-over files are to be read.
 std::string ReadAgainSetting(int64_t storage);
 
-// A word made once a database file; item and folder ids begin with it, so that a database made
-// anew never gives an old id to another file.
+// A random word, generated once per database file. Item and folder ids begin with it, so a
+// recreated database never reuses an old id for another file.
 std::string ReadSalt(Connection& connection);
 
 }  // namespace platform

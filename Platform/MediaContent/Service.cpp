@@ -77,8 +77,8 @@ int ReportFailure(const char* call, Session* session) {
 // ---- connection -------------------------------------------------------------------------------
 
 void Service::Configure(const MediaServiceOptions& options) {
-    // SQLite's own account of its memory takes a lock of the whole process for every block; nobody
-    // asks for it. Refused, and no matter, when a database has been open before.
+    // SQLite's memory statistics take a process-wide lock for every block, and nothing reads them.
+    // The call fails, harmlessly, when a database has been opened before.
     sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
     std::lock_guard<std::mutex> lock(m_mutex);
     m_options = options;
@@ -86,7 +86,7 @@ void Service::Configure(const MediaServiceOptions& options) {
 
 int Service::Connect() {
     std::lock_guard<std::mutex> lifecycle(m_lifecycle);
-    // None although there are connections: a damaged database that could not be made anew.
+    // No session although there are connections: a damaged database could not be recreated.
     if (m_connections == 0 || !Current()) {
         const int error = OpenSession();
         if (error != MEDIA_CONTENT_ERROR_NONE) return error;
@@ -109,8 +109,8 @@ void Service::Shutdown() {
     m_activities.Stop();
 }
 
-// With the record of each of `mounts`. Damage that shows only when they are written is answered
-// as damage found at the opening is. Throws DatabaseError.
+// Also records each of `mounts`. Damage that shows only when they are written is handled like
+// damage found on opening. Throws DatabaseError.
 SessionPtr Service::NewSession(const std::vector<MountPtr>& mounts) {
     MediaServiceOptions options;
     {
@@ -154,7 +154,7 @@ void Service::CloseSession() {
     const auto all = [](const Activity&) { return true; };
     m_activities.Cancel(all);
     m_activities.Wait(all);
-    m_activities.Stop();  // only its idle threads are left
+    m_activities.Stop();  // only idle threads are left
     for (const auto& mount : m_storages.All()) {
         mount->number = 0;
         mount->scanStatus = MEDIA_STORAGE_SCAN_STOPPED;
@@ -175,7 +175,7 @@ SessionPtr Service::Open() {
 
 void Service::ReplaceDamaged(const SessionPtr& session) {
     std::lock_guard<std::mutex> lifecycle(m_lifecycle);
-    if (Current() != session) return;  // somebody else has done it
+    if (Current() != session) return;  // another thread has done it
     CloseSession();
     MoveDamagedAside(session->store.File(), "found damaged");
     OpenSession();

@@ -1,4 +1,4 @@
-// The one media database service of the process: connections, mounted storages, scans.
+// The process's single media database service: connections, mounted storages, scans.
 #ifndef PLATFORM_MEDIA_CONTENT_SERVICE_H
 #define PLATFORM_MEDIA_CONTENT_SERVICE_H
 
@@ -20,8 +20,8 @@
 
 namespace platform {
 
-// Everything that exists while the process holds a connection. Scans and calls that are under way
-// hold it by a shared pointer.
+// Everything that exists while the process holds a connection. Running scans and calls hold it by a
+// shared pointer.
 struct Session {
     Session(const MediaServiceOptions& options, Updates& updates);
     Store store;
@@ -31,10 +31,10 @@ struct Session {
 };
 using SessionPtr = std::shared_ptr<Session>;
 
-// Any thread. Mounted storages are remembered whether the database is open or not.
+// Thread-safe. Mounted storages are remembered whether the database is open or not.
 class Service {
 public:
-    // Never destroyed: late calls find it until the very end of the process.
+    // Never destroyed, so that late calls are safe until the process ends.
     static Service& Get();
 
     void Configure(const MediaServiceOptions& options);
@@ -47,7 +47,7 @@ public:
     void Changed(const std::string& mountPath, const std::vector<std::string>& paths);
     std::vector<ScanProgress> Scans();
 
-    // Null while nobody is connected. A damaged database is replaced first.
+    // Null while nobody is connected. Replaces a damaged database first.
     SessionPtr Open();
     const Storages& GetStorages() const { return m_storages; }
 
@@ -73,19 +73,19 @@ private:
     void ReportScanEnd(Mount& mount, media_content_error_e error);
     void StartPurge(const SessionPtr& session);
 
-    std::mutex m_lifecycle;  // opening, closing, mounts that come and go; taken before m_mutex
+    std::mutex m_lifecycle;  // opening, closing, mounting, unmounting; taken before m_mutex
     int m_connections = 0;   // guarded by m_lifecycle
 
     std::mutex m_mutex;
-    MediaServiceOptions m_options;  // guarded by m_mutex, as all below
+    MediaServiceOptions m_options;  // guarded by m_mutex, as is everything below
     SessionPtr m_session;
 
-    Storages m_storages;  // these synchronise themselves
+    Storages m_storages;  // synchronises itself, as does m_updates
     Updates m_updates;
     ActivityQueue m_activities;
 };
 
-// Runs the body of a C call: null session, exceptions and damage become error codes.
+// Runs the body of a C call; turns a null session, exceptions and damage into error codes.
 template <typename Body>
 int Guarded(const char* call, Body body);
 template <typename Body>

@@ -15,7 +15,7 @@
 namespace platform {
 namespace {
 
-// An item that somebody asks for by its path: it stays, whatever its kind.
+// An item that a client added by its path: it stays, whatever its kind.
 Change PinnedChange(const std::string& path, const struct stat& facts) {
     Change change;
     const char* mime = "application/octet-stream";
@@ -28,7 +28,7 @@ Change PinnedChange(const std::string& path, const struct stat& facts) {
     return change;
 }
 
-// Before the files of any scan, and behind other registrations on the same storage at most.
+// Runs ahead of the files of any scan, and waits at most for other registrations on this storage.
 bool ReadNow(Session& session, const Activity& activity, int root, std::vector<Change>& changes) {
     const auto task = std::make_shared<std::packaged_task<bool()>>(
         [&] { return ReadMetadataInto(session.extractor, root, changes, activity.cancel); });
@@ -73,7 +73,7 @@ int Service::Remove(const char* mediaId) {
     const SessionPtr session = Open();
     if (!session) return MEDIA_CONTENT_ERROR_INVALID_OPERATION;
     const int64_t number = session->store.ItemNumber(mediaId);
-    // What is hidden with its storage is not there to be deleted.
+    // An item of an absent storage is hidden and cannot be deleted.
     const Scope scope = m_storages.ScopeOf(nullptr);
     if (number == 0 || !Reader(session->store).FindItem(scope, number))
         return MEDIA_CONTENT_ERROR_NOT_FOUND;

@@ -16,12 +16,12 @@ namespace platform {
 namespace {
 
 constexpr int64_t kForgetAfterS = 180 * 24 * 3600;
-constexpr int kPurgeBatch = 500;  // items a transaction
+constexpr int kPurgeBatch = 500;  // items per transaction
 
 using Clock = std::chrono::steady_clock;
 
-// A scan that found nothing to do on a storage that was there before is no news, nor is one that
-// was cancelled: the storage is gone, as is told already, or the last client.
+// Not logged: a scan that found nothing to do on a storage that was there before, and a cancelled
+// scan, since either its storage is gone, which is logged already, or the last client is.
 void LogScan(const Activity& scan, media_content_error_e error, Clock::time_point start) {
     const Mount& mount = *scan.mount;
     const std::chrono::duration<double> took = Clock::now() - start;
@@ -44,7 +44,7 @@ void LogScan(const Activity& scan, media_content_error_e error, Clock::time_poin
 }  // namespace
 
 void Service::StartFullScan(const SessionPtr& session, const MountPtr& mount) {
-    // One that has not begun yet will see whatever has changed until now.
+    // A scan that has not started yet will see all changes made so far.
     if (m_activities.IsQueued(
             [&](const Activity& waiting) { return waiting.full && waiting.mount == mount; }))
         return;
@@ -56,8 +56,7 @@ void Service::StartFullScan(const SessionPtr& session, const MountPtr& mount) {
     if (error != MEDIA_CONTENT_ERROR_NONE) mount->scanStatus = MEDIA_STORAGE_SCAN_STOPPED;
 }
 
-// Nothing is thrown when there is no thread to be had: the log tells, the next occasion tries
-// again.
+// Does not throw when no thread can be started: it logs that, and the next opportunity tries again.
 int Service::Submit(const ActivityPtr& activity, std::function<void()> run) {
     return Guarded("scan", [&] {
         m_activities.Submit(activity, std::move(run));
@@ -65,7 +64,7 @@ int Service::Submit(const ActivityPtr& activity, std::function<void()> run) {
     });
 }
 
-// A scan that ends because the database is closed is not reported: it goes on at the next
+// A scan that ends because the database is closed is not reported: it resumes at the next
 // connection.
 void Service::RunFullScan(const SessionPtr& session, const ActivityPtr& activity) {
     Mount& mount = *activity->mount;
@@ -126,12 +125,12 @@ void Service::Changed(const std::string& mountPath, const std::vector<std::strin
     const SessionPtr session = Current();
     const auto mount = m_storages.At(mountPath);
     if (!session || !mount || mount->number == 0) return;
-    std::set<std::pair<std::string, bool>> targets;  // a path once, whole or only itself
+    std::set<std::pair<std::string, bool>> targets;  // each path once; true: recursive
     for (const std::string& path : paths) {
         std::string below;
         if (!IsInside(WithoutSlash(path), mount->path, below)) continue;
         if (below.empty()) return StartFullScan(session, mount);
-        // That file speaks for all that lies below its folder.
+        // A .nomedia file affects everything below its folder.
         targets.insert({ParentPath(below), LastPart(below) == ".nomedia"});
         struct stat facts {};
         if (lstat(path.c_str(), &facts) != 0 || S_ISDIR(facts.st_mode))
@@ -157,7 +156,7 @@ std::vector<ScanProgress> Service::Scans() {
     return scans;
 }
 
-// Storages that nobody has plugged in for long give their place back, a little at a time.
+// Storages that have not been plugged in for long give back their space, a little at a time.
 void Service::StartPurge(const SessionPtr& session) {
     const auto activity = std::make_shared<Activity>();
     Submit(activity, [session, activity] {

@@ -14,7 +14,7 @@
 namespace platform {
 namespace {
 
-// "vfat", "iso9660"; "folder" where nothing is mounted.
+// "vfat", "iso9660"; "folder" when `path` is not a mount point.
 std::string FileSystemAt(const std::string& path) {
     GUnixMountEntry* entry = g_unix_mount_at(path.c_str(), nullptr);
     if (!entry) return "folder";
@@ -23,8 +23,8 @@ std::string FileSystemAt(const std::string& path) {
     return type;
 }
 
-// The same file system is mounted there as when it came, on a device that the system still has.
-// (A stick that was pulled out may stay mounted for a moment.)
+// True when the same file system is still mounted there, on a device that the system still has. (A
+// stick that was pulled out may stay mounted for a moment.)
 bool IsStillThere(const Mount& mount) {
     struct stat now {};
     if (stat(mount.path.c_str(), &now) != 0 || now.st_dev != mount.root.st_dev ||
@@ -41,7 +41,7 @@ std::string ToldName(const Mount& mount) {
     return mount.identity + ' ' + mount.path;
 }
 
-// The same for the same identity, in whatever database.
+// The same for the same identity, in every database.
 std::string StorageIdFor(const std::string& identity) {
     gchar* sum = g_compute_checksum_for_string(G_CHECKSUM_SHA1, identity.c_str(),
                                                static_cast<gssize>(identity.size()));

@@ -13,31 +13,32 @@
 
 namespace platform {
 
-// They are remembered whether a database is open or not. Any thread, but for Make, Add and Take, of
-// which one runs at a time. Takes a lock of its own for a look at the list.
+// Storages are remembered whether a database is open or not. Thread-safe, except that Make, Add and
+// Take must not run concurrently. Takes its own lock while it reads or changes the list.
 class Storages {
 public:
-    // A storage with the best identity that no other mounted one bears: sticks that are copied
-    // whole share their UUIDs. The log tells of it as news when nobody found it there before.
+    // Creates a mount with the best identity that no other mounted storage has: sticks that are
+    // copied whole share their UUIDs. The log reports it if it was not found there before.
     MountPtr Make(const MountedStorage& storage);
     void Add(MountPtr mount);
-    // Out of the list, and marked as gone; null when there is none. The log tells of it unless it
-    // is given back because the last client leaves.
+    // Removes the mount from the list and marks it as gone; null when there is none. The log
+    // reports it unless it is removed because the last client leaves.
     MountPtr Take(const std::string& mountPath);
 
     std::vector<MountPtr> All() const;
     MountPtr At(const std::string& mountPath) const;
-    // By the id that clients know; null while no database has it.
+    // By the id that clients use; null while no database contains it.
     MountPtr Find(const std::string& storageId) const;
-    // Those that the database has; with a filter that names a storage, that one if it is present.
+    // The mounted storages that the database contains; with a filter that names a storage, only
+    // that one, if present.
     Scope ScopeOf(const media_filter_s* filter) const;
-    // The one that holds `path` (links resolved), and the path below its root.
+    // The storage that contains `path` (links resolved), and the path below its root.
     MountPtr Resolve(const std::string& path, std::string& below) const;
 
 private:
     std::string ChooseIdentity(const MountedStorage& storage, const std::string& path) const;
 
-    // Of which the log has told, by identity and path: each first client finds all storages anew.
+    // Logged storages, by identity and path: each first client finds all storages again.
     std::set<std::string> m_told;
 
     mutable std::mutex m_mutex;

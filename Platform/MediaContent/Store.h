@@ -1,4 +1,4 @@
-// The open media database: one connection that writes, a few that read, and what both know.
+// The open media database: one connection that writes, a few that read, and their shared state.
 #ifndef PLATFORM_MEDIA_CONTENT_STORE_H
 #define PLATFORM_MEDIA_CONTENT_STORE_H
 
@@ -15,8 +15,8 @@ namespace platform {
 
 class Writer;
 
-// Closed when the last user lets go of it, so that a call that is under way when the service
-// disconnects still ends well.
+// Closed when the last user releases it, so that a call in progress when the service disconnects
+// can still finish.
 class Store {
 public:
     // Throws DatabaseError.
@@ -25,7 +25,7 @@ public:
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
 
-    // A reading connection for the calling thread; goes back to the pool with the borrow.
+    // A reading connection for the calling thread; returned to the pool on destruction.
     class Borrowed {
     public:
         Borrowed(Store& store, std::unique_ptr<Connection> connection)
@@ -46,13 +46,14 @@ public:
     const std::string& File() const { return m_file; }
     const std::string& Salt() const { return m_salt; }
 
-    // Ids as clients see them, and back; 0 for a text that is no id of this database.
+    // Converts item numbers to the ids that clients see and back; 0 for a text that is not an id of
+    // this database.
     std::string ItemId(int64_t number) const { return m_salt + '-' + std::to_string(number); }
     std::string FolderId(int64_t number) const { return m_salt + "-f" + std::to_string(number); }
     int64_t ItemNumber(const std::string& id) const { return Number(id, "-"); }
     int64_t FolderNumber(const std::string& id) const { return Number(id, "-f"); }
 
-    // Somebody met damage in the file: it is to be replaced at the next occasion.
+    // A caller found damage in the file: it is replaced at the next opportunity.
     void ReportDamage() { m_damaged = true; }
     bool IsDamaged() const { return m_damaged; }
 

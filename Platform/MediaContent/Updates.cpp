@@ -44,7 +44,7 @@ void Updates::Report(Update update) {
                                  key);
 }
 
-// Counts the report of an item in, or out.
+// Adds the report of an item to the count, or removes it.
 bool Updates::HasRoom() {
     if (m_waiting < kMaxWaiting) {
         ++m_waiting;

@@ -1,4 +1,4 @@
-// Reports of database changes, handed to their receivers on the default main context.
+// Reports of database changes, delivered to their receivers on the default main context.
 #ifndef PLATFORM_MEDIA_CONTENT_UPDATES_H
 #define PLATFORM_MEDIA_CONTENT_UPDATES_H
 
@@ -23,16 +23,15 @@ struct Update {
     std::string mime;  // empty: none
 };
 
-// The report of a change to the item `id` of a storage mounted at `mountPath`.
+// The report for a change to item `id` of the storage mounted at `mountPath`.
 Update UpdateOf(const Done& done, std::string id, const std::string& mountPath);
 
-// Any thread. Never calls a receiver from Report, and never under a lock. When nobody runs the
-// default main context what waits for it stays bounded: of the items' reports the later ones are
-// dropped with a log line, of the scans' ends the last one of each storage is kept. Lives as long
-// as the process.
+// Thread-safe. Never calls a receiver from Report, and never under a lock. The queue stays bounded
+// even when nobody runs the default main context: further item reports are dropped with a log line;
+// of the scan reports, the last one of each storage is kept. Lives as long as the process.
 class Updates {
 public:
-    // The same pair again changes nothing.
+    // Adding the same pair again has no effect.
     void AddReceiver(media_content_db_updated_cb callback, void* userData);
     void Report(Update update);
 

@@ -25,7 +25,7 @@ unsigned char TypeOf(int folder, const dirent& entry) {
     return static_cast<unsigned char>(IFTODT(facts.st_mode));
 }
 
-// For kernels and sandboxes without openat2: one part after the other, none of them a link.
+// For kernels and sandboxes without openat2: opens one component at a time, refusing links.
 UniqueFd OpenStepwise(int root, const std::string& path, int flags) {
     UniqueFd at(openat(root, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
     size_t begin = 0;
@@ -67,7 +67,7 @@ int ReadFolder(const UniqueFd& folder, FolderContent& content) {
     UniqueFd copy(fcntl(folder.Get(), F_DUPFD_CLOEXEC, 0));
     const std::unique_ptr<DIR, FolderCloser> stream(copy ? fdopendir(copy.Get()) : nullptr);
     if (!stream) return errno;
-    copy.Release();  // now the stream's
+    copy.Release();  // now owned by the stream
     for (;;) {
         errno = 0;
         const dirent* entry = readdir(stream.get());
@@ -82,7 +82,7 @@ int ReadFolder(const UniqueFd& folder, FolderContent& content) {
             content.files.push_back({entry->d_name, entry->d_ino});
     }
     const int error = errno;
-    // Files made one after the other mostly lie one after the other on the medium.
+    // Files created one after the other are mostly stored one after the other on the medium.
     const auto byInode = [](const FolderEntry& a, const FolderEntry& b) {
         return a.inode < b.inode;
     };

@@ -13,12 +13,12 @@
 namespace platform {
 
 // Opens `path`, relative to the folder open at `root` ("" for that folder itself), with `flags` as
-// open takes them. No part of the path may be a symbolic link or lie on another file system.
-// None with errno on failure.
+// for open. No component of the path may be a symbolic link or lie on another file system. Returns
+// an empty descriptor with errno set on failure.
 UniqueFd OpenBelow(int root, const std::string& path, int flags);
 
-// The errno of an OpenBelow that means "there is no such thing in this storage", as against one
-// that could not be looked at now.
+// True when the errno of a failed OpenBelow means "does not exist in this storage" rather than
+// "cannot be checked now".
 bool MeansGone(int error);
 
 struct FolderEntry {
@@ -40,8 +40,8 @@ inline bool IsHidden(const std::string& name) {
     return name.empty() || name[0] == '.';
 }
 
-// True when a scan does not look at `path` (a folder below the one open at `root`): a part of it is
-// hidden, or a folder on the way, the last included, holds .nomedia.
+// True when scans skip `path` (a folder below the one open at `root`): a component of it is hidden,
+// or a folder along it, including the last, contains .nomedia.
 bool IsExcluded(int root, const std::string& path);
 
 }  // namespace platform

@@ -14,7 +14,7 @@ WorkerPool::Lines::iterator WorkerPool::FindLine(Lane lane) {
                         [lane](const Line& line) { return line.lane == lane; });
 }
 
-// The line whose first task may run now and has waited longest for its turn.
+// The line whose first task may run now and which has waited longest for its turn.
 WorkerPool::Lines::const_iterator WorkerPool::Next() const {
     size_t shared = 0;
     for (const Line& line : m_lines) shared += line.slow ? 0 : line.running;
@@ -24,7 +24,7 @@ WorkerPool::Lines::const_iterator WorkerPool::Next() const {
 }
 
 ThreadCrew::Task WorkerPool::TakeTask() {
-    const auto line = m_lines.erase(Next(), Next());  // the same place, to be changed
+    const auto line = m_lines.erase(Next(), Next());  // the same position, but mutable
     Task task = std::move(line->tasks.front());
     line->tasks.pop_front();
     ++line->running;

@@ -11,20 +11,20 @@
 
 namespace platform {
 
-// Threads for work that can be done side by side. Work comes in lanes: one for each scan, one for
-// what clients ask for on a storage. Lanes take turns. They share `threads` threads, but a lane of
-// which nothing runs gets another one rather than wait for work of other lanes. Any thread.
+// A thread pool with lanes: one for each scan, one for client requests on a storage. Lanes take
+// turns. They share `threads` threads, but a lane with nothing running gets an extra thread rather
+// than wait for other lanes. Thread-safe.
 class WorkerPool : private ThreadCrew {
 public:
-    using Lane = const void*;  // only compared: the address of whom the work is for
+    using Lane = const void*;  // an opaque key: the address of the object that the work is for
 
     explicit WorkerPool(size_t threads);
     // Runs what is queued, then joins.
     ~WorkerPool() { Stop(); }
-    // On the calling thread when no other one can be had.
+    // Runs the task on the calling thread when no thread is available.
     void Submit(Lane lane, std::function<void()> task);
-    // The lane's work takes long whatever else runs. Until the lane is empty it has one thread at a
-    // time, which is none of the shared ones.
+    // Marks a lane whose work is slow regardless of load. Until the lane is empty it has one thread
+    // at a time, which is not one of the shared ones.
     void SetSlow(Lane lane);
 
 private:

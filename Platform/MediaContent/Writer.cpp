@@ -11,20 +11,20 @@ namespace platform {
 namespace {
 
 constexpr size_t kMaxKnownFolders = 4096;
-constexpr int kPurgeBatch = 500;  // items a transaction
+constexpr int kPurgeBatch = 500;  // items per transaction
 
 constexpr const char* kRow =
     "SELECT number, storage, folder, name, title, mime, type, size, modified, modified_ns, inode, "
     "pinned FROM item ";
 
-// The columns that Insert and Update have in common, in the order in which BindContent binds them.
+// The columns shared by Insert and Update, in the order in which BindContent binds them.
 constexpr const char* kContentColumns[] = {
     "type",        "modified", "modified_ns", "size",     "inode",     "state",
     "pinned",      "name",     "mime",        "title",    "width",     "height",
     "orientation", "bit_rate", "duration",    "latitude", "longitude", "description",
     "album",       "artist",   "genre",       "composer", "copyright", "track"};
 
-// The change and the title stay as they are until the query has run.
+// The change and the title must stay valid until the query has run.
 void BindContent(Query& query, const Change& change, const std::string& title, bool pinned) {
     const Metadata& meta = change.metadata;
     query.Bind(static_cast<int64_t>(change.type)).Bind(change.facts.modified);
@@ -79,7 +79,7 @@ void Writer::InOneTransaction(Body body) {
     }
 }
 
-// `body` may run several times: when the disk is full, once more after each thing that makes room.
+// `body` may run several times: on a full disk, again after each step that frees space.
 template <typename Body>
 void Writer::InTransaction(Body body) {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -184,7 +184,7 @@ void Writer::Move(Batch& batch, const Change& change) {
     Row row, there;
     if (!FindByNumber(change.number, row) || row.storage != batch.storage) return;
     const int64_t folder = FolderNumber(batch.storage, change.folder);
-    if (FindByPlace(folder, change.name, there)) return;  // somebody else has listed it meanwhile
+    if (FindByPlace(folder, change.name, there)) return;  // another caller has added it meanwhile
     const std::string title =
         row.title == TitleFromName(row.name) ? TitleFromName(change.name) : row.title;
     Query(*m_connection,
@@ -253,7 +253,7 @@ void Writer::Count(Batch& batch, const std::string& folder, media_content_type_e
     counts.here += by;
 }
 
-// What lies in a folder lies below each folder above it, too.
+// What lies in a folder also lies below each of its ancestors.
 void Writer::SumUp(Batch& batch) {
     for (const auto& [path, counts] : std::map<std::string, Counts>(batch.folders))
         for (std::string at = path;; at = ParentPath(at)) {
@@ -316,7 +316,7 @@ std::string Writer::FolderPath(int64_t number) {
     return query.Next() ? query.Text(0) : std::string();
 }
 
-// Makes the folder's record, and those of the folders above it, when they are missing.
+// Creates the folder's record, and those of its ancestors, if missing.
 int64_t Writer::FolderNumber(int64_t storage, const std::string& path) {
     std::unordered_map<std::string, int64_t>& folders = m_folders[storage];
     if (const auto known = folders.find(path); known != folders.end()) return known->second;
@@ -393,8 +393,8 @@ bool Writer::PurgeSome(int64_t storage, int limit) {
 
 // ---- room ---------------------------------------------------------------------------------------
 
-// Forgets some items of the storage that has been away longest. False when none is away, or the
-// disk has not even room for that. Few at a time where there is little: removing takes room too.
+// Forgets some items of the storage that has been absent longest. False when none is absent, or the
+// disk lacks the space even for that. Smaller steps when space is short: removing needs space too.
 bool Writer::PurgeOldest() {
     int64_t oldest = 0;
     {
@@ -428,13 +428,13 @@ int64_t Writer::Ask(const char* sql) {
     return query.Next() ? query.Int(0) : 0;
 }
 
-// What the rows take, as against the size of the file: pages that became free are used again.
+// The space that the rows use, not the size of the file: freed pages are reused.
 int64_t Writer::UsedBytes() {
     return (Ask("PRAGMA page_count") - Ask("PRAGMA freelist_count")) * Ask("PRAGMA page_size");
 }
 
-// Exact for what is added while the database is open. What the storage has from before is its part
-// of all items by number: to add that up would mean to read every row.
+// Exact for what is added while the database is open. What the storage held before is estimated as
+// its share of all items by number: adding it up would mean reading every row.
 int64_t& Writer::TakenBy(int64_t storage) {
     if (const auto known = m_taken.find(storage); known != m_taken.end()) return known->second;
     const std::string items = "count0 + count1 + count2 + count3 + count4";
@@ -451,8 +451,8 @@ void Writer::Checkpoint() {
     MoveLog();
 }
 
-// Waits for readers no longer than the moment that one page takes; what is left stays in the log
-// until the next time. True when nothing is left.
+// Waits for readers only as long as moving one page takes; what is left stays in the log until the
+// next time. True when nothing is left.
 bool Writer::MoveLog() {
     sqlite3_busy_timeout(m_connection->Handle(), 100);
     const int result = sqlite3_wal_checkpoint_v2(m_connection->Handle(), nullptr,

@@ -1,4 +1,4 @@
-// All changes of the media database go through here, a batch a transaction.
+// All changes to the media database go through here, one batch per transaction.
 #ifndef PLATFORM_MEDIA_CONTENT_WRITER_H
 #define PLATFORM_MEDIA_CONTENT_WRITER_H
 
@@ -20,19 +20,19 @@ namespace platform {
 
 constexpr int kMediaTypes = 5;
 
-// What was learnt by opening a file.
+// The outcome of opening a file.
 enum class ItemState {
-    Unread = 0,  // not opened yet: to be tried again at the next scan
+    Unread = 0,  // not opened yet: retried at the next scan
     Read = 1,
-    Failed = 2,      // not readable as media; tried again only when the file changes
-    PassedOver = 3,  // not opened: others took too long; tried when the storage has changed
+    Failed = 2,      // not readable as media; retried only when the file changes
+    PassedOver = 3,  // not opened: others took too long; retried when the storage has changed
 };
 
-// What stat tells of a file, and by which a change is recognised.
+// What stat returns for a file, and what changes are detected by.
 struct FileFacts {
-    int64_t size = -1;       // bytes; below 0: nothing is known of the file yet
+    int64_t size = -1;       // bytes; negative: nothing is known of the file yet
     int64_t modified = 0;    // seconds, UTC
-    int64_t modifiedNs = 0;  // nanoseconds on top
+    int64_t modifiedNs = 0;  // nanoseconds, added to `modified`
     int64_t inode = 0;
 };
 
@@ -42,44 +42,44 @@ inline bool SameContent(const FileFacts& a, const FileFacts& b) {
 
 struct Change {
     enum Kind {
-        PUT,     // the file has this content: insert it, or bring its item up to date
-        MOVE,    // the item is now found elsewhere, with the same content
-        REMOVE,  // the item is gone, provided that it is still where `folder` and `name` say
+        PUT,     // the file has this content: insert or update its item
+        MOVE,    // the item is now at another place, with the same content
+        REMOVE,  // the item is gone, if it is still at `folder` and `name`
         INODE,   // the same file has another inode number
     };
     Kind kind = PUT;
     int64_t number = 0;  // the item; PUT: 0 for "the one at this place, if any"
-    std::string folder;  // below the storage's root
+    std::string folder;  // relative to the storage's root
     std::string name;
     media_content_type_e type = MEDIA_CONTENT_TYPE_OTHERS;
     std::string mime;
     FileFacts facts;
     ItemState state = ItemState::Unread;
     bool pinned = false;
-    bool retry = false;  // the database knows all of this but the metadata
-    bool isNew = false;  // the scan found nothing of it in the database
+    bool retry = false;  // the database has everything but the metadata
+    bool isNew = false;  // the scan found no item for it in the database
     Metadata metadata;
 };
 
-// What a batch has done, for those who wait for news.
+// What a batch did, for change reports.
 struct Done {
     media_content_db_update_type_e update;
     media_content_type_e type;
     int64_t number;
-    std::string path;  // below the storage's root
+    std::string path;  // relative to the storage's root
     std::string mime;
 };
 
-// What is left for the items of one storage.
+// How much space is left for the items of one storage.
 enum class SpaceLeft {
     Some,
-    ShareTaken,  // the storage has what a single one may have
-    None,        // the disk has no more, or the file is as large as it may be
+    ShareTaken,  // the storage has used up its share
+    None,        // the disk is full, or the file has reached its limit
 };
 
-// Every call takes the writer's own lock for one transaction. Throws DatabaseError; the database
-// is then as before the call. On a full disk storages that are away are forgotten, as in
-// FindSpace, before a call fails.
+// Every call takes the writer's lock for one transaction. Throws DatabaseError; the database is
+// then as before the call. On a full disk, absent storages are forgotten, as in FindSpace, before a
+// call fails.
 class Writer {
 public:
     explicit Writer(std::unique_ptr<Connection> connection);
@@ -89,35 +89,36 @@ public:
     // Records that a storage is mounted at `mountPath` and returns its number.
     int64_t RecordStorage(const std::string& id, const std::string& identity,
                           const std::string& mountPath, int64_t now);
-    // The storage has been taken away: it was there until just now, and may be forgotten to make
-    // room. Those that RecordStorage was called for are not.
+    // The storage has been removed: it was there until now and may be forgotten to make space.
+    // Storages recorded with RecordStorage are not forgotten until then.
     void StorageWent(int64_t storage, int64_t now);
 
-    // Looks how much of the disk is left; see Room.h. When the file comes near its bound, forgets
-    // storages that are away, those first that were seen last longest ago, as much as is needed.
+    // Checks how much disk space is left; see Room.h. When the file approaches its limit, forgets
+    // absent storages, the longest unseen first, as far as needed.
     SpaceLeft FindSpace(int64_t storage);
 
     std::vector<Done> Apply(int64_t storage, const std::vector<Change>& changes, int64_t now);
     // Removes one item of any storage; false when there is none.
     bool Remove(int64_t number, int64_t& storage, Done& done);
 
-    // Whether a scan is to read what was PASSED_OVER on this storage.
+    // Sets whether a scan is to read the PASSED_OVER files of this storage.
     void SetToBeReadAgain(int64_t storage, bool again);
 
-    // Drops the records of folders that hold nothing any more.
+    // Deletes the records of folders that have become empty.
     void DropEmptyFolders(int64_t storage);
-    // Forgets up to `limit` items of a storage that is away and was not there since `before`, and
-    // with the last of them the storage itself. True when there is nothing more to do.
+    // Forgets up to `limit` items of a storage that is absent and was last seen before `before`,
+    // and with the last of them the storage itself. True when there is nothing more to do.
     bool Purge(int64_t storage, int64_t before, int limit);
-    // Moves what is in the write-ahead log into the database and shortens it. Waits 0.1 s for
-    // readers at most, under the writer's lock; what is left then stays until the next time.
+    // Moves the content of the write-ahead log into the database and shortens the log. Waits for
+    // readers for 0.1 s at most, under the writer's lock; what is left then stays until the next
+    // time.
     void Checkpoint();
 
 private:
     struct Counts {
         std::array<int64_t, kMediaTypes> direct{};
-        int64_t here = 0;   // the sum of these
-        int64_t below = 0;  // and of the folders below
+        int64_t here = 0;   // the items directly in the folder
+        int64_t below = 0;  // the items in the folders below
     };
     struct Row {
         int64_t number = 0;
@@ -130,7 +131,7 @@ private:
         FileFacts facts;
         bool pinned = false;
     };
-    // The sums of one batch.
+    // The totals of one batch.
     struct Batch {
         int64_t storage;
         int64_t now;
@@ -169,8 +170,8 @@ private:
     std::string m_salt;                        // constant
     // Guarded; a cache, by storage and path.
     std::unordered_map<int64_t, std::unordered_map<std::string, int64_t>> m_folders;
-    std::set<int64_t> m_present;                   // guarded: storages that are not away
-    std::unordered_map<int64_t, int64_t> m_taken;  // guarded: bytes, as far as looked at
+    std::set<int64_t> m_present;                   // guarded: storages that are not absent
+    std::unordered_map<int64_t, int64_t> m_taken;  // guarded: bytes, for storages measured so far
 };
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// Where the service is found when nobody says where.
+// Default addresses of the service.
 #ifndef PLATFORM_PLIV_HOST_ADDRESS_H
 #define PLATFORM_PLIV_HOST_ADDRESS_H
 
@@ -6,7 +6,7 @@
 
 namespace platform {
 
-// The socket's path of a D-Bus address; empty when it is not unix:path=... with an absolute path.
+// The socket path in a D-Bus address; empty unless it is unix:path=... with an absolute path.
 std::string SocketPathOf(const std::string& address);
 
 // unix:path=... below XDG_RUNTIME_DIR, or /run for root without it; empty when there is neither.

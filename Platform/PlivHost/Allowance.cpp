@@ -8,7 +8,7 @@
 namespace platform {
 namespace {
 
-// A client may have one such part of what is free.
+// A client may have one such fraction of what is free.
 size_t Parts(Use use) {
     return use == Use::Message ? 2 : 4;
 }
@@ -21,14 +21,14 @@ Allowance::~Allowance() {
     m_pool->held -= m_held;
 }
 
-// Two pages of a thousand photos, or a dozen everyday commands.
+// Room for two pages of a thousand photos, or for a dozen typical commands.
 bool Allowance::IsLittle(Use use) const {
     const size_t held = m_heldFor[static_cast<size_t>(use)];
     return (use == Use::Message && held <= size_t{1} << 20) ||
            (use == Use::Call && held <= size_t{16} << 10);
 }
 
-// Counted first, so that two threads never both get what is left once.
+// Counts first, so that two threads cannot both be granted the same remaining bytes.
 bool Allowance::Take(size_t bytes, Use use) {
     m_heldFor[static_cast<size_t>(use)] += bytes;
     const size_t own = m_held += bytes;

@@ -13,8 +13,8 @@ struct DestroyEngine {
     void operator()(CPlivEngineBase* engine) const { engine->Destroy(); }
 };
 
-// One open engine. Whoever took it out of the table destroys it, under `running`, so that a
-// command that had begun is over first; commands that come too late find it empty.
+// One open engine. Whoever removes it from the table destroys it, under `running`, so a command
+// that has started finishes first; later commands find `instance` empty.
 struct OpenEngine {
     std::string client;
     std::mutex running;                                        // held while a command runs
@@ -26,7 +26,7 @@ struct OpenEngine {
 struct CPlivAppBase::Impl {
     using EnginePtr = std::shared_ptr<OpenEngine>;
 
-    std::mutex mutex;                  // never held while an engine runs, is made or is destroyed
+    std::mutex mutex;  // never held while an engine runs, is created or is destroyed
     std::map<int, EnginePtr> engines;  // guarded by mutex
 
     EnginePtr Find(int handle) {

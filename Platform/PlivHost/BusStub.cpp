@@ -26,7 +26,7 @@ constexpr char kIntrospection[] = R"(<node>
     <method name="ListNames"><arg type="as" direction="out"/></method>
   </interface>
 </node>)";
-constexpr guint32 kAlreadyRunning = 2;  // StartServiceByName's answer
+constexpr guint32 kAlreadyRunning = 2;  // a result of StartServiceByName
 
 std::string OwnerOf(const char* name, const std::string& client) {
     if (strcmp(name, kBusName) == 0 || strcmp(name, kPrivateServiceName) == 0)
@@ -40,7 +40,7 @@ GVariant* Names(const std::string& client) {
     return g_variant_new("(^as)", names);
 }
 
-// The answer of one method; null for a name that nobody owns.
+// The answer of one method; null for a name that has no owner.
 GVariant* Answer(const std::string& method, GVariant* parameters, const std::string& client) {
     if (method == "Hello") return g_variant_new("(s)", client.c_str());
     if (method == "ListNames") return Names(client);

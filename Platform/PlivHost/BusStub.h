@@ -1,4 +1,4 @@
-// Just enough of a message bus on a private connection for the usual command line tools.
+// The minimal message bus interface that common command line tools need on a private connection.
 #ifndef PLATFORM_PLIV_HOST_BUS_STUB_H
 #define PLATFORM_PLIV_HOST_BUS_STUB_H
 

@@ -65,7 +65,7 @@ BusTransport::BusTransport(const TransportParts& parts, GBusType bus)
         PLATFORM_LOG(kLogTag, LOG_ERROR,
                      "the message bus takes our messages too slowly: some are dropped");
     });
-    // Lasting handles' events have no destination: the bus hands them to whoever listens.
+    // Events of lasting handles have no destination: the bus delivers them to all listeners.
     m_parts.handles.Join(m_listeners = std::make_shared<Peer>(allowance, m_outbox, ""));
     m_object = m_parts.object.Export(m_connection.get(),
                                      [this](const char* sender) { return PeerOf(sender); });
@@ -83,8 +83,8 @@ BusTransport::~BusTransport() {
     Close();
 }
 
-// Not by the call that waits: it makes a main context, and GLib ends the process where no
-// descriptor is left for one.
+// Does not use the synchronous call: that creates a main context, and GLib aborts the process when
+// no descriptor is left for one.
 void BusTransport::Close() {
     bool closed = false;
     const auto onClosed = [](GObject*, GAsyncResult*, gpointer flag) {

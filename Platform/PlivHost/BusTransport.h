@@ -1,4 +1,4 @@
-// Clients on a message bus, where the service has a name.
+// Clients on a message bus, on which the service owns a name.
 #ifndef PLATFORM_PLIV_HOST_BUS_TRANSPORT_H
 #define PLATFORM_PLIV_HOST_BUS_TRANSPORT_H
 
@@ -29,8 +29,8 @@ private:
 
     TransportParts m_parts;
     ObjectPtr<GDBusConnection> m_connection;
-    std::shared_ptr<Outbox> m_outbox;   // one for all: the bus always reads, and bounds its clients
-    std::shared_ptr<Peer> m_listeners;  // no client, everybody
+    std::shared_ptr<Outbox> m_outbox;   // shared: the bus always reads, and limits its clients
+    std::shared_ptr<Peer> m_listeners;  // represents everybody rather than one client
     std::map<std::string, std::unique_ptr<Client>> m_clients;
     std::unique_ptr<ExportedObject> m_object;
     bool m_lost = false;

@@ -1,4 +1,4 @@
-// Things that C callbacks find by a number.
+// Objects that C callbacks look up by number.
 #ifndef PLATFORM_PLIV_HOST_BY_NUMBER_H
 #define PLATFORM_PLIV_HOST_BY_NUMBER_H
 
@@ -11,8 +11,8 @@
 
 namespace platform {
 
-// A filter of GDBus may still be running on GDBus's thread when it has been removed. So its user
-// data is no pointer but a number that never comes again. Any thread.
+// A GDBus filter may still be running on GDBus's thread after it has been removed. Its user data is
+// therefore not a pointer but a number that is never reused. Thread-safe.
 template <typename Thing>
 class ByNumber {
 public:
@@ -25,7 +25,7 @@ public:
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_things.erase(number);
     }
-    // Null when it is gone.
+    // Null when the object is gone.
     std::shared_ptr<Thing> Find(gpointer number) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         const auto found = m_things.find(reinterpret_cast<uintptr_t>(number));
@@ -34,7 +34,7 @@ public:
 
 private:
     std::mutex m_mutex;
-    uintptr_t m_last = 0;  // guarded by m_mutex, as below
+    uintptr_t m_last = 0;  // guarded by m_mutex, as is m_things
     std::unordered_map<uintptr_t, std::weak_ptr<Thing>> m_things;
 };
 

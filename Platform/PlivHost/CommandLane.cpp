@@ -8,13 +8,13 @@
 
 namespace platform {
 
-// What GDBus's thread uses; it may be there a little longer than the lane.
+// The part used by GDBus's thread; it may outlive the lane a little.
 class CommandLane::Taker {
 public:
     Taker(Interface& object, std::shared_ptr<Peer> peer)
         : m_object(object), m_peer(std::move(peer)) {}
 
-    // GDBus's thread. True: the message was a command, which is with its handle now.
+    // GDBus's thread. True: the message was a command and has been queued with its handle.
     bool Take(GDBusMessage* message) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_shut || !m_object.IsCall(message)) return false;
@@ -31,14 +31,14 @@ public:
 private:
     Interface& m_object;
     const std::shared_ptr<Peer> m_peer;
-    std::atomic<int> m_underway{0};  // calls on the ordinary way
-    std::mutex m_mutex;              // held over a hand-over, so that Shut waits for it
+    std::atomic<int> m_underway{0};  // calls on the ordinary path
+    std::mutex m_mutex;              // held during a hand-over, so that Shut waits for it
     bool m_shut = false;             // guarded by m_mutex
 };
 
 namespace {
 
-// Never destroyed: GDBus's thread lives as long as the process.
+// Never destroyed: GDBus's thread lives until the process ends.
 template <typename Taker>
 ByNumber<Taker>& TheTakers() {
     static auto* takers = new ByNumber<Taker>;

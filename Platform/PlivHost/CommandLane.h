@@ -1,4 +1,4 @@
-// The short way of commands: from GDBus's thread straight to their handle's.
+// A fast path for commands: from GDBus's thread straight to the handle's thread.
 #ifndef PLATFORM_PLIV_HOST_COMMAND_LANE_H
 #define PLATFORM_PLIV_HOST_COMMAND_LANE_H
 
@@ -11,19 +11,19 @@
 
 namespace platform {
 
-// Takes the commands that come on one private connection where GDBus reads them, so that they do
-// not pass the host thread. All else goes the ordinary way, and so does a command while a call
-// before it is still on that way: a client's calls keep their order.
+// Takes the commands of one private connection on the thread where GDBus reads them, so that they
+// bypass the host thread. Everything else takes the ordinary path, and so does a command while an
+// earlier call is still on that path: the order of a client's calls is preserved.
 class CommandLane {
 public:
-    // Made before the connection's messages are processed. Made and destroyed on the host thread;
-    // when the destructor returns, GDBus's thread hands over no command any more.
+    // Created before the connection's messages are processed. Created and destroyed on the host
+    // thread; once the destructor returns, GDBus's thread hands over no more commands.
     CommandLane(GDBusConnection* connection, Interface& object, std::shared_ptr<Peer> peer);
     ~CommandLane();
     CommandLane(const CommandLane&) = delete;
     CommandLane& operator=(const CommandLane&) = delete;
 
-    // A call that came the ordinary way has been served. Host thread.
+    // A call on the ordinary path has been served. Host thread.
     void NoteServed();
 
 private:
@@ -33,7 +33,7 @@ private:
 
     const ObjectPtr<GDBusConnection> m_connection;
     const std::shared_ptr<Taker> m_taker;
-    const uintptr_t m_number;  // names the taker to the filter
+    const uintptr_t m_number;  // identifies the taker to the filter
     const guint m_filter;
 };
 

@@ -1,4 +1,4 @@
-// What an engine's base keeps.
+// The private state of an engine's base class.
 #ifndef PLATFORM_PLIV_HOST_ENGINE_IMPL_H
 #define PLATFORM_PLIV_HOST_ENGINE_IMPL_H
 
@@ -10,8 +10,8 @@
 #include "PlivHost/EventSink.h"
 
 struct dorn::CPlivEngineBase::Impl {
-    int handle = 0;                                  // these are set before the first command
-    std::weak_ptr<platform::EventSink> sink;         // gone with the client
+    int handle = 0;                           // set, like the next two, before the first command
+    std::weak_ptr<platform::EventSink> sink;  // expires with the client
     std::shared_ptr<platform::Allowance> allowance;  // null without a client
     std::atomic<size_t> held{0};
 };

@@ -1,4 +1,4 @@
-// Where an engine's events go.
+// The destination of an engine's events.
 #ifndef PLATFORM_PLIV_HOST_EVENT_SINK_H
 #define PLATFORM_PLIV_HOST_EVENT_SINK_H
 
@@ -13,24 +13,24 @@ namespace platform {
 
 class Allowance;
 
-// Where the events of one client's engines go. Any thread; must never wait for the client.
+// Receives the events of one client's engines. Thread-safe; must never wait for the client.
 class EventSink {
 public:
     virtual ~EventSink() = default;
     virtual void SendEvent(int handle, int kind, std::string name, std::string payload) = 0;
-    // What the client's engines hold is counted here.
+    // Counts what the client's engines hold.
     virtual const std::shared_ptr<Allowance>& TheAllowance() const = 0;
 };
 
-// The host's way to what the seam does not show of engines.
+// Gives the host access to engine state that the seam hides.
 struct EngineAccess {
-    // Gives the engine of `handle` its way out. On the handle's command thread, before the first
-    // command. Does nothing when there is no such engine.
+    // Sets the event sink of the engine of `handle`. On the handle's command thread, before the
+    // first command. Does nothing when there is no such engine.
     static void SetSink(dorn::CPlivAppBase& app, int handle,
                         const std::shared_ptr<EventSink>& sink);
 };
 
-// Positive; comes again after all others. Any thread.
+// Positive; a number is reused only after all others. Thread-safe.
 int NewHandle();
 
 }  // namespace platform

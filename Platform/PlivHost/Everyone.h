@@ -12,7 +12,7 @@
 
 namespace platform {
 
-// Any thread. Events go to whoever has joined, each bounded by an outbox of its own.
+// Thread-safe. Events go to every client that has joined, each limited by its own outbox.
 class Everyone : public Owner {
 public:
     using Owner::Owner;
@@ -22,7 +22,7 @@ public:
     void SendEvent(int handle, int kind, std::string name, std::string payload) override;
 
 private:
-    std::mutex m_mutex;  // held for a copy of the list
+    std::mutex m_mutex;  // held while the list is copied
     std::vector<std::shared_ptr<Peer>> m_peers;
 };
 

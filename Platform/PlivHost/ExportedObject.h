@@ -1,4 +1,4 @@
-// One object on one D-Bus connection, there for as long as this one lives.
+// An object exported on one D-Bus connection for the lifetime of this C++ object.
 #ifndef PLATFORM_PLIV_HOST_EXPORTED_OBJECT_H
 #define PLATFORM_PLIV_HOST_EXPORTED_OBJECT_H
 
@@ -8,9 +8,9 @@
 
 namespace platform {
 
-// Made and destroyed on the host thread, where its calls arrive too: none comes after its end,
-// so `data`, which the calls are handed as their user data, ends with it. GDBus would rather
-// free it later, on a loop that may have ended by then.
+// Created and destroyed on the host thread, where its calls also arrive: no call arrives after its
+// destruction, so `data`, the user data of the calls, is destroyed with it. Left to GDBus, `data`
+// would be freed later, on a loop that may have ended by then.
 class ExportedObject {
 public:
     ExportedObject(GDBusConnection* connection, const char* path, GDBusInterfaceInfo* interface,
@@ -19,7 +19,7 @@ public:
     ExportedObject(const ExportedObject&) = delete;
     ExportedObject& operator=(const ExportedObject&) = delete;
 
-    // False: the connection would not have it; the log says why.
+    // False when the connection refused the object; the log says why.
     bool IsThere() const { return m_registration != 0; }
 
 private:

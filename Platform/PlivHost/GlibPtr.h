@@ -1,4 +1,4 @@
-// Owners for GLib's reference-counted things.
+// Smart pointers for GLib's reference-counted types.
 #ifndef PLATFORM_PLIV_HOST_GLIB_PTR_H
 #define PLATFORM_PLIV_HOST_GLIB_PTR_H
 
@@ -25,13 +25,13 @@ using ContextPtr = std::unique_ptr<GMainContext, ReleaseWith<g_main_context_unre
 using LoopPtr = std::unique_ptr<GMainLoop, ReleaseWith<g_main_loop_unref>>;
 using TextPtr = std::unique_ptr<char, ReleaseWith<g_free>>;
 
-// One more reference of `thing`, owned.
+// Adds a reference to `thing` and owns it.
 template <typename T>
 ObjectPtr<T> Share(T* thing) {
     return ObjectPtr<T>(thing ? static_cast<T*>(g_object_ref(thing)) : nullptr);
 }
 
-// A source attached to some context; detached and released at its end.
+// A source attached to some context; detached and released on destruction.
 struct DetachSource {
     void operator()(GSource* source) const {
         g_source_destroy(source);
@@ -40,7 +40,7 @@ struct DetachSource {
 };
 using SourcePtr = std::unique_ptr<GSource, DetachSource>;
 
-// Receives the GError of one call: SomeCall(..., error.Out()). Reusable after Clear by Out.
+// Receives the GError of one call: SomeCall(..., error.Out()). Out clears it, so it can be reused.
 class ErrorSlot {
 public:
     ErrorSlot() = default;

@@ -15,9 +15,9 @@ namespace platform {
 namespace {
 
 constexpr size_t kMaxQueuedCommands = 1024;
-constexpr size_t kOverhead = 128;  // of a text: its object and its block of heap
+constexpr size_t kOverhead = 128;  // per text: its object and its heap block
 
-// Inside a handler: the name of the type that was thrown.
+// To be called in a catch block: the type name of the exception.
 std::string ThrownType() {
     const std::type_info* type = abi::__cxa_current_exception_type();
     if (!type) return "unknown";
@@ -27,7 +27,7 @@ std::string ThrownType() {
     return status == 0 ? name.get() : type->name();
 }
 
-// Runs `body`; what it throws becomes the returned text, else the text is empty.
+// Runs `body`; returns the text of its exception, or an empty text.
 template <typename Body>
 std::string Guarded(Body body) {
     try {
@@ -81,7 +81,8 @@ void Handle::Post(Command command) {
     if (refusal) command.call.Fail(kErrorLimitReached, refusal);
 }
 
-// False: too many wait. True also when the handle is being closed, which the call says itself.
+// False: too many are queued. True also when the handle is being closed: the command is then
+// answered by its destruction.
 bool Handle::Queue(Command& command) {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_commands.size() >= kMaxQueuedCommands) return false;
@@ -101,7 +102,7 @@ void Handle::CloseInOrder(MethodCall close) {
 
 void Handle::CloseNow() {
     m_closing = true;
-    std::deque<Command> dropped;  // answered by their destruction, without the lock
+    std::deque<Command> dropped;  // answered by their destruction, after the lock is released
     std::lock_guard<std::mutex> lock(m_mutex);
     dropped.swap(m_commands);
     m_stop = true;

@@ -37,7 +37,7 @@ void HandleTable::OpenLasting(MethodCall call, std::string client) {
 
 void HandleTable::Open(MethodCall call, const std::shared_ptr<Owner>& owner, size_t limit,
                        std::string client) {
-    if (m_closed) return;  // the call says so itself
+    if (m_closed) return;  // the call answers itself when destroyed
     if (const char* why = WhyNotOpen(*owner, limit)) {
         call.Fail(kErrorLimitReached, why);
         return;
@@ -52,7 +52,7 @@ void HandleTable::Start(MethodCall call, const std::shared_ptr<Owner>& owner, st
     ++owner->openHandles;
     const auto release = [this, owner] {
         --owner->openHandles;
-        // Nobody is left: what their pages have taken goes back to the system.
+        // The last handle is closed: the memory that pages have used is returned to the system.
         if (--m_open == 0) TrimHeap();
     };
     const auto reap = [this, number] { m_loop.Post([this, number] { Erase(number); }); };
@@ -90,7 +90,7 @@ bool HandleTable::TryExecute(const Peer& caller, int number, const std::function
     return handle;
 }
 
-// The handle ends without the lock.
+// The handle is destroyed after the lock is released.
 void HandleTable::Erase(int number) {
     std::map<int, Entry>::node_type ending;
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -113,7 +113,7 @@ void HandleTable::CloseAllOf(const Peer& owner) {
 void HandleTable::CloseAll() {
     m_closed = true;
     for (auto& [number, entry] : m_entries) entry.handle->CloseNow();
-    std::map<int, Entry> ending;  // joined without the lock
+    std::map<int, Entry> ending;  // joined after the lock is released
     const std::lock_guard<std::mutex> lock(m_mutex);
     ending.swap(m_entries);
 }

@@ -1,4 +1,4 @@
-// All open handles, and who owns them.
+// All open handles and their owners.
 #ifndef PLATFORM_PLIV_HOST_HANDLE_TABLE_H
 #define PLATFORM_PLIV_HOST_HANDLE_TABLE_H
 
@@ -20,33 +20,33 @@ namespace platform {
 struct HandleLimits {
     size_t inAll = 256;
     size_t perClient = 64;
-    size_t lasting = 16;  // that belong to no client, so that nobody's end closes them
+    size_t lasting = 16;  // owned by no single client, so no disconnection closes them
 };
 
-// All operations: host thread, unless told otherwise. Each answers its MethodCall, at once or
+// All operations: host thread, unless noted otherwise. Each answers its MethodCall, at once or
 // later.
 class HandleTable {
 public:
     HandleTable(dorn::CPlivAppBase& app, HostLoop& loop, const HandleLimits& limits,
                 const std::shared_ptr<Pool>& pool);
-    ~HandleTable();  // as CloseAll
+    ~HandleTable();  // like CloseAll
 
     void Open(MethodCall call, const std::shared_ptr<Peer>& owner, std::string client);
-    // A handle of all clients together, open until somebody closes it.
+    // Opens a handle shared by all clients, open until somebody closes it.
     void OpenLasting(MethodCall call, std::string client);
     void Execute(Command command, const Peer& caller, int number);
-    // Queues what `make` returns. False, and nothing was made, when the caller has no such handle
+    // Queues what `make` returns. False, without calling `make`, when the caller has no such handle
     // or it is being closed. Any thread; takes the table's lock, under which `make` runs.
     bool TryExecute(const Peer& caller, int number, const std::function<Command()>& make);
     void Close(MethodCall call, const Peer& caller, int number);
 
-    // The client hears the events of lasting handles until CloseAllOf.
+    // The client receives the events of lasting handles until CloseAllOf.
     void Join(const std::shared_ptr<Peer>& peer) { m_everyone->Join(peer); }
 
     // The client is gone: destroys its engines, each on its own thread. Returns at once.
     void CloseAllOf(const Peer& owner);
 
-    // Destroys every engine and returns when all are gone. Nothing can be opened afterwards.
+    // Destroys every engine and returns once all are gone. Nothing can be opened afterwards.
     void CloseAll();
 
 private:
@@ -67,8 +67,8 @@ private:
     const HandleLimits m_limits;
     const std::shared_ptr<Everyone> m_everyone;
     bool m_closed = false;
-    std::atomic<size_t> m_open{0};  // counted down by the handles' threads
-    std::mutex m_mutex;  // held to change the entries, and to look at them off the host thread
+    std::atomic<size_t> m_open{0};  // decremented by the handles' threads
+    std::mutex m_mutex;  // held to change the entries, and to read them off the host thread
     std::map<int, Entry> m_entries;
 };
 

@@ -16,7 +16,7 @@ constexpr guint kSeconds = 10;
 constexpr size_t kLongestLine = 1024;
 constexpr char kRejected[] = "REJECTED EXTERNAL";
 
-// The text up to the first blank; what follows it stays in `text`.
+// Returns the text up to the first blank; the remainder stays in `text`.
 std::string TakeWord(std::string& text) {
     const size_t blank = std::min(text.find(' '), text.size());
     const std::string word = text.substr(0, blank);
@@ -75,10 +75,10 @@ void Handshake::End(bool admitted) {
     m_ready.reset();
     m_deadline.reset();
     const EndHandler onEnd = std::move(m_onEnd);
-    onEnd(admitted);  // may be the end of this
+    onEnd(admitted);  // may destroy this object
 }
 
-// Looks first, as what comes after the line is not ours to take.
+// Peeks first, as the bytes after the line must not be read here.
 Handshake::Next Handshake::ReadLine() {
     const int file = g_socket_get_fd(m_socket.get());
     std::array<char, 256> bytes;
@@ -122,10 +122,10 @@ Handshake::Next Handshake::TakeCommand(const std::string& word, const std::strin
         m_state = State::Begin;
         return Say(kRejected);
     }
-    return Say("ERROR");  // NEGOTIATE_UNIX_FD, too: no descriptors are taken
+    return Say("ERROR");  // includes NEGOTIATE_UNIX_FD: descriptors are not accepted
 }
 
-// Whoever names no identity means his own.
+// A client that names no identity means its own.
 Handshake::Next Handshake::Judge(const std::string& hexIdentity) {
     const bool claimsOurs = hexIdentity.empty() || hexIdentity == ToHex(std::to_string(geteuid()));
     if (!claimsOurs || !IsOurUser(m_socket.get())) {

@@ -8,8 +8,9 @@
 namespace platform {
 namespace {
 
-// GLib deadlocks when two threads initialise classes for the first time that need each other, as
-// the worker threads of a first connection and another user of GIO may. Done here, they are ready.
+// GLib deadlocks when two threads initialise interdependent classes for the first time, as the
+// worker threads of a first connection and another user of GIO may. Initialising them here avoids
+// that.
 void InitialiseClasses() {
     for (const GType type :
          {G_TYPE_TASK, G_TYPE_CANCELLABLE, G_TYPE_CREDENTIALS, G_TYPE_SOCKET,
@@ -38,7 +39,7 @@ void HostLoop::Run() {
     g_main_loop_run(m_loop.get());
 }
 
-// Through the queue, because a quit that reaches a loop before it runs would be lost.
+// Goes through the queue, because a quit before the loop runs would be lost.
 void HostLoop::Quit() {
     Post([this] { g_main_loop_quit(m_loop.get()); });
 }

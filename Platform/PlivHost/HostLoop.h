@@ -1,4 +1,4 @@
-// The host's own main loop: transports, signals and book-keeping of clients run on its thread.
+// The host's own main loop; transports, signals and client bookkeeping run on its thread.
 #ifndef PLATFORM_PLIV_HOST_HOST_LOOP_H
 #define PLATFORM_PLIV_HOST_HOST_LOOP_H
 
@@ -10,8 +10,9 @@
 
 namespace platform {
 
-// The thread that makes the object is the host thread: its thread-default context is ours until
-// the object ends, and only it may call Run and Drain. Everything else may be called anywhere.
+// The thread that creates the object is the host thread: the object's context is its thread-default
+// context until destruction, and only that thread may call Run and Drain. Everything else may be
+// called from any thread.
 class HostLoop {
 public:
     HostLoop();
@@ -19,12 +20,11 @@ public:
     HostLoop(const HostLoop&) = delete;
     HostLoop& operator=(const HostLoop&) = delete;
 
-    // Serves until Quit. A Quit that came before makes it return at once.
+    // Serves until Quit. Returns at once if Quit was called before.
     void Run();
     void Quit();
 
-    // Runs `task` on the host thread soon, never inside the call. Dropped when the loop is gone
-    // before it came to it.
+    // Runs `task` on the host thread soon, never inside the call. Dropped when the loop ends first.
     void Post(std::function<void()> task) { m_queue.Post(std::move(task)); }
 
     // Serves whatever is ready now, without waiting. For teardown.

@@ -61,7 +61,7 @@ std::vector<std::string> TextsOf(GVariant* array) {
     return texts;
 }
 
-// The first parameter of every method that is about a handle.
+// The first parameter of every method that takes a handle.
 int HandleOf(GVariant* parameters) {
     gint32 handle = 0;
     g_variant_get_child(parameters, 0, "i", &handle);
@@ -83,7 +83,7 @@ Command NewCommand(MethodCall call, GVariant* parameters, bool isParamList) {
     return {std::move(call), name, false, {arguments, arguments + 4}, {}};
 }
 
-// As a message bears it: the types of the arguments one after the other.
+// In the form used in messages: the types of the arguments one after the other.
 std::string SignatureOf(const GDBusMethodInfo& method) {
     std::string signature;
     for (GDBusArgInfo** argument = method.in_args; argument && *argument; ++argument)
@@ -150,7 +150,7 @@ void Interface::s_Call(GDBusConnection*, const gchar* sender, const gchar*, cons
     const ObjectPtr<GDBusMethodInvocation> owned(invocation);
     const auto& known = *static_cast<Registration*>(registration);
     const auto peer = known.finder(sender);
-    if (!peer) return;  // nobody is left to answer to
+    if (!peer) return;  // there is nobody to answer
     GDBusMessage* message = g_dbus_method_invocation_get_message(invocation);
     Request request{MethodCall(message, peer->Messages()), peer, parameters};
     for (const auto& entry : kMethods)

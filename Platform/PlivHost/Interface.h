@@ -14,25 +14,26 @@
 namespace platform {
 
 using ScanReporter = std::function<std::vector<ScanProgress>()>;
-// Who sent this message; null when that client is gone. Host thread.
+// Returns the sender of a message; null when that client is gone. Host thread.
 using PeerFinder = std::function<std::shared_ptr<Peer>(const char* sender)>;
-// A call has been served, or filed with its handle. Host thread.
+// Called when a call has been served, or queued with its handle. Host thread.
 using ServedHandler = std::function<void()>;
 
-// Turns method calls into operations on handles. Its calls arrive on the host thread, except for
-// commands that somebody takes before they get there.
+// Turns method calls into operations on handles. Calls arrive on the host thread, except for
+// commands taken by TryExecute.
 class Interface {
 public:
     Interface(HandleTable& handles, ScanReporter scans);
 
-    // Exports the object for as long as the result lives, which is no longer than this one.
+    // Exports the object for the lifetime of the result, which must not outlive this object.
     std::unique_ptr<ExportedObject> Export(GDBusConnection* connection, PeerFinder finder,
                                            ServedHandler served = {});
 
-    // Whether the message calls one of the object's methods, in the right form. Any thread.
+    // Whether the message calls one of the object's methods, with the right signature. Any thread.
     bool IsCall(GDBusMessage* message) const;
-    // Files a command of the caller with its handle. False, and nothing has happened, when the
-    // message is none or there is no such handle. For what IsCall is true of. Any thread.
+    // Queues the caller's command with its handle. False, without any effect, when the message is
+    // not a command or there is no such handle. Only for messages for which IsCall is true. Any
+    // thread.
     bool TryExecute(GDBusMessage* message, const Peer& caller);
 
 private:

@@ -11,8 +11,9 @@
 namespace platform {
 namespace {
 
-// Free after a connection was taken in: the database's files, a folder and the watch of a stick for
-// the clients that are connected. A scan takes more when it can have them and does with fewer.
+// Descriptors that stay free after a connection is accepted, for the connected clients' needs: the
+// database's files, a folder and the watch of a stick. A scan uses more if available and manages
+// with fewer.
 constexpr int kReserve = 16;
 constexpr guint kAgainMs = 250;
 constexpr gint64 kLineEveryUs = 60 * G_USEC_PER_SEC;
@@ -40,7 +41,7 @@ void Listener::Listen() {
     g_source_attach(m_ready.get(), m_loop.Context());
 }
 
-// Who waits in line keeps the socket ready, so it is not to be polled.
+// Waiting clients keep the socket readable, so it must not be polled.
 void Listener::Pause() {
     m_ready.reset();
     m_again.reset(g_timeout_source_new(kAgainMs));
@@ -77,7 +78,7 @@ Listener::Outcome Listener::TakeOne() {
         Take(socket.get());
     else
         Note(accepted ? "clients are turned away" : "clients wait in line");
-    socket.reset();  // one that was refused makes room for the spare one
+    socket.reset();  // a refused connection frees a descriptor for the spare one
     if (!m_spare) m_spare = NewSpare();
     return accepted || NobodyIsThere(error) ? Outcome::Done : Outcome::Stuck;
 }

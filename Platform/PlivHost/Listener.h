@@ -1,4 +1,4 @@
-// Takes connections in, and turns them away while descriptors are short.
+// Accepts connections, and refuses them while descriptors are short.
 #ifndef PLATFORM_PLIV_HOST_LISTENER_H
 #define PLATFORM_PLIV_HOST_LISTENER_H
 
@@ -10,17 +10,16 @@
 
 namespace platform {
 
-// Connections are what outsiders take descriptors by, so they are what is refused first: a few are
-// kept free for the work of those who are connected. Who is refused sees the connection end at
-// once. When there is not even the one descriptor that refusing takes, clients wait in the
-// kernel's line, which is looked at a few times a second; the loop does not spin meanwhile.
-//
-// Made, used and destroyed on the host thread.
+// Outsiders consume descriptors by connecting, so new connections are refused first: a few
+// descriptors are kept free for the clients that are connected. A refused client sees its
+// connection close at once. When not even the one descriptor needed to refuse is available, clients
+// wait in the kernel's accept queue, which is checked a few times a second; the loop does not spin
+// meanwhile. Created, used and destroyed on the host thread.
 class Listener {
 public:
     using Taker = std::function<void(GSocketConnection* stream)>;
 
-    // `socket` listens already and outlives the object. `take` runs on the host thread.
+    // `socket` is already listening and outlives the object. `take` runs on the host thread.
     Listener(HostLoop& loop, GSocket* socket, Taker take);
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
@@ -34,16 +33,16 @@ private:
     void Pause();
     Outcome TakeOne();
     void Take(GSocket* socket) const;
-    void Note(const char* what);  // one line a minute at most
+    void Note(const char* what);  // at most one line a minute
     ObjectPtr<GSocket> Accept(ErrorSlot& error) const;
 
     HostLoop& m_loop;
     GSocket* const m_socket;
     const Taker m_take;
-    UniqueFd m_spare;  // given up for a moment to accept, and so end, a connection
+    UniqueFd m_spare;  // closed temporarily to accept, and so end, a connection
     SourcePtr m_ready;
     SourcePtr m_again;
-    gint64 m_lastLine = 0;  // the clock of g_get_monotonic_time
+    gint64 m_lastLine = 0;  // from g_get_monotonic_time
 };
 
 }  // namespace platform

@@ -12,12 +12,12 @@
 namespace platform {
 namespace {
 
-constexpr size_t kHeaderSize = 16;  // the part of it that tells the message's size
-constexpr int kDropsAtOnce = 16;    // then other connections have their turn
+constexpr size_t kHeaderSize = 16;  // the bytes of a header that tell the message's size
+constexpr int kDropsAtOnce = 16;    // after these, other connections get their turn
 
 using Header = std::array<unsigned char, kHeaderSize>;
 
-// A number in the byte order that the header names.
+// A number in the byte order that the header states.
 uint64_t NumberAt(const Header& header, size_t at) {
     guint32 number = 0;
     memcpy(&number, header.data() + at, sizeof number);
@@ -35,7 +35,7 @@ bool WantsReply(const Header& header) {
            !(header[2] & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
 }
 
-// Cuts the stream of bytes into messages.
+// Splits the byte stream into messages.
 class Reader {
 public:
     Reader(GSocket* socket, std::shared_ptr<LargeCalls> largeCalls)
@@ -43,7 +43,7 @@ public:
 
     GSocket* Socket() const { return m_socket.get(); }
 
-    // As g_pollable_input_stream_read_nonblocking: 0 is the end, -1 an error.
+    // Like g_pollable_input_stream_read_nonblocking: 0 is the end, -1 an error.
     gssize Read(char* to, size_t size, GError** error) {
         for (int drops = 0; drops < kDropsAtOnce;) {
             gssize got = 0;
@@ -79,7 +79,7 @@ private:
         return Count(Receive(bytes.data(), std::min<uint64_t>(bytes.size(), m_left), error));
     }
 
-    // What is no header is handed on: GDBus ends the connection then.
+    // An invalid header is passed on: GDBus then closes the connection.
     void JudgeHeader() {
         const uint64_t size = SizeOf(m_header);
         const bool isHeader = m_header[0] == 'l' || m_header[0] == 'B';
@@ -104,21 +104,21 @@ private:
     const ObjectPtr<GSocket> m_socket;
     const std::shared_ptr<LargeCalls> m_largeCalls;
     Header m_header{};
-    size_t m_known = 0;      // bytes of the header
-    size_t m_handedOut = 0;  // of these
-    uint64_t m_left = 0;     // bytes of the message behind its header
+    size_t m_known = 0;      // header bytes received
+    size_t m_handedOut = 0;  // header bytes passed on
+    uint64_t m_left = 0;     // bytes left of the message after its header
     bool m_dropping = false;
 };
 
-// The streams as GObject sees them. GDBus writes to the socket itself when it sees GIO's own stream
-// of one, which it then also wants to read; so there are two.
+// The GObject streams. Given GIO's own stream of a socket, GDBus writes to the socket itself and
+// then also wants to read from it; therefore there are two.
 struct Input {
     GInputStream parent;
-    Reader* reader;  // owned; made right after the object
+    Reader* reader;  // owned; created right after the object
 };
 struct Output {
     GOutputStream parent;
-    GSocket* socket;  // owned, likewise
+    GSocket* socket;  // owned, created likewise
 };
 
 Reader& ReaderOf(gpointer input) {
@@ -169,8 +169,8 @@ gssize WriteNonblocking(GPollableOutputStream* stream, const void* from, gsize s
                                        FALSE, nullptr, error);
 }
 
-// The socket itself, at once and on the calling thread: what GDBus does not free in time must not
-// keep a descriptor.
+// Closes the socket itself, at once and on the calling thread: a stream that GDBus frees late must
+// not keep a descriptor.
 template <typename Stream>
 void Close(Stream* stream, GSocket* socket, GAsyncReadyCallback done, gpointer data) {
     g_socket_close(socket, nullptr);

@@ -1,4 +1,4 @@
-// What GDBus reads and writes on a private connection: messages up to a size.
+// The stream that GDBus uses on a private connection, which limits the size of messages.
 #ifndef PLATFORM_PLIV_HOST_MESSAGE_STREAM_H
 #define PLATFORM_PLIV_HOST_MESSAGE_STREAM_H
 
@@ -11,27 +11,27 @@
 
 namespace platform {
 
-// Answers the calls that were too large to be read. Any thread.
+// Answers calls that were too large to be read. Thread-safe.
 class LargeCalls {
 public:
     void Refuse(guint32 serial, size_t size);
-    // Where the answers go, from now on and for the calls that came before.
+    // Where answers go from now on, including those for earlier calls.
     void AnswerOn(const std::shared_ptr<Outbox>& outbox);
 
 private:
     static void Answer(Outbox& outbox, guint32 serial);
 
     std::mutex m_mutex;
-    // Weak: it holds the connection, which holds the stream, which holds this.
+    // Weak: the outbox holds the connection, which holds the stream, which holds this.
     std::weak_ptr<Outbox> m_outbox;
-    bool m_answering = false;  // guarded by m_mutex, as below
+    bool m_answering = false;  // guarded by m_mutex, as is m_early
     std::vector<guint32> m_early;
 };
 
-// The socket's stream, without the incoming messages that are larger than a call may be: those are
-// read and dropped bit by bit, so that nobody ever holds them, and the connection goes on behind
-// them. GDBus's own limit is 128 MiB, and what it has read once it keeps room for. Pollable; never
-// blocks. Used by GDBus's thread alone; carries no descriptors.
+// The socket's stream without incoming messages that exceed the size of a call: those are read and
+// discarded piecemeal, so that they are never held in memory, and the connection continues after
+// them. GDBus's own limit is 128 MiB, and it keeps a buffer of the largest size that it has read.
+// Pollable; never blocks. Used by GDBus's thread alone; passes no descriptors.
 ObjectPtr<GIOStream> NewMessageStream(GSocket* socket, std::shared_ptr<LargeCalls> largeCalls);
 
 }  // namespace platform

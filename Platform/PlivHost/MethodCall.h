@@ -1,4 +1,4 @@
-// One D-Bus method call that waits for its answer.
+// One D-Bus method call that is waiting for its answer.
 #ifndef PLATFORM_PLIV_HOST_METHOD_CALL_H
 #define PLATFORM_PLIV_HOST_METHOD_CALL_H
 
@@ -9,19 +9,19 @@
 
 namespace platform {
 
-// Answered once, from any thread, by Return or Fail. One that is dropped unanswered tells the
-// client that the service is closing, so that no client ever waits in vain.
+// Answered once, from any thread, by Return or Fail. Destroying it unanswered tells the client that
+// the service is closing, so that no client waits for ever.
 class MethodCall {
 public:
-    // Keeps nothing of the message but what its answer needs.
+    // Keeps only those parts of the message that the answer needs.
     MethodCall(GDBusMessage* call, std::shared_ptr<Outbox> outbox);
     ~MethodCall();
     MethodCall(MethodCall&&) = default;
     MethodCall& operator=(MethodCall&&) = delete;
 
-    // `result` is a tuple, taken when floating; null stands for the empty one.
+    // `result` is a tuple, taken over when floating; null stands for the empty one.
     void Return(GVariant* result);
-    // `name` is a constant, which outlives the call.
+    // `name` must be a constant that outlives the call.
     void Fail(const char* name, const std::string& text);
 
 private:

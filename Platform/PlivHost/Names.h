@@ -6,8 +6,8 @@
 
 namespace platform {
 
-// Of one call, as it comes. Ten thousand paths of everyday length fit in; GDBus keeps a buffer of
-// the size of the largest for as long as the connection lives.
+// The size limit of one incoming call. Ten thousand paths of typical length fit; GDBus keeps a
+// buffer of the largest message's size for as long as the connection lives.
 constexpr size_t kMaxCallBytes = size_t{1} << 20;
 
 constexpr char kBusName[] = "dorn.ContentsMgr";

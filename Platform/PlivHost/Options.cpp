@@ -13,7 +13,7 @@
 namespace platform {
 namespace {
 
-// As they stand on the command line; null when not given. Texts are released with g_free.
+// As given on the command line; null when not given. Texts are released with g_free.
 struct RawOptions {
     gchar* address = nullptr;
     gchar* bus = nullptr;
@@ -84,7 +84,7 @@ std::string DefaultDatabase() {
     return {};
 }
 
-// Each reads one option; the text of the fault, or empty.
+// Each parses one option and returns the error text, or empty.
 
 std::string ReadEndpoint(const RawOptions& raw, HostOptions& options) {
     if (raw.address && raw.bus) return "--address and --bus exclude each other";

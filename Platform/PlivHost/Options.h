@@ -26,8 +26,8 @@ struct UsageError {
     std::string text;
 };
 
-// Missing options get their defaults, which depend on the user and on XDG_RUNTIME_DIR,
-// XDG_STATE_HOME and HOME. The texts of --help and of errors are for people.
+// Missing options get defaults that depend on the user and on XDG_RUNTIME_DIR, XDG_STATE_HOME and
+// HOME. The texts of --help and of errors are meant for people.
 std::variant<HostOptions, UsageError> ParseHostOptions(int argc, const char* const* argv);
 std::string HostHelp();
 

@@ -10,9 +10,9 @@
 namespace platform {
 namespace {
 
-constexpr size_t kOverhead = 256;  // of one waiting message: its record, headers and heap blocks
+constexpr size_t kOverhead = 256;  // per waiting message: its record, headers and heap blocks
 
-// Of a reply's body, which is brought into one piece by it.
+// The size of a reply's body. Computing it serialises the body.
 size_t BodySize(GVariant* body) {
     if (!body) return 0;
     g_variant_get_data(body);
@@ -31,7 +31,7 @@ ObjectPtr<GDBusMessage> NewReply(const Reply& reply) {
     return message;
 }
 
-// Never destroyed: GDBus's thread lives as long as the process.
+// Never destroyed: GDBus's thread lives until the process ends.
 ByNumber<Outbox>& TheOutboxes() {
     static auto* outboxes = new ByNumber<Outbox>;
     return *outboxes;
@@ -131,7 +131,7 @@ void Outbox::Pump() {
     }
 }
 
-// Serials grow in the order of the queue, so all up to this one are off it.
+// Serials grow in queue order, so all messages up to this one have left the queue.
 void Outbox::Written(guint32 serial) {
     std::lock_guard<std::mutex> lock(m_mutex);
     while (!m_inFlight.empty() && m_inFlight.front().serial <= serial) {

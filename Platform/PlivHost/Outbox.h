@@ -1,4 +1,4 @@
-// What waits to be read by the other end of one D-Bus connection.
+// The messages waiting to be read by the other end of one D-Bus connection.
 #ifndef PLATFORM_PLIV_HOST_OUTBOX_H
 #define PLATFORM_PLIV_HOST_OUTBOX_H
 
@@ -17,35 +17,36 @@
 namespace platform {
 
 struct OutboxLimits {
-    // Of what waits, handed to GDBus already. It needs ten times an event's size for each, and
-    // takes no message back, so it gets few at a time.
+    // The number of waiting messages handed to GDBus. GDBus needs ten times an event's size for
+    // each, and returns none, so it gets few at a time.
     size_t windowMessages = 64;
     size_t windowBytes = size_t{1} << 20;
-    // Past the allowance: give the other end up, or else drop single messages until there is room.
+    // When the allowance is exceeded: disconnect the other end, or else drop single messages until
+    // there is room.
     bool endsAtLimit = true;
 };
 
-// The answer to one method call, as it waits: a whole message takes ten times as much.
+// The answer to one method call while it waits: a complete message would take ten times as much.
 struct Reply {
     guint32 serial = 0;           // of the call
     std::string caller;           // empty on a private connection
-    const char* error = nullptr;  // a constant with the error's name; null: no error
+    const char* error = nullptr;  // the error's name, a constant; null: no error
     VariantPtr body;              // a tuple, or null for the empty one
 };
 
 // Events and replies in the order in which they were posted, counted to an allowance with the
-// overhead of each. Posting never waits for the reader: past the allowance the outbox drops
-// everything, now and later, or what does not fit, and reports it once, or once each time that
-// there had been room.
+// overhead of each. Posting never waits for the reader: past the allowance the outbox either drops
+// everything, now and later, and reports that once, or drops what does not fit and reports that
+// once each time that it runs out of room.
 //
-// GDBus says through a filter, on its own thread, when it takes a message off its queue to write
-// it; that moves the window on. Waiting for a flush instead would hold a pool thread for every
-// reader that has stopped.
+// A filter on GDBus's own thread sees when GDBus takes a message off its queue to write it; that
+// advances the window. Waiting for a flush instead would hold a pool thread for every reader that
+// has stopped.
 class Outbox {
 public:
     using OverflowHandler = std::function<void()>;  // runs on the posting thread, without a lock
 
-    // `sender` is the name that messages bear as their sender; empty when a bus puts it in.
+    // `sender` is the sender name in messages; empty when a bus fills it in.
     static std::shared_ptr<Outbox> Create(GDBusConnection* connection, const OutboxLimits& limits,
                                           std::shared_ptr<Allowance> allowance, std::string sender,
                                           OverflowHandler onOverflow);
@@ -58,7 +59,7 @@ public:
     void PostEvent(const std::string& destination, int handle, int kind, std::string name,
                    std::string payload);
 
-    // Drops what waits and all that comes later, and lets the connection go. Host thread.
+    // Drops what is waiting and everything posted later, and releases the connection. Host thread.
     void Shut();
 
 private:
@@ -97,16 +98,16 @@ private:
     const std::shared_ptr<Allowance> m_allowance;
     const std::string m_sender;
     const OverflowHandler m_onOverflow;
-    uintptr_t m_number = 0;  // names it to the filter; constant after Create
+    uintptr_t m_number = 0;  // identifies it to the filter; constant after Create
     guint m_filter = 0;      // host thread
 
     std::mutex
         m_mutex;  // held over g_dbus_connection_send_message, which only queues, to keep the order
-    bool m_dead = false;         // these are guarded by m_mutex
+    bool m_dead = false;         // guarded by m_mutex, as is everything below
     bool m_overflowing = false;  // messages are being dropped
     std::deque<Item> m_waiting;
     std::deque<InFlight> m_inFlight;
-    size_t m_waitingBytes = 0;  // of the allowance: waiting and in flight
+    size_t m_waitingBytes = 0;  // counted to the allowance: waiting and in flight
     size_t m_inFlightBytes = 0;
 };
 

@@ -1,4 +1,4 @@
-// Whom an open handle belongs to, and who hears its events.
+// The owner of an open handle, which receives its events.
 #ifndef PLATFORM_PLIV_HOST_OWNER_H
 #define PLATFORM_PLIV_HOST_OWNER_H
 
@@ -17,7 +17,7 @@ public:
     explicit Owner(std::shared_ptr<Allowance> allowance) : m_allowance(std::move(allowance)) {}
     const std::shared_ptr<Allowance>& TheAllowance() const override { return m_allowance; }
 
-    // Engines that this owner has open, those being destroyed included.
+    // The owner's open engines, including those being destroyed.
     std::atomic<size_t> openHandles{0};
 
 private:

@@ -13,7 +13,7 @@ namespace platform {
 
 class Peer : public Owner {
 public:
-    // `name` is where messages go, the client's unique name.
+    // `name` is the client's unique name, to which messages are addressed.
     Peer(std::shared_ptr<Allowance> allowance, std::shared_ptr<Outbox> outbox, std::string name)
         : Owner(std::move(allowance)), m_outbox(std::move(outbox)), m_name(std::move(name)) {}
 

@@ -17,8 +17,8 @@
 
 namespace dorn {
 
-// The plugin's application object, which lives until the process is gone: a debugger finds it
-// here, and a leak checker sees that it is not forgotten.
+// The plugin's application object, which lives until the process ends: a debugger finds it here,
+// and a leak checker sees that it is still referenced.
 extern CPlivAppBase* theApplication;
 CPlivAppBase* theApplication = nullptr;
 
@@ -26,7 +26,7 @@ namespace {
 
 enum ExitStatus { EXIT_OK = 0, EXIT_CANNOT_SERVE = 1, EXIT_USAGE = 2 };
 
-// What the plugin logs before PlivMain waits until the command line has been read.
+// Holds what the plugin logs before PlivMain until the command line has been parsed.
 const bool kLogIsHeld = (platform::HoldLog(), true);
 
 int Refuse(const char* program, const std::string& why, int status) {
@@ -36,7 +36,7 @@ int Refuse(const char* program, const std::string& why, int status) {
     return status;
 }
 
-// The platform's services are set up before anyone can connect, and end after the last engine.
+// The platform's services are configured before anyone can connect, and end after the last engine.
 class Services {
 public:
     explicit Services(const platform::HostOptions& options) {
@@ -68,7 +68,7 @@ int Serve(const char* program, const platform::HostOptions& options, CPlivAppBas
     }
 }
 
-// Answers what needs no service; false for a command line that asks to serve.
+// Handles options that need no service; false for a command line that starts the service.
 bool AnswersAtOnce(const platform::HostOptions& options) {
     if (options.help)
         fputs(platform::HostHelp().c_str(), stdout);
@@ -93,7 +93,7 @@ int PlivMain(int argc, char** argv, CPlivAppBase* app) {
     if (options->hasLogPriority) platform::SetLogPriority(options->logPriority);
     platform::ReleaseLog();
     platform::RaiseDescriptorLimit();
-    signal(SIGPIPE, SIG_IGN);  // a standard error that nobody reads must not end the service
+    signal(SIGPIPE, SIG_IGN);  // a standard error without a reader must not end the service
     return Serve(program, *options, *app);
 }
 

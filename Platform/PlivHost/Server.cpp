@@ -23,7 +23,7 @@ std::unique_ptr<Transport> NewTransport(const TransportParts& parts, const Serve
     return std::make_unique<SocketTransport>(parts, options.socketPath);
 }
 
-// On the system bus clients are of different users, so there is nothing that belongs to all.
+// On the system bus clients belong to different users, so handles shared by all are not allowed.
 HandleLimits LimitsFor(const ServerOptions& options) {
     HandleLimits limits = options.handles;
     if (options.bus == BusKind::System) limits.lasting = 0;
@@ -41,7 +41,7 @@ Server::Server(dorn::CPlivAppBase& app, const ServerOptions& options)
     m_transport = NewTransport(parts, options);
 }
 
-// Engines first: while they live they may send, and their clients may still hear them.
+// Engines first: until they are destroyed they may send, and their clients may still receive.
 Server::~Server() {
     m_handles.CloseAll();
     m_transport.reset();

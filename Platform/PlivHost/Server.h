@@ -1,4 +1,4 @@
-// The service: an application object made reachable for clients.
+// The service: makes an application object available to clients.
 #ifndef PLATFORM_PLIV_HOST_SERVER_H
 #define PLATFORM_PLIV_HOST_SERVER_H
 
@@ -20,28 +20,29 @@ struct ServerOptions {
     std::string socketPath;  // for BusKind::None
     HandleLimits handles;
     OutboxLimits outbox;
-    // What all clients together may make the service hold. A client alone may have a third of it
-    // (64 MiB): 100,000 unread events of everyday size, or a page of 100,000 items.
+    // The limit for what the service holds for all clients together. A single client may use a
+    // third of it (64 MiB): 100,000 unread events of typical size, or a page of 100,000 items.
     size_t poolBytes = size_t{192} << 20;
     size_t maxConnections = 128;
     ScanReporter scans = [] { return std::vector<ScanProgress>{}; };
 };
 
-// Made, run and destroyed on one thread, the host thread. Serves as soon as it is made; calls are
-// answered while Run runs.
+// Created, run and destroyed on one thread, the host thread. Accepts clients once constructed;
+// calls are answered while Run runs.
 class Server {
 public:
-    // Throws std::runtime_error with a text for people when it cannot serve.
+    // Throws std::runtime_error with a user-readable text when it cannot serve.
     Server(dorn::CPlivAppBase& app, const ServerOptions& options);
 
-    // Destroys the engines that are open, each after its running command, then disconnects.
+    // Destroys the open engines, each after its running command, then disconnects.
     ~Server();
 
-    // Serves until Quit, SIGINT or SIGTERM. True; false with a log line when serving was lost.
+    // Serves until Quit, SIGINT or SIGTERM and returns true; false, with a log line, when serving
+    // failed.
     bool Run();
-    void Quit() { m_loop.Quit(); }  // any thread; before Run, too
+    void Quit() { m_loop.Quit(); }  // any thread, even before Run
 
-    // Makes SIGINT and SIGTERM end Run, for as long as the object lives.
+    // Makes SIGINT and SIGTERM end Run for the lifetime of the object.
     void QuitOnSignals();
 
 private:

@@ -18,8 +18,8 @@ namespace {
 
 constexpr int kWaitingConnections = 32;
 
-// A service that was killed just now may leave a child on its way to be a helper, which has its
-// lock and its socket for a moment more.
+// A service that was just killed may leave behind a child that is about to become a helper and
+// holds its lock and its socket for a moment longer.
 constexpr int kLooks = 20;
 constexpr gulong kBetweenLooksUs = 50'000;
 
@@ -42,7 +42,7 @@ bool StaysTrue(Test test) {
 }
 
 std::string CheckedPath(std::string path) {
-    constexpr size_t kLongest = sizeof(sockaddr_un::sun_path) - 2;  // room for the name before
+    constexpr size_t kLongest = sizeof(sockaddr_un::sun_path) - 2;  // room for the temporary name
     if (path.size() > kLongest)
         Refuse("cannot listen at", path,
                "a socket's path has at most " + std::to_string(kLongest) + " bytes");
@@ -81,7 +81,7 @@ void RemoveStale(const std::string& path) {
     unlink(path.c_str());
 }
 
-// Listens under another name first: whoever sees the file can connect to it.
+// Listens under a temporary name first: a client that sees the file can connect to it.
 ObjectPtr<GSocket> Listen(const std::string& path) {
     const std::string before = path + '~';
     unlink(before.c_str());

@@ -1,4 +1,4 @@
-// A listening unix socket with a name in the file system.
+// A listening unix socket with a path in the file system.
 #ifndef PLATFORM_PLIV_HOST_SOCKET_FILE_H
 #define PLATFORM_PLIV_HOST_SOCKET_FILE_H
 
@@ -11,10 +11,10 @@
 
 namespace platform {
 
-// Makes the socket, and its folder with mode 0700 when that is missing. The socket of a process
-// that has died is replaced; a lock file beside it settles who is alive. The constructor throws
-// std::runtime_error with a text for people, after a second when another process serves there; the
-// destructor removes the socket.
+// Creates the socket, and its folder with mode 0700 if missing. Replaces the socket of a process
+// that has died; a lock file beside it shows whether its owner is alive. The constructor throws
+// std::runtime_error with a user-readable text after a second if another process is serving there;
+// the destructor removes the socket.
 class SocketFile {
 public:
     explicit SocketFile(std::string path);
@@ -25,7 +25,7 @@ public:
     GSocket* Socket() const { return m_socket.get(); }
 
 private:
-    // The file stays: removing it would let two processes each hold a lock of that name.
+    // The lock file stays: removing it would let two processes each hold a lock of that name.
     class LockFile {
     public:
         explicit LockFile(const std::string& path);
@@ -37,7 +37,7 @@ private:
     const std::string m_path;
     LockFile m_lock;
     ObjectPtr<GSocket> m_socket;
-    ino_t m_inode = 0;  // of our socket: another's is not removed
+    ino_t m_inode = 0;  // of our socket, so that another's is not removed
 };
 
 }  // namespace platform

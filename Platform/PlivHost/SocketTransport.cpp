@@ -24,8 +24,8 @@ ObjectPtr<GSocket> SocketOf(UniqueFd file) {
     return socket;
 }
 
-// GDBus makes its thread and that thread's main context for the first connection of the process,
-// and ends the process when there is no descriptor left for the context. So there is a first
+// GDBus creates its thread and that thread's main context for the first connection of the process,
+// and aborts the process when there is no descriptor left for the context. So this makes a first
 // connection now, to nobody; the thread stays.
 void StartGDBusThread() {
     std::array<int, 2> ends;
@@ -47,7 +47,7 @@ void StartGDBusThread() {
 
 }  // namespace
 
-// One connection, from the moment it is accepted. Owned by the transport.
+// One connection, from accept on. Owned by the transport.
 class SocketTransport::Client {
 public:
     Client(SocketTransport& transport, GSocketConnection* stream, unsigned long long number)
@@ -55,7 +55,7 @@ public:
     ~Client();
 
     void Authenticate();
-    // Ends the connection from our side. Works on a peer that reads nothing, too.
+    // Closes the connection from our side. Works even if the peer reads nothing.
     void Cut();
 
 private:
@@ -84,11 +84,11 @@ void SocketTransport::Client::Authenticate() {
             if (admitted && Connect())
                 Serve();
             else
-                m_transport.Drop(m_number);  // the end of this
+                m_transport.Drop(m_number);  // destroys this object
         });
 }
 
-// Without authentication, which is over.
+// Authentication is already complete.
 bool SocketTransport::Client::Connect() {
     const auto stream = NewMessageStream(Socket(), m_largeCalls);
     ErrorSlot error;
@@ -119,7 +119,7 @@ void SocketTransport::Client::Serve() {
         connection, [this](const char*) { return m_peer; }, [this] { m_lane->NoteServed(); });
     if (!m_stub->IsThere() || !m_object->IsThere()) Cut();
     g_dbus_connection_start_message_processing(connection);
-    // GDBus reads before it is told to start, so the end may have been announced to nobody.
+    // GDBus reads before it is told to start, so the closed signal may already have been emitted.
     if (g_dbus_connection_is_closed(connection)) m_transport.Drop(m_number);  // the end of this
 }
 
@@ -170,7 +170,8 @@ void SocketTransport::Drop(unsigned long long number) {
 std::shared_ptr<Outbox> SocketTransport::NewOutbox(GDBusConnection* connection,
                                                    unsigned long long number,
                                                    const std::shared_ptr<Allowance>& allowance) {
-    // Runs on the thread that sent one event too many; the engines are gone before we are.
+    // Runs on the thread that posted one event too many; the engines are destroyed before this
+    // object.
     const auto onOverflow = [this, number, allowance] {
         PLATFORM_LOG(kLogTag, LOG_WARNING,
                      "client :1.%llu does not read its messages: disconnected, %zu bytes are still "

@@ -1,4 +1,4 @@
-// Clients that connect straight to a private unix socket; no message bus takes part.
+// Clients that connect directly to a private unix socket, without a message bus.
 #ifndef PLATFORM_PLIV_HOST_SOCKET_TRANSPORT_H
 #define PLATFORM_PLIV_HOST_SOCKET_TRANSPORT_H
 

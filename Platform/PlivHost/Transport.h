@@ -1,4 +1,4 @@
-// The way in for clients: each kind finds its clients and tells when they are gone.
+// How clients reach the service: each kind finds its clients and reports when they are gone.
 #ifndef PLATFORM_PLIV_HOST_TRANSPORT_H
 #define PLATFORM_PLIV_HOST_TRANSPORT_H
 
@@ -20,8 +20,8 @@ struct TransportParts {
     size_t maxConnections;
 };
 
-// Serves from its construction to its end. Made, used and destroyed on the host thread.
-// Constructors throw std::runtime_error with a text for people.
+// Serves from construction to destruction. Created, used and destroyed on the host thread.
+// Constructors throw std::runtime_error with a user-readable text.
 class Transport {
 public:
     Transport() = default;
@@ -29,7 +29,7 @@ public:
     Transport(const Transport&) = delete;
     Transport& operator=(const Transport&) = delete;
 
-    // Why serving had to end by itself; null while all is well.
+    // Why the transport stopped serving; null while all is well.
     virtual const char* Failure() const { return nullptr; }
 };
 

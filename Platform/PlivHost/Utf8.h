@@ -1,4 +1,4 @@
-// Text at the door to D-Bus, which carries valid UTF-8 without NUL bytes and nothing else.
+// Text for D-Bus, which carries only valid UTF-8 without NUL bytes.
 #ifndef PLATFORM_PLIV_HOST_UTF8_H
 #define PLATFORM_PLIV_HOST_UTF8_H
 
@@ -6,8 +6,8 @@
 
 namespace platform {
 
-// The text itself when D-Bus can carry it, else a copy in which every byte that it cannot carry
-// (NUL included) is replaced by U+FFFD. Any thread.
+// Returns the text itself if D-Bus can carry it, else a copy in which every byte that it cannot
+// carry (including NUL) is replaced by U+FFFD. Thread-safe.
 std::string ToUtf8(std::string text);
 
 }  // namespace platform

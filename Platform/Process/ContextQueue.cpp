@@ -6,7 +6,7 @@
 namespace platform {
 namespace {
 
-// Then the context's other sources have their turn.
+// After this many, the context's other sources get their turn.
 constexpr int kTasksATurn = 64;
 constexpr gint64 kTurnUs = 10000;
 
@@ -40,7 +40,7 @@ gboolean ContextQueue::s_Run(gpointer queue) {
     return G_SOURCE_CONTINUE;
 }
 
-// False when there was none: the next one posted attaches a source of its own.
+// False when the queue was empty: the next Post attaches a new source.
 bool ContextQueue::RunNext() {
     Task task;
     {

@@ -11,21 +11,22 @@
 
 namespace platform {
 
-// Any thread. Tasks run one at a time, in the order in which they were posted, without a lock.
+// Thread-safe. Tasks run one at a time, in the order in which they were posted, without a lock.
 class ContextQueue {
 public:
     using Task = std::function<void()>;
 
-    // `context`: null for the default one. Lives until nobody runs the context any more.
+    // `context`: null for the default one. The queue must live as long as anybody runs the context.
     explicit ContextQueue(GMainContext* context) : m_context(context) {}
     ContextQueue(const ContextQueue&) = delete;
     ContextQueue& operator=(const ContextQueue&) = delete;
 
-    // The default context's. Never destroyed.
+    // The queue of the default context. Never destroyed.
     static ContextQueue& Default();
 
     // `task` runs soon, never inside the call, and not at all when nobody runs the context any
-    // more. With a `key` it takes the place of one that still waits under that key, at the end.
+    // more. With a `key` it replaces a task still waiting under that key and goes to the end of the
+    // queue.
     void Post(Task task, const std::string& key = {});
 
 private:
@@ -38,8 +39,8 @@ private:
 
     GMainContext* const m_context;
     std::mutex m_mutex;
-    std::deque<Entry> m_entries;  // guarded by m_mutex, as the next
-    bool m_attached = false;      // a source that will empty it
+    std::deque<Entry> m_entries;  // guarded by m_mutex, like m_attached
+    bool m_attached = false;      // a source is attached that will empty the queue
 };
 
 }  // namespace platform

@@ -14,9 +14,9 @@ void RaiseDescriptorLimit() {
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-// A new descriptor gets the lowest free number, which must be below the limit: so the free numbers
-// are looked for from below, and there is an end long before a high limit. Asking for the flags is
-// the call without side effects; poll() would take the mount table's news away from its reader.
+// A new descriptor gets the lowest free number, which must be below the limit: so the search for
+// free numbers starts at 0 and ends long before a high limit. Reading the flags is the call without
+// side effects; poll() would consume the mount table's notification.
 bool HasSpareDescriptors(int count) {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return true;

@@ -6,12 +6,12 @@ namespace platform {
 namespace {
 
 constexpr int kArenas = 4;
-constexpr int kFreeEnd = 256 * 1024;     // bytes that an arena may keep at its end
-constexpr int kOwnMapping = 512 * 1024;  // bytes from which a block is no part of an arena
+constexpr int kFreeEnd = 256 * 1024;     // bytes that an arena may keep free at its end
+constexpr int kOwnMapping = 512 * 1024;  // bytes from which a block gets its own mapping
 
 }  // namespace
 
-// Either of the last two also ends the heap's habit of raising them by itself.
+// Setting either of the last two also stops the heap from raising them automatically.
 void KeepHeapSmall() {
     mallopt(M_ARENA_MAX, kArenas);
     mallopt(M_TRIM_THRESHOLD, kFreeEnd);

@@ -21,7 +21,7 @@ bool ThreadCrew::NoteChange() {
         if (m_idle == 0 && m_threads.size() < m_most && HasTask())
             m_threads.push_back(StartThread(m_name, [this] { Main(); }));
     } catch (const std::system_error&) {
-        // Fewer threads than hoped for.
+        // Continue with fewer threads.
     }
     return !m_threads.empty();
 }
@@ -34,10 +34,11 @@ void ThreadCrew::Main() {
         --m_idle;
         if (!HasTask()) return;
         Task task = TakeTask();
-        NoteChange();  // there may be one more for another thread
+        NoteChange();  // there may be another task for another thread
         lock.unlock();
         task();
-        task = nullptr;  // may hold the last of what is dear; not to be let go of under the mutex
+        task = nullptr;  // may hold the last reference to something expensive; not to be released
+                         // under the mutex
         lock.lock();
     }
 }
@@ -53,7 +54,7 @@ void ThreadCrew::Stop() {
     for (std::thread& thread : threads) thread.join();
     std::lock_guard<std::mutex> lock(m_mutex);
     m_stopping = false;
-    NoteChange();  // for what came after the last thread had looked
+    NoteChange();  // for tasks that arrived after the last thread had checked
 }
 
 }  // namespace platform

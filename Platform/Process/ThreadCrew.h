@@ -1,4 +1,4 @@
-// Threads: one with a name, and crews that work off a queue.
+// Named threads, and thread pools that work off a queue.
 #ifndef PLATFORM_PROCESS_THREAD_CREW_H
 #define PLATFORM_PROCESS_THREAD_CREW_H
 
@@ -11,11 +11,11 @@
 
 namespace platform {
 
-// `name`: at most 15 bytes are kept. Throws std::system_error when no thread can be had.
+// `name`: at most 15 bytes are used. Throws std::system_error when no thread can be started.
 std::thread StartThread(const std::string& name, std::function<void()> body);
 
-// The base of a queue whose tasks run on threads of its own, which are made when they are needed
-// and kept until Stop. The derived class says what may run next.
+// Base class of a queue whose tasks run on its own threads, which are started on demand and kept
+// until Stop. The derived class decides which task may run next.
 class ThreadCrew {
 public:
     ThreadCrew(const ThreadCrew&) = delete;
@@ -24,24 +24,24 @@ public:
 protected:
     using Task = std::function<void()>;
 
-    // `most`: threads at a time.
+    // `most`: the maximum number of threads.
     ThreadCrew(std::string name, size_t most) : m_name(std::move(name)), m_most(most) {}
-    // The derived destructor has called Stop.
+    // The derived destructor must have called Stop.
     virtual ~ThreadCrew() = default;
 
-    // With the mutex held: whether a task may run now, and that task, taken out of the queue. It
-    // runs once, without the mutex, also when the crew is stopping.
+    // Called with the mutex held: whether a task may run now, and that task, removed from the
+    // queue. The task runs once, without the mutex, even if the crew is stopping.
     virtual bool HasTask() const = 0;
     virtual Task TakeTask() = 0;
 
-    // With the mutex held, whenever the queue has changed or a task has ended. False: there is no
-    // thread, and none can be made.
+    // Call with the mutex held whenever the queue has changed or a task has ended. False: there is
+    // no thread, and none can be started.
     bool NoteChange();
 
-    // Joins the threads when nothing is left that may run. NoteChange makes new ones.
+    // Joins the threads once no runnable task is left. NoteChange starts new ones.
     void Stop();
 
-    mutable std::mutex m_mutex;         // the derived class's queue is guarded by it, too
+    mutable std::mutex m_mutex;         // also guards the derived class's queue
     std::condition_variable m_changed;  // NoteChange was called
 
 private:
@@ -49,7 +49,7 @@ private:
 
     const std::string m_name;
     const size_t m_most;
-    std::vector<std::thread> m_threads;  // guarded by m_mutex, as all below
+    std::vector<std::thread> m_threads;  // guarded by m_mutex, as is everything below
     size_t m_idle = 0;
     bool m_stopping = false;
 };

@@ -21,7 +21,7 @@ public:
 
     int Get() const { return m_fd; }
     explicit operator bool() const { return m_fd >= 0; }
-    int Release() { return std::exchange(m_fd, -1); }  // whoever gets it closes it
+    int Release() { return std::exchange(m_fd, -1); }  // the caller must close it
     void Close() {
         if (m_fd >= 0) close(std::exchange(m_fd, -1));
     }

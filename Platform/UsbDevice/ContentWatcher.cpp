@@ -9,7 +9,7 @@
 
 namespace platform {
 
-// Without a wake-up the thread could not be ended.
+// Without a wake-up descriptor the thread could not be stopped.
 ContentWatcher::ContentWatcher() {
     if (m_wakeUp) m_thread = StartThread("usb-content", [this] { Run(); });
 }
@@ -50,7 +50,8 @@ void ContentWatcher::Run() {
     }
 }
 
-// The watches in use now. Those of storages that went end here, on the thread that they belong to.
+// The watches in use now. Watches of storages that are gone are destroyed here, on the thread that
+// uses them.
 void ContentWatcher::TakeOver(std::vector<WatchPtr>& watches) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_watches.erase(std::remove_if(m_watches.begin(), m_watches.end(),

@@ -1,4 +1,4 @@
-// Watches what other programs change on mounted storages.
+// Watches for changes that other programs make on mounted storages.
 #ifndef PLATFORM_USB_DEVICE_CONTENT_WATCHER_H
 #define PLATFORM_USB_DEVICE_CONTENT_WATCHER_H
 
@@ -15,17 +15,17 @@ namespace platform {
 
 class StorageWatch;
 
-// One thread for all storages; it sleeps while nothing changes. Changes of one storage are gathered
-// until it has been quiet for half a second, or for three at most, and told as one batch to
-// StorageContentChanged. Watches hold no file open for longer than a folder's names take to be
-// read, so they keep no storage from being unmounted.
+// One thread for all storages; it sleeps while nothing changes. Changes of one storage are
+// collected until it has been quiet for half a second, or for three seconds at most, and passed to
+// StorageContentChanged as one batch. Watches keep a folder open only while reading its names, so
+// they do not prevent a storage from being unmounted.
 class ContentWatcher {
 public:
     ContentWatcher();
     ~ContentWatcher();                                         // ends the thread and joins it
     explicit operator bool() const { return bool(m_wakeUp); }  // false: it watches nothing
 
-    // Both return at once; the folders are walked by the watcher's thread. Any thread.
+    // Both return at once; the watcher's thread walks the folders. Thread-safe.
     void Add(const std::string& mountPath);
     void Remove(const std::string& mountPath);
 

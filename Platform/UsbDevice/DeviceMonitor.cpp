@@ -12,19 +12,19 @@
 namespace platform {
 namespace {
 
-// One plug brings a handful of events. A look waits until none came for the quiet time, but never
-// longer than the whole.
+// Plugging in one stick causes a handful of events. A check waits until no event has arrived for
+// the quiet time, but never longer than the longest wait.
 constexpr int kQuietMs = 30;
 constexpr int kLongestWaitMs = 300;
-// After a look that failed there may be no event to tell that the next one would not.
+// After a failed check no event may signal that the next one would succeed.
 constexpr int kRetryMs = 5000;
-// When descriptors were short, and no event tells that there are some.
+// When descriptors were short, since no event signals that some are free again.
 constexpr int kRoomMs = 500;
-// A device goes before its mount. Receivers hear of it when both have gone, or after this time
-// where nobody unmounts: what asks the mount path for its size would be told that of the stick.
+// A device goes before its mount. Receivers hear of it when both are gone, or after this time if
+// nobody unmounts: the size of the mount path would still be the stick's until then.
 constexpr std::chrono::seconds kUnmountTime(5);
-// What a look has open at once. Short of descriptors it would read a device in parts, or not at
-// all, and take it for another one or for gone.
+// The number of descriptors that a check opens at once. If it ran short of them it would read a
+// device partially, or not at all, and take it for another one or for gone.
 constexpr int kLookDescriptors = 4;
 
 using Clock = std::chrono::steady_clock;
@@ -47,7 +47,7 @@ const char* DepartureWord(const DeviceRecord& device) {
     return device.IsMounted() ? "blocked" : "removed";
 }
 
-// Of storages the media database tells.
+// Storages are logged by the media database.
 void LogCamera(const DeviceChange& change) {
     const DeviceRecord& device = *change.device;
     if (device.deviceClass == USB_CLASS_STILL_IMAGE)
@@ -110,7 +110,7 @@ void DeviceMonitor::Run() {
     }
 }
 
-// What follows a departure at the same path waits behind it, or shows that it is over.
+// A later change at the same path waits behind the departure, or shows that it is complete.
 bool DeviceMonitor::IsHeld(size_t index) const {
     const Untold& untold = m_untold[index];
     const std::string& path = untold.change.device->mountPath;
@@ -140,7 +140,7 @@ void DeviceMonitor::Tell(const std::vector<DeviceChange>& changes) {
     }
     m_untold = std::move(held);
     m_dispatcher->Post(told);
-    // Not sooner: who hears of a scan's end has heard of its storage.
+    // Not earlier: anybody who hears of a scan's end must have heard of its storage before.
     for (const DeviceChange& change : told)
         if (change.action == ArrivalWord(*change.device)) Scan(*change.device);
 }
@@ -156,8 +156,8 @@ int DeviceMonitor::Timeout() const {
     return m_lookFailed || m_source->NeedsPolling() ? kRetryMs : -1;
 }
 
-// True when the devices may have changed (or the end is near), false when the time is over. Events
-// that mean nothing do not prolong it.
+// True when the devices may have changed (or the service is stopping), false on time-out.
+// Irrelevant events do not extend the wait.
 bool DeviceMonitor::WaitForEvents(int timeoutMs) {
     const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!m_stopping) {
@@ -171,7 +171,7 @@ bool DeviceMonitor::WaitForEvents(int timeoutMs) {
     return true;
 }
 
-// Looks at the devices and takes over what has changed. Short of descriptors, that is put off.
+// Checks the devices and applies what has changed. Postponed when descriptors are short.
 bool DeviceMonitor::Look(std::vector<DeviceChange>& changes) {
     std::vector<DeviceRecord> records;
     const bool roomBefore = HasSpareDescriptors(kLookDescriptors);
@@ -232,7 +232,7 @@ bool DeviceMonitor::IsRecorded(const DeviceRecord& device) const {
 
 void DeviceMonitor::TellArrived(const DeviceRecord& device) {
     if (!IsRecorded(device)) return;
-    // Watched from before the scan on: what changes while it runs is not missed.
+    // The watch starts before the scan: changes made during the scan are not missed.
     m_contentWatcher->Add(device.mountPath);
     StorageMounted(StorageOf(device));
 }

@@ -1,4 +1,4 @@
-// Keeps the table of present devices up to date while the service is in use.
+// Keeps the list of present devices up to date while the service is in use.
 #ifndef PLATFORM_USB_DEVICE_DEVICE_MONITOR_H
 #define PLATFORM_USB_DEVICE_DEVICE_MONITOR_H
 
@@ -18,26 +18,26 @@
 
 namespace platform {
 
-// Order of telling, for every change:
+// The order of notification for each change:
 //   a storage that comes  database record, then the device list, then the receivers, then its scan
-//   a storage that goes   device list, then the database, then, when it is unmounted, the receivers
-// so that whoever hears of a storage, or lists it, finds its record.
+//   a storage that goes   device list, then the database, then, once unmounted, the receivers
+// so that anybody who hears of a storage, or lists it, finds its record.
 class DeviceMonitor {
 public:
-    // `root`: storages mounted below it are recorded in the media database, others only listed.
+    // `root`: storages mounted below it are recorded in the media database, others are only listed.
     DeviceMonitor(std::unique_ptr<DeviceSource> source, std::string root,
                   std::shared_ptr<ChangeDispatcher> dispatcher);
     ~DeviceMonitor();
 
-    // Lists the devices, records their storages and starts the monitor thread. Tells no receiver:
-    // these devices were there before. False when the devices cannot be listed.
+    // Lists the devices, records their storages and starts the monitor thread. Notifies no
+    // receiver: these devices were there before. False when the devices cannot be listed.
     bool Start();
 
-    // Ends the thread and gives the storages back to the database. Tells no receiver.
+    // Ends the thread and reports the storages to the database as unmounted. Notifies no receiver.
     void Stop();
 
-    // The devices as they were last seen; false when the last look failed. Any thread, never
-    // blocks for long.
+    // The devices found by the last check; false when that check failed. Thread-safe, never blocks
+    // for long.
     bool Devices(DeviceList& devices) const;
 
 private:
@@ -63,8 +63,9 @@ private:
     std::unique_ptr<ContentWatcher> m_contentWatcher = std::make_unique<ContentWatcher>();
     const WakeUp m_wakeUp;
     std::atomic<bool> m_stopping{false};
-    bool m_isShort = false;  // whoever looks: the last look was short of descriptors
-    // The monitor thread's: departures of storages that are still mounted, and what waits for them.
+    bool m_isShort = false;  // checking thread only: the last check was short of descriptors
+    // Monitor thread only: departures of storages that are still mounted, and later changes held
+    // behind them.
     struct Untold {
         DeviceChange change;
         std::chrono::steady_clock::time_point until;

@@ -1,4 +1,4 @@
-// One USB device as both back ends describe it, and the seam's handles over it.
+// One USB device as both back ends describe it, and the seam's handles for it.
 #ifndef PLATFORM_USB_DEVICE_DEVICE_RECORD_H
 #define PLATFORM_USB_DEVICE_DEVICE_RECORD_H
 
@@ -13,7 +13,7 @@ namespace platform {
 // The mount path of a device without a mounted file system.
 extern const char* const kNotMounted;
 
-// Immutable once it is published. Texts are the device's own bytes.
+// Immutable once published. Texts are the device's own bytes.
 struct DeviceRecord {
     int deviceClass = USB_CLASS_MASS_STORAGE;
     std::string deviceName;
@@ -31,8 +31,8 @@ struct DeviceRecord {
     int number = 0;
     disktype_e diskType = DISK_TYPE_UNKNOWN;
     fstype_e fileSystem = FSTYPE_OTHER;
-    // Tells one presence of a device from the next: the same stick pulled out and put back between
-    // two looks is equal in everything but this.
+    // Distinguishes one presence of a device from the next: a stick pulled out and put back between
+    // two checks differs in nothing but this.
     std::string presence;
 
     bool IsMounted() const { return mountPath != kNotMounted; }
@@ -42,7 +42,7 @@ struct DeviceRecord {
 using DevicePtr = std::shared_ptr<const DeviceRecord>;
 using DeviceList = std::vector<DevicePtr>;
 
-// The number that the seam has for a file system's name ("vfat", "ext4", ...).
+// The seam's number for a file system's name ("vfat", "ext4", ...).
 fstype_e FileSystemByName(const std::string& name);
 
 }  // namespace platform
@@ -51,7 +51,7 @@ struct usb_device_s {
     platform::DevicePtr record;
 };
 
-// Owned by the caller of usb_device_get_device_list; not for two threads at once.
+// Owned by the caller of usb_device_get_device_list; must not be used by two threads at once.
 struct usb_device_list_s {
     std::vector<usb_device_s> devices;
     size_t next = 0;

@@ -1,6 +1,6 @@
-// What a back end is to the service: a list of the devices present, and descriptors that tell
-// when it is worth looking again. Comparing lists, telling the database and calling receivers are
-// the service's work and the same for every back end.
+// The interface of a back end: it lists the devices present, and provides descriptors that signal
+// when to check again. Comparing lists, updating the database and calling receivers is the
+// service's work and the same for every back end.
 #ifndef PLATFORM_USB_DEVICE_DEVICE_SOURCE_H
 #define PLATFORM_USB_DEVICE_DEVICE_SOURCE_H
 
@@ -20,8 +20,8 @@ class DeviceSource {
 public:
     virtual ~DeviceSource() = default;
 
-    // Starts to watch, so that nothing which happens after it goes unseen. False, with a log line,
-    // when the system refuses.
+    // Starts watching, so that no later event is missed. False, with a log line, when the system
+    // refuses.
     virtual bool Open() = 0;
 
     // Adds the descriptors to poll. They may change after each Drain or List.
@@ -31,14 +31,14 @@ public:
     virtual bool Drain() = 0;
 
     // The devices present now. A device that vanishes while it is being read is left out. False
-    // when the list as a whole could not be read; `devices` is then not to be used.
+    // when the list as a whole could not be read; `devices` must then not be used.
     virtual bool List(std::vector<DeviceRecord>& devices) = 0;
 
-    // True when something was mounted at that path at the last List, whether its device is still
-    // there or not.
+    // True when something was mounted at that path at the time of the last List, whether or not its
+    // device is still there.
     virtual bool IsMountPoint(const std::string& path) const = 0;
 
-    // True while the system's limits keep it from telling of changes: look from time to time.
+    // True while system limits prevent it from reporting changes: check periodically instead.
     virtual bool NeedsPolling() const = 0;
 };
 

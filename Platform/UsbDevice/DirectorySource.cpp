@@ -27,8 +27,8 @@ struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 
-// The visible names in a directory, in their order by bytes. No value when it cannot be read; a
-// directory that does not exist has none.
+// The visible names in a directory, sorted by bytes. No value when it cannot be read; empty for a
+// directory that does not exist.
 std::optional<std::set<std::string>> NamesIn(const std::string& path) {
     const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
     if (!directory) {
@@ -41,7 +41,7 @@ std::optional<std::set<std::string>> NamesIn(const std::string& path) {
     return names;
 }
 
-// The folder's name when `name` is a key file's, else nothing.
+// The folder's name when `name` is a key file's, else empty.
 std::string FolderOfKeyFile(const std::string& name) {
     if (name.size() <= kKeyFileEnding.size()) return "";
     const size_t length = name.size() - kKeyFileEnding.size();
@@ -61,7 +61,7 @@ fstype_e FileSystemOf(const std::string& path) {
     return found == names.end() ? FSTYPE_OTHER : FileSystemByName(found->second);
 }
 
-// A file system mounted over the folder is known by its own id, a plain folder by its path.
+// A file system mounted over the folder is identified by its own id, a plain folder by its path.
 std::string UuidOf(const std::string& path, bool isMountPoint) {
     struct statvfs status;
     std::string text = "folder " + path;
@@ -147,7 +147,7 @@ void DirectorySource::AddFolder(const std::string& name, const struct stat& stat
     ReadKeys(name, device);
     struct stat root;
     const bool isMountPoint = stat(m_root.c_str(), &root) == 0 && root.st_dev != status.st_dev;
-    // With a serial number the storage is known by that, wherever it turns up.
+    // A storage with a serial number is identified by that, wherever it is mounted.
     if (device.uuid.empty() && device.serial.empty())
         device.uuid = UuidOf(device.mountPath, isMountPoint);
     if (device.deviceClass == USB_CLASS_STILL_IMAGE) device.mountPath = kNotMounted;
@@ -156,7 +156,7 @@ void DirectorySource::AddFolder(const std::string& name, const struct stat& stat
     devices.push_back(std::move(device));
 }
 
-// A key file without a folder: a camera, or a stick that is not there.
+// A key file without a folder: a camera, or an absent stick.
 void DirectorySource::AddLone(const std::string& name, std::vector<DeviceRecord>& devices) {
     const std::string folder = FolderOfKeyFile(name);
     if (folder.empty()) return;

@@ -13,9 +13,9 @@ struct stat;
 
 namespace platform {
 
-// A key file `NAME.usb` beside the folder `NAME` tells what the folder cannot; one that stands
-// alone is a camera. Hidden names and links are no devices. A key file that is to hold from the
-// start is written before its folder is made.
+// A key file `NAME.usb` beside the folder `NAME` supplies what the folder cannot; a key file
+// without a folder is a camera. Hidden names and links are not devices. To apply from the start, a
+// key file must be written before its folder is created.
 class DirectorySource : public DeviceSource {
 public:
     DirectorySource(std::string root, const std::string& mountTable);

@@ -31,7 +31,7 @@ struct FreeError {
     void operator()(GError* error) const { g_error_free(error); }
 };
 
-// The whole file, or no value with errno set. Never blocks, whatever the name stands for.
+// The whole file, or no value with errno set. Never blocks, whatever kind of file it is.
 std::optional<std::string> ReadSmallFile(const std::string& path) {
     const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status;
@@ -45,7 +45,7 @@ std::optional<std::string> ReadSmallFile(const std::string& path) {
     return content;
 }
 
-// The byte that an escape stands for, and how many characters of `text` it takes.
+// The byte for an escape, and the length of the escape in `text`.
 std::optional<char> Unescaped(const std::string& text, size_t at, size_t& length) {
     static const std::map<char, char> simple = {
         {'s', ' '}, {'t', '\t'}, {'n', '\n'}, {'r', '\r'}, {'\\', '\\'}};
@@ -152,7 +152,7 @@ void TakeOverAll(GKeyFile* file, DeviceRecord& device, std::vector<std::string>&
     const std::unique_ptr<char*, FreeTexts> keys(
         g_key_file_get_keys(file, kGroup, nullptr, nullptr));
     for (char** key = keys.get(); key && *key; ++key) {
-        // Raw bytes: the call for texts would refuse a label that is not UTF-8.
+        // Raw bytes: g_key_file_get_string would refuse a label that is not UTF-8.
         const std::unique_ptr<char, FreeText> value(
             g_key_file_get_value(file, kGroup, *key, nullptr));
         if (!value) continue;

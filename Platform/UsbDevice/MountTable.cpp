@@ -76,8 +76,8 @@ bool MountTable::Open() {
 
 bool MountTable::Reload() {
     std::ifstream file(m_path);
-    // Short of descriptors: nothing was unmounted for that. The change, if any, is still to be
-    // read.
+    // Short of descriptors: this does not mean that anything was unmounted. A change, if any, is
+    // still unread.
     if (!file && (errno == EMFILE || errno == ENFILE)) return true;
     std::ostringstream text;
     text << file.rdbuf();

@@ -9,12 +9,12 @@
 
 namespace platform {
 
-// One line of the table, octal escapes undone.
+// One line of the table, with octal escapes decoded.
 struct MountLine {
-    int id = 0;  // the kernel gives ids of ended mounts to later ones
+    int id = 0;  // the kernel reuses the ids of ended mounts
     unsigned major = 0;
     unsigned minor = 0;
-    std::string root;  // what of the file system is mounted, "/" for all of it
+    std::string root;  // the mounted subtree of the file system, "/" for all of it
     std::string mountPoint;
     std::string type;
     std::string source;
@@ -22,21 +22,21 @@ struct MountLine {
     bool operator==(const MountLine& other) const;
 };
 
-// Lines that are no mounts are left out.
+// Lines that do not describe a mount are skipped.
 std::vector<MountLine> ParseMountTable(const std::string& text);
 
-// Belongs to one thread at a time.
+// Used by one thread at a time.
 class MountTable {
 public:
     explicit MountTable(std::string path) : m_path(std::move(path)) {}
 
-    // Opens the table for polling and reads it; false when there is none.
+    // Opens the table for polling and reads it; false when it cannot be opened.
     bool Open();
 
-    // To be polled for POLLPRI.
+    // Poll it for POLLPRI.
     int Get() const { return m_polled.Get(); }
 
-    // Reads the table again. True when it differs from what was known.
+    // Rereads the table. True when it has changed.
     bool Reload();
 
     const std::vector<MountLine>& Mounts() const { return m_mounts; }

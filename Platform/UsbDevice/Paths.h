@@ -1,4 +1,4 @@
-// Where a path lies.
+// How paths relate to each other.
 #ifndef PLATFORM_USB_DEVICE_PATHS_H
 #define PLATFORM_USB_DEVICE_PATHS_H
 
@@ -6,7 +6,7 @@
 
 namespace platform {
 
-// The folder itself is not. Both are absolute and without "." or "..".
+// False for the folder itself. Both paths are absolute and without "." or "..".
 inline bool IsStrictlyBelow(const std::string& path, const std::string& folder) {
     return path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
            (folder.back() == '/' || path[folder.size()] == '/');

@@ -15,7 +15,7 @@ constexpr uint32_t kRootEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVE
                                  IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 constexpr uint32_t kAncestorEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
                                      IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
-// A folder that keeps changing under our hands is looked at again with the next event.
+// A folder that keeps changing meanwhile is checked again at the next event.
 constexpr int kTurns = 10;
 
 std::string ParentOf(const std::string& path) {
@@ -88,7 +88,8 @@ bool RootWatch::TakeOfRoot(const inotify_event& event) {
     return true;
 }
 
-// Is the watched folder still the one of that path? Mounts over it, for one, change that.
+// Whether the watched folder is still the one at that path. A mount over it, for example, changes
+// that.
 bool RootWatch::IsCurrent() const {
     struct stat status;
     return stat(m_root.c_str(), &status) == 0 && status.st_dev == m_device &&
@@ -105,8 +106,8 @@ bool RootWatch::WatchRoot() {
     return true;
 }
 
-// False when the ancestor cannot be watched, or when the way below it grew before it was: nobody
-// would tell of that.
+// False when the ancestor cannot be watched, or when the path below it was created before the watch
+// was in place: no event would report that.
 bool RootWatch::WatchAncestor() {
     Drop(m_ancestorWatch);
     std::string awaited;

@@ -1,5 +1,5 @@
-// The one USB service of the process: its settings, its count of users, and what runs while there
-// are any.
+// The process's single USB service: its options, its user count, and what runs while there are
+// users.
 #ifndef PLATFORM_USB_DEVICE_SERVICE_CORE_H
 #define PLATFORM_USB_DEVICE_SERVICE_CORE_H
 
@@ -18,8 +18,8 @@ public:
 
     void Configure(const UsbServiceOptions& options);
 
-    // The results of the seam's calls of the same names. The first Init and the last Fini take as
-    // long as the database needs; others wait for them.
+    // These return the results of the seam's calls of the same names. The first Init and the last
+    // Fini take as long as the database needs; concurrent calls wait for them.
     int Init();
     int Fini();
     void Shutdown();
@@ -37,11 +37,11 @@ private:
 
     const std::shared_ptr<ChangeDispatcher> m_dispatcher = std::make_shared<ChangeDispatcher>();
 
-    std::mutex m_lifecycle;  // guards the two below, held while starting and stopping
+    std::mutex m_lifecycle;  // guards the two below; held while starting and stopping
     UsbServiceOptions m_options;
     int m_users = 0;
 
-    std::mutex m_mutex;  // guards the pointer alone; taken under m_lifecycle or by itself
+    std::mutex m_mutex;  // guards only the pointer; taken under m_lifecycle or alone
     std::shared_ptr<DeviceMonitor> m_monitor;
 };
 

@@ -38,11 +38,11 @@ timespec Now(clockid_t clock) {
     return now;
 }
 
-// Watches are shared with every other program of the user: one storage takes half of them at most.
+// Inotify watches are shared with every other program of the user: one storage takes at most half.
 size_t MostFolders() {
     size_t limit = 0;
     std::ifstream file("/proc/sys/fs/inotify/max_user_watches");
-    if (!(file >> limit)) limit = 8192;  // what every kernel allows
+    if (!(file >> limit)) limit = 8192;  // every kernel allows this many
     return limit / 2;
 }
 
@@ -50,7 +50,7 @@ bool IsBefore(const timespec& a, const timespec& b) {
     return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
 }
 
-// Hidden entries are not scanned; the one that hides its folder from the scan tells of a change.
+// Hidden entries are not scanned, but the one that excludes its folder from the scan matters.
 bool IsOfInterest(const char* name) {
     return name[0] != '.' || strcmp(name, ".nomedia") == 0;
 }
@@ -59,8 +59,8 @@ bool MeansNoDescriptor(int error) {
     return error == EMFILE || error == ENFILE;
 }
 
-// Adds the visible folders in a folder, links left out. The folder is closed again when this
-// returns. An errno, 0 for success.
+// Adds the visible folders in a folder, without links. The folder is closed on return. Returns an
+// errno, 0 for success.
 int AddFoldersIn(const std::string& folder, std::vector<std::string>& folders) {
     const std::unique_ptr<DIR, CloseDirectory> directory(opendir(folder.c_str()));
     if (!directory) return errno;
@@ -106,8 +106,7 @@ void StorageWatch::WatchTree(const std::string& folder) {
     }
 }
 
-// The watch comes first: what changes after it brings an event, what changed before it shows in
-// the folder's time.
+// The watch is added first: later changes produce an event, earlier ones show in the folder's time.
 bool StorageWatch::WatchFolder(const std::string& folder) {
     struct stat status;
     if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) ||
@@ -169,8 +168,8 @@ void StorageWatch::TakeEntry(const std::string& path, uint32_t mask) {
     const bool isFolder = mask & IN_ISDIR;
     if (isFolder && (mask & (IN_DELETE | IN_MOVED_FROM))) Unwatch(path);
     if (isFolder && (mask & (IN_CREATE | IN_MOVED_TO))) WatchTree(path);
-    // A file that was just made is being written: its closing tells when it is whole. One that is
-    // another name of a file is whole at once.
+    // A file that was just created is still being written; its close event tells when it is
+    // complete. A new hard link to an existing file is complete at once.
     const bool isUnfinished = !isFolder && (mask & IN_CREATE) && !HasOtherNames(path);
     if (!isUnfinished) Note(path);
 }
@@ -189,7 +188,7 @@ void StorageWatch::NoteAnything() {
     m_paths.clear();
 }
 
-// What is short now may be there at the next look.
+// Descriptors that are short now may be available at the next rescan.
 void StorageWatch::FallBack(int error) {
     FallBack(strerror(error));
     m_beginsAgain = MeansNoDescriptor(error);

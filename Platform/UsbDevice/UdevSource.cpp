@@ -26,7 +26,7 @@ std::string Property(udev_device* device, const char* name) {
     return Text(udev_device_get_property_value(device, name));
 }
 
-// Some firmware fills its texts up with blanks.
+// Some firmware pads its texts with blanks.
 std::string Attribute(udev_device* device, const char* name) {
     std::string text = Text(udev_device_get_sysattr_value(device, name));
     text.erase(text.find_last_not_of(" \n") + 1);
@@ -45,8 +45,8 @@ udev_device* ParentOfType(udev_device* device, const char* type) {
     return udev_device_get_parent_with_subsystem_devtype(device, "usb", type);
 }
 
-// What the USB device and its interface tell; `node` carries the udev properties. False when the
-// device is going away: then it has lost what every USB device has.
+// Reads the properties of the USB device and its interface; `node` has the udev properties. False
+// when the device is going away and has lost the properties that every USB device has.
 bool DescribeUsb(udev_device* usb, udev_device* interface, udev_device* node,
                  DeviceRecord& device) {
     device.deviceName = Text(udev_device_get_devnode(node));
@@ -72,8 +72,8 @@ disktype_e DiskTypeOf(udev_device* block) {
     return removable == "1" ? DISK_TYPE_REMOVABLE : DISK_TYPE_FIXED;
 }
 
-// Calls `take` with each device of the enumeration that still exists. False when the system's
-// list could not be read.
+// Calls `take` with each device of the enumeration that still exists. False when the system's list
+// could not be read.
 bool ForEach(udev* context, udev_enumerate* enumerate,
              const std::function<void(udev_device*)>& take) {
     const int result = udev_enumerate_scan_devices(enumerate);
@@ -90,7 +90,7 @@ bool ForEach(udev* context, udev_enumerate* enumerate,
     return true;
 }
 
-// Reads last: a device that has gone meanwhile was read in parts.
+// Call this last: a device that has vanished meanwhile was read only partially.
 bool IsStillThere(udev_device* device) {
     return access(udev_device_get_syspath(device), F_OK) == 0;
 }
@@ -194,7 +194,8 @@ const MountLine* UdevSource::MountOf(udev_device* block) const {
     const std::string node = Text(udev_device_get_devnode(block));
     const MountLine* best = nullptr;
     for (const MountLine& mount : m_mounts.Mounts()) {
-        // Some file systems mount under a number of their own: those are known by the node.
+        // Some file systems mount with a different device number; those are matched by the device
+        // node.
         const bool same = number != 0 && makedev(mount.major, mount.minor) == number;
         if (!same && (mount.major != 0 || node.empty() || mount.source != node)) continue;
         if (!best || Preference(mount) > Preference(*best)) best = &mount;
@@ -216,7 +217,7 @@ bool UdevSource::ListCameras(std::vector<DeviceRecord>& devices) {
     const UdevPtr<udev_enumerate> enumerate(udev_enumerate_new(m_udev.get()));
     udev_enumerate_add_match_subsystem(enumerate.get(), "usb");
     udev_enumerate_add_match_sysattr(enumerate.get(), "bInterfaceClass", kStillImageClass);
-    std::set<std::string> known;  // a camera may have more than one such interface
+    std::set<std::string> known;  // a camera may have several such interfaces
     return ForEach(m_udev.get(), enumerate.get(), [&](udev_device* interface) {
         udev_device* usb = ParentOfType(interface, "usb_device");
         DeviceRecord device;

@@ -21,12 +21,12 @@ struct UdevUnref {
 template <typename T>
 using UdevPtr = std::unique_ptr<T, UdevUnref>;
 
-// Mass storage is one device for each block device of a USB device that has a mounted file system;
-// a camera is one for each USB device with a still image interface. A stick or a card that is not
-// mounted is no device: there is nothing on it that a client could ask for.
+// A mass storage device is listed once for each of its block devices that has a mounted file
+// system, a camera once for each USB device with a still image interface. An unmounted stick or
+// card is not listed: clients could not read anything from it.
 class UdevSource : public DeviceSource {
 public:
-    // Of several mounts of one file system the one below `root` counts.
+    // Of several mounts of one file system the one below `root` is used.
     UdevSource(std::string root, const std::string& mountTable);
 
     bool Open() override;
@@ -50,10 +50,10 @@ private:
     UdevPtr<udev_monitor> m_monitor;
     MountTable m_mounts;
     unsigned m_gone = 0;
-    std::map<std::string, unsigned> m_timesGone;  // by system path, of devices that were removed
+    std::map<std::string, unsigned> m_timesGone;  // removals by system path
 };
 
-// Undoes udev's \xNN escapes.
+// Decodes udev's \xNN escapes.
 std::string UnescapeUdev(const std::string& text);
 
 }  // namespace platform

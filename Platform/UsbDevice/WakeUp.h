@@ -1,4 +1,4 @@
-// Wakes a thread that polls.
+// Wakes up a polling thread.
 #ifndef PLATFORM_USB_DEVICE_WAKE_UP_H
 #define PLATFORM_USB_DEVICE_WAKE_UP_H
 

@@ -3,9 +3,9 @@
 namespace contentsctl {
 namespace {
 
-// Where a page must start so that its files begin at number `file` or the one before it.
+// The start of the page whose files begin at number `file` or the one before it.
 int64_t StartFor(int64_t file, int64_t folders) {
-    if (file >= folders) return file;  // past the subfolders a page holds files alone
+    if (file >= folders) return file;  // past the subfolders a page contains only files
     return (folders + file) / 2;       // folders on the page: folders - start
 }
 

@@ -1,4 +1,4 @@
-// All of one folder, put together from the service's pages.
+// All of one folder, assembled from the service's pages.
 #ifndef TOOLS_CONTENTSCTL_BROWSE_H
 #define TOOLS_CONTENTSCTL_BROWSE_H
 
@@ -8,9 +8,9 @@ namespace contentsctl {
 
 // Calls `onFolder` for every subfolder, then `onFile` for every media file, once each.
 //
-// A page of the service begins with the subfolders from its start on; where they leave room,
-// files follow, and the number of subfolders on that page is taken off the start to get the
-// first file's number. So files are asked for from a start that is worked out backwards.
+// A page of the service lists subfolders from its start on; if there is room left, files follow,
+// and the first file's number is the page's start minus the number of subfolders on that page. So
+// the start of each page of files is computed backwards from the file wanted.
 class FolderWalk {
 public:
     FolderWalk(Query& query, std::function<void(const Json::Value&)> onFolder,

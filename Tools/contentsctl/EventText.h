@@ -1,4 +1,4 @@
-// Events in a person's words.
+// Events as human-readable text.
 #ifndef TOOLS_CONTENTSCTL_EVENT_TEXT_H
 #define TOOLS_CONTENTSCTL_EVENT_TEXT_H
 
@@ -8,8 +8,8 @@
 
 namespace contentsctl {
 
-// What the event says, on one line fit for a terminal. An event of an unknown name, or with a
-// payload that is not what it should be, comes as it is.
+// The event on one line, safe for a terminal. An event with an unknown name or an unexpected
+// payload is shown as it is.
 std::string EventText(const Event& event);
 
 }  // namespace contentsctl

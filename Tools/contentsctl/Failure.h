@@ -1,4 +1,4 @@
-// Why a command of the tool could not be done, and what to do about it.
+// Why a command of the tool failed, and what to do about it.
 #ifndef TOOLS_CONTENTSCTL_FAILURE_H
 #define TOOLS_CONTENTSCTL_FAILURE_H
 
@@ -10,7 +10,7 @@ namespace contentsctl {
 
 enum ExitStatus { EXIT_DONE = 0, EXIT_REFUSED = 1, EXIT_USAGE = 2 };
 
-// Ends the tool with `status`; the text goes to standard error, the hint on a line below it.
+// Ends the tool with `status`; the text goes to standard error, followed by a line with the hint.
 class Failure : public std::runtime_error {
 public:
     Failure(ExitStatus exitStatus, const std::string& text, std::string whatToDo = "")
@@ -20,14 +20,14 @@ public:
     const std::string hint;
 };
 
-// Refused by the service, or failed on the way.
+// Refused by the service, or failed while running.
 class Refused : public Failure {
 public:
     explicit Refused(const std::string& text, std::string whatToDo = "")
         : Failure(EXIT_REFUSED, text, std::move(whatToDo)) {}
 };
 
-// Called in a wrong way, or nobody to talk to.
+// Wrong usage, or no service to talk to.
 class Misused : public Failure {
 public:
     explicit Misused(const std::string& text, std::string whatToDo = "")

@@ -1,4 +1,4 @@
-// JSON as this tool reads and prints it.
+// Reading and printing JSON.
 #ifndef TOOLS_CONTENTSCTL_JSON_H
 #define TOOLS_CONTENTSCTL_JSON_H
 
@@ -12,13 +12,13 @@ namespace contentsctl {
 // Throws Refused when the service's text is not JSON.
 Json::Value ParseJson(const std::string& text);
 
-// One line of JSON without its newline, in UTF-8.
+// One line of JSON without a newline, in UTF-8.
 std::string ToLine(const Json::Value& value);
 void PrintLine(const Json::Value& value);
 
-// The member as text, whatever its type; empty when it is not there.
+// The member as text, whatever its type; empty when it is missing.
 std::string TextOf(const Json::Value& object, const char* key);
-// The member as a number, also when it is a text of digits; 0 when it is neither.
+// The member as a number, or converted from a text of digits; otherwise 0.
 int64_t NumberOf(const Json::Value& object, const char* key);
 
 // {"KEY": [texts]}

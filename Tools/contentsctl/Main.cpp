@@ -10,7 +10,7 @@
 namespace contentsctl {
 namespace {
 
-// The media commands need the service connected; "run" is there for people who look closely.
+// Media commands need a connected service; "run" sends exactly what the user asked for.
 bool ConnectsItself(const Options& options) {
     const bool bare = options.words[0] == "run";
     return !bare || (options.words[1] != "Connect" && options.words[1] != "Disconnect");

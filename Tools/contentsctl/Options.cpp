@@ -46,7 +46,7 @@ constexpr char kDescription[] =
     "  $ contentsctl browse HOLIDAY/DCIM\n"
     "  $ contentsctl run --wait QUERY_COMPLETED Query STORAGE-ID photo \"\" true\n";
 
-// As they stand on the command line; texts are released with g_free.
+// As given on the command line; texts are released with g_free.
 struct Raw {
     gchar* address = nullptr;
     gchar* bus = nullptr;
@@ -118,14 +118,14 @@ void Check(const Raw& raw) {
     if (raw.limit < 0 || raw.timeout < 0) throw Misused("numbers of options are not negative");
 }
 
-// The words that are no options; throws when an option is wrong.
+// Returns the words that are not options; throws when an option is invalid.
 std::vector<std::string> Parse(GOptionContext* parser, int argc, char** argv) {
     gchar** rest = g_new0(gchar*, static_cast<gsize>(argc) + 1);
     for (int i = 0; i < argc; ++i) rest[i] = g_strdup(argv[i]);
     platform::ErrorSlot error;
     const bool parsed = g_option_context_parse_strv(parser, &rest, error.Out());
     std::vector<std::string> words;
-    bool ended = false;  // a "--" was met
+    bool ended = false;  // "--" was found
     for (gchar** word = rest; parsed && *word; ++word) {
         const bool mark = !ended && std::string(*word) == "--";
         ended = ended || mark;

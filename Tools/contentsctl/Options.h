@@ -9,14 +9,14 @@
 namespace contentsctl {
 
 struct Options {
-    std::string address;  // D-Bus address; empty with a bus
+    std::string address;  // D-Bus address; empty when a bus is used
     std::string bus;      // "session", "system" or empty
     bool json = false;
-    bool progress = false;      // a progress line even when standard error is no terminal
-    bool noWait = false;        // take what the database knows now
+    bool progress = false;      // a progress line even if standard error is not a terminal
+    bool noWait = false;        // use what the database knows now
     int64_t limit = INT64_MAX;  // items
     int timeout = 120;          // seconds; 0: for ever
-    std::string waitFor;        // run: an event's name
+    std::string waitFor;        // run: the name of an event
     bool help = false;
     bool version = false;
     std::vector<std::string> words;  // the verb and its arguments

@@ -11,7 +11,7 @@ namespace contentsctl {
 void FlushOutput() {
     errno = 0;
     if (fflush(stdout) == 0 && !ferror(stdout)) return;
-    // An error of a write before this flush has left no reason behind.
+    // If a write before this flush failed, its errno is no longer known.
     const char* why = errno != 0 ? strerror(errno) : "an earlier write failed";
     throw Refused(std::string("the output could not be written: ") + why);
 }

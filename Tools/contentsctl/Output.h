@@ -1,10 +1,10 @@
-// What the tool prints on standard output.
+// The tool's standard output.
 #ifndef TOOLS_CONTENTSCTL_OUTPUT_H
 #define TOOLS_CONTENTSCTL_OUTPUT_H
 
 namespace contentsctl {
 
-// Writes out what was printed until now. Throws Refused when any of it could not be written.
+// Flushes standard output. Throws Refused when anything printed so far could not be written.
 void FlushOutput();
 
 }  // namespace contentsctl

@@ -11,13 +11,13 @@
 
 namespace contentsctl {
 
-constexpr int kMaxPage = 1000;  // what the service gives at once
+constexpr int kMaxPage = 1000;  // the service's limit per page
 
-// One query of the session; a newer one takes its place in the service.
+// One query of the session; a newer query replaces it in the service.
 class Query {
 public:
     // Kind: "photo", "video", "music", or "folder" with the folder's path. Waits for the storage's
-    // scan unless the options say not to, with a progress line. Throws Refused with a hint.
+    // scan, with a progress line, unless the options say not to. Throws Refused with a hint.
     Query(Session& session, const Options& options, const std::string& storageId,
           const std::string& kind, const std::string& folder = "");
 
@@ -30,7 +30,7 @@ public:
     void ForEach(int64_t limit, const std::function<void(const Json::Value&)>& handler,
                  const std::function<void()>& pageEnd);
 
-    // The member of a media page that holds its items.
+    // The member of a media page that contains its items.
     static const char* ItemsKey(const std::string& kind);
 
 private:

@@ -1,4 +1,4 @@
-// A line on standard error that tells how far the scan of a storage is.
+// A line on standard error that shows the progress of a storage's scan.
 #ifndef TOOLS_CONTENTSCTL_PROGRESS_H
 #define TOOLS_CONTENTSCTL_PROGRESS_H
 
@@ -8,8 +8,8 @@
 
 namespace contentsctl {
 
-// Rewrites one line on a terminal; with --progress elsewhere, prints a line for each change.
-// Silent otherwise. The line is wiped at the end.
+// Rewrites one line on a terminal; with --progress elsewhere, prints a line for each change. Silent
+// otherwise. The line is erased at the end.
 class ProgressLine {
 public:
     ProgressLine(Session& session, const Options& options, std::string storageId);

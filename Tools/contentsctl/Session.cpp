@@ -43,7 +43,7 @@ platform::ObjectPtr<GDBusConnection> ConnectTo(const Options& options) {
     return connection;
 }
 
-// A source on the default context that sets a flag, over and over.
+// The callback of a source on the default context that sets a flag each time.
 gboolean SetFlag(gpointer flag) {
     *static_cast<bool*>(flag) = true;
     return G_SOURCE_CONTINUE;

@@ -1,4 +1,4 @@
-// One open engine of the service, from a program's point of view.
+// One open engine of the service, as seen by a client program.
 #ifndef TOOLS_CONTENTSCTL_SESSION_H
 #define TOOLS_CONTENTSCTL_SESSION_H
 
@@ -27,8 +27,8 @@ struct Scan {
     bool walking;
 };
 
-// Single-threaded: events come in while Execute, Wait or Listen runs. Everything throws Misused
-// when there is no service and Refused when it answers an error or goes away.
+// Single-threaded: events arrive while Execute, Wait or Listen runs. All functions throw Misused
+// when there is no service and Refused when it replies with an error or goes away.
 class Session {
 public:
     explicit Session(const Options& options);
@@ -36,23 +36,23 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // Runs one command; at most four arguments count. The value of a command that the service
-    // did not handle is a failure here.
+    // Runs one command; at most four arguments are sent. Throws if the service did not handle the
+    // command; otherwise returns its value.
     std::string Execute(const std::string& command, const std::vector<std::string>& arguments = {});
-    // The same, with "handled" as the result.
+    // The same, but returns whether the command was handled.
     bool TryExecute(const std::string& command, const std::vector<std::string>& arguments,
                     std::string& value);
 
-    // "Connect", which every session that asks for media needs.
+    // Sends "Connect", which every session that asks for media needs.
     void Connect();
 
-    // The first event not yet taken that `fits`. `tick`, when given, is called about four times
-    // a second meanwhile. Throws Refused past the time limit of the options.
+    // The first event not yet taken for which `fits` is true. `tick`, if given, is called about
+    // four times a second meanwhile. Throws Refused after the time limit in the options.
     Event Wait(const std::function<bool(const Event&)>& fits,
                const std::function<void()>& tick = nullptr);
     Event Wait(const std::string& name, const std::function<void()>& tick = nullptr);
 
-    // Hands over every event as it comes, until SIGINT or SIGTERM.
+    // Passes on every event as it arrives, until SIGINT or SIGTERM.
     void Listen(const std::function<void(const Event&)>& handler);
 
     std::vector<Scan> Scans();

@@ -12,7 +12,7 @@ namespace contentsctl {
 namespace {
 
 constexpr char kListHint[] = "\"contentsctl storages\" lists what there is.";
-// The service calls the root of all USB storages by a token.
+// The service replaces the root of all USB storages with a token.
 const std::string kRoot = "/opt/storage/usb";
 const std::string kRootToken = "$USB_DIR";
 

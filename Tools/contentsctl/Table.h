@@ -1,4 +1,4 @@
-// Columns of text, aligned by what a terminal shows.
+// A text table, aligned by display width.
 #ifndef TOOLS_CONTENTSCTL_TABLE_H
 #define TOOLS_CONTENTSCTL_TABLE_H
 
@@ -10,7 +10,7 @@ namespace contentsctl {
 
 enum class Align { Left, Right };
 
-// Collects rows and prints them in blocks: a long result shows up as it comes, and its columns
+// Collects rows and prints them in blocks: a long result appears as it arrives, and its columns
 // keep the widths of the first block.
 class Table {
 public:
@@ -22,9 +22,9 @@ public:
 
     explicit Table(std::vector<Column> columns) : m_columns(std::move(columns)) {}
 
-    // Texts may hold anything; they are made printable here.
+    // Texts may contain anything; they are made printable here.
     void Add(const std::vector<std::string>& cells);
-    // Prints what was added since the last call, to standard output.
+    // Prints what was added since the last call to standard output.
     void Flush();
 
 private:

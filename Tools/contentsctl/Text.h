@@ -1,4 +1,4 @@
-// Text for terminals: what comes from file names and tags must neither break nor abuse them.
+// Text for terminals: file names and tags must neither corrupt nor control them.
 #ifndef TOOLS_CONTENTSCTL_TEXT_H
 #define TOOLS_CONTENTSCTL_TEXT_H
 
@@ -8,14 +8,14 @@
 
 namespace contentsctl {
 
-// Control characters, the invisible ones that change the writing direction and bytes that are
+// Control characters, invisible characters that change the writing direction, and bytes that are
 // not UTF-8 become visible escapes: \n, \x1b, \u202e.
 std::string Printable(const std::string& text);
 
-// Columns that printable UTF-8 text takes on a terminal: wide characters two, combining ones none.
+// The terminal columns of printable UTF-8 text: wide characters take two, combining ones none.
 size_t DisplayWidth(const std::string& text);
 
-// At most `columns` wide; what does not fit gives way to an ellipsis.
+// At most `columns` wide; longer text is cut and ends with an ellipsis.
 std::string Shortened(const std::string& text, size_t columns);
 
 std::string HumanSize(uint64_t bytes);        // "1.5 GiB"

@@ -1,4 +1,4 @@
-// What the tool can be told to do.
+// The tool's commands.
 #ifndef TOOLS_CONTENTSCTL_VERBS_H
 #define TOOLS_CONTENTSCTL_VERBS_H
 
@@ -14,13 +14,13 @@ using Words = std::vector<std::string>;
 
 struct Verb {
     const char* name;
-    const char* arguments;  // for the message about wrong ones
+    const char* arguments;  // for the error message about wrong arguments
     size_t fewest;
     size_t most;
     void (*run)(Session& session, const Options& options, const Words& arguments);
 };
 
-// Null for an unknown one.
+// Null for an unknown name.
 const Verb* FindVerb(const std::string& name);
 
 // Each throws Failure.

@@ -17,7 +17,7 @@
 namespace contentsctl {
 namespace {
 
-// The service wants absolute paths, as the system or as clients see them.
+// The service requires absolute paths, as the system or as clients see them.
 std::string AbsolutePath(const std::string& path) {
     if (path.compare(0, 8, "$USB_DIR") == 0) return path;
     const platform::TextPtr whole(g_canonicalize_filename(path.c_str(), nullptr));
@@ -48,7 +48,7 @@ std::string TimeNow(const char* format) {
     return text.get();
 }
 
-// A payload that is an object comes as one, any other as the text that it is.
+// Returns a payload that is an object as such, any other as text.
 Json::Value ToJson(const Event& event) {
     Json::Value json;
     json["time"] = TimeNow("%Y-%m-%dT%H:%M:%S.%f%:z");
@@ -59,7 +59,7 @@ Json::Value ToJson(const Event& event) {
     return json;
 }
 
-// The payload as it came, on one line.
+// The payload unchanged, on one line.
 std::string RawText(const Event& event) {
     std::string payload = event.payload;
     while (!payload.empty() && payload.back() == '\n') payload.pop_back();
@@ -75,7 +75,7 @@ void PrintEvent(const Event& event, bool json, const std::string& text) {
     FlushOutput();
 }
 
-// Of most commands 0 means no; others count, or answer nothing else.
+// For these commands 0 means refused; for others 0 is a count, or their only return value.
 bool MeansRefused(const std::string& command, const std::string& value) {
     static constexpr const char* kCommands[] = {
         "Connect", "Disconnect",       "GetStorages",       "Query",

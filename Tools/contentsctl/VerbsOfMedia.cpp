@@ -39,7 +39,7 @@ std::string Time(const Json::Value& item) {
     return HumanTime(NumberOf(item, "modifiedTime"));
 }
 
-// What a table of one kind shows besides what all kinds have.
+// The columns for one kind besides the common ones.
 std::string Details(const std::string& kind, const Json::Value& item) {
     if (kind == "photo") return TextOf(item, "width") + "x" + TextOf(item, "height");
     if (kind == "video") return TextOf(item, "album");
@@ -162,7 +162,7 @@ void RunFetch(Session& session, const Options& options, const Words& arguments) 
 
 void RunBrowse(Session& session, const Options& options, const Words& arguments) {
     const Place place = FindPlace(session, arguments[0]);
-    // First: for a scan of a folder that is missing the service may wait a minute.
+    // Check first: the service may wait a minute for the scan of a folder that is missing.
     CheckFolder(place);
     Query query(session, options, place.storage.id, "folder", place.folder);
     Table table(

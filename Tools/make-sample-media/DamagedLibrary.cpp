@@ -35,7 +35,7 @@ public:
     explicit Damage(unsigned seed) : m_random(seed) {}
 
     std::string Of(std::string bytes) {
-        // What a reader looks at is mostly at the front, and at the back.
+        // Readers mostly look at the start and the end of a file.
         const size_t reach = Below(2) ? bytes.size() : std::min<size_t>(bytes.size(), 1024);
         const size_t kind = Below(4);
         const size_t at = Below(reach);
@@ -53,7 +53,7 @@ public:
     }
 
 private:
-    // The library's distributions differ from one implementation to the next; this does not.
+    // The standard library's distributions differ between implementations; this does not.
     size_t Below(size_t limit) { return m_random() % std::max<size_t>(limit, 1); }
     void Change(char& byte) { byte = static_cast<char>(m_random()); }
     static void Fill(std::string& bytes, size_t from, size_t length, char with) {

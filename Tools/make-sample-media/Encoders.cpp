@@ -18,7 +18,7 @@ void Append(Words& words, const Words& more) {
     words.insert(words.end(), more.begin(), more.end());
 }
 
-// True when the program ended well. Its messages go to our standard error.
+// True when the program succeeded. Its messages go to our standard error.
 bool Run(const Words& command) {
     std::vector<char*> arguments;
     for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
@@ -59,7 +59,7 @@ Encoding Ffmpeg(const std::string& path, const std::string& picture, const std::
                      "+bitexact", "-flags:a", "+bitexact"});
     Append(command, options);
     for (const std::string& tag : tags) Append(command, {"-metadata", tag});
-    // A path that begins with a dash or has a colon is still a file.
+    // The prefix makes ffmpeg take a path with a leading dash or a colon as a file.
     command.push_back("file:" + path);
     return {path, command};
 }

@@ -1,4 +1,4 @@
-// Real media files, made by the encoders that are installed.
+// Real media files, created by the installed encoders.
 #ifndef TOOLS_MAKE_SAMPLE_MEDIA_ENCODERS_H
 #define TOOLS_MAKE_SAMPLE_MEDIA_ENCODERS_H
 
@@ -9,22 +9,23 @@ namespace samples {
 
 using Words = std::vector<std::string>;
 
-// One file to be made.
+// One file to create.
 struct Encoding {
     std::string path;
     Words command;
 };
 
-// ffmpeg from generated pictures and sound ("lavfi" sources, empty for none) to `path`, with
-// `options` for the encoder and `tags` as "key=value". The same bytes in every run.
+// Runs ffmpeg on generated pictures and sound ("lavfi" sources, empty for none) and writes to
+// `path`, with `options` for the encoder and `tags` as "key=value". The output is the same in every
+// run.
 Encoding Ffmpeg(const std::string& path, const std::string& picture, const std::string& sound,
                 const Words& options, const Words& tags);
 
-// heif-enc from a JPEG, whose EXIF goes along.
+// Runs heif-enc on a JPEG, whose EXIF is kept.
 Encoding HeifEnc(const std::string& path, const std::string& jpeg);
 
-// Runs them, two at a time. What cannot be made (no such program or encoder here) is said on
-// standard error and left out; returns how many.
+// Runs the encodings, two at a time. Files that cannot be created (program or encoder missing) are
+// reported on standard error and skipped; returns how many.
 int Encode(const std::vector<Encoding>& encodings);
 
 }  // namespace samples

@@ -20,7 +20,7 @@ namespace {
 
 constexpr off_t kSparseSize = 10ll * 1024 * 1024 * 1024;
 
-// Says what this file system or user cannot have, and goes on.
+// Reports what this file system or user does not allow, and continues.
 void Note(const std::string& path, bool made) {
     if (!made) std::fprintf(stderr, "left out: %s: %s\n", path.c_str(), std::strerror(errno));
 }
@@ -29,7 +29,7 @@ std::string Extension(const std::string& path) {
     return path.substr(path.rfind('.'));
 }
 
-// Every length of what a reader looks at first.
+// Every length up to what a reader reads first.
 void CutAtEveryLength(const std::string& dir, const std::string& from, size_t header) {
     const std::string bytes = ReadFile(from);
     for (size_t length = 0; length < std::min(header, bytes.size()); ++length)
@@ -46,7 +46,7 @@ void MakeRandom(const std::string& dir) {
     }
 }
 
-// Not a byte of it on the disk.
+// No byte of it is allocated on disk.
 void MakeSparse(const std::string& path) {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     Note(path, fd >= 0 && ftruncate(fd, kSparseSize) == 0);

@@ -11,7 +11,7 @@
 namespace samples {
 namespace {
 
-// A tagged file in memory, with the places of the digits that make each copy another one.
+// A tagged file in memory, and the positions of the digits that make each copy unique.
 class Template {
 public:
     Template(std::string suffix, std::string bytes)
@@ -31,7 +31,7 @@ public:
     }
 
 private:
-    // Behind the last digit of `text`.
+    // The position after the last digit of `text`.
     size_t Find(const char* text) const {
         const size_t at = m_bytes.find(text);
         return at == std::string::npos ? at : at + std::char_traits<char>::length(text);
@@ -50,7 +50,7 @@ private:
 const Words kSong = {"title=Number 00000000", "album=Album 00000000", "artist=The Copies",
                      "genre=Test", "track=1"};
 
-// A folder that is gone when the templates have been read.
+// A folder that is removed once the templates have been read.
 class Workshop {
 public:
     explicit Workshop(const std::string& root) : m_path(root + "/.making") { MakeFolders(m_path); }
@@ -125,7 +125,7 @@ std::vector<Template> OtherTemplates(const Workshop& shop, Scale scale) {
             {".mp4", ReadFile(mp4)}};
 }
 
-// What the files of a hundred are: mostly photos.
+// The file types within a hundred: mostly photos.
 const Template& Choose(unsigned number, const std::vector<Template>& photos,
                        const std::vector<Template>& others) {
     const unsigned place = number % 20;

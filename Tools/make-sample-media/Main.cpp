@@ -1,4 +1,4 @@
-// Makes libraries of real media files, for the demonstration, the tests and the benchmarks. Needs
+// Creates libraries of real media files, for the demonstration, the tests and the benchmarks. Needs
 // no network; ffmpeg and heif-enc do the encoding.
 #include <cstdio>
 #include <cstdlib>

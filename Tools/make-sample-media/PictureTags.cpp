@@ -7,14 +7,14 @@
 namespace samples {
 namespace {
 
-// Whole degrees and minutes, and seconds in hundredths, as cameras do.
+// Whole degrees and minutes, and hundredths of seconds, as cameras write them.
 std::string Angle(double degrees) {
     const long hundredths = std::lround(std::fabs(degrees) * 360'000.0);
     return std::to_string(hundredths / 360'000) + "/1 " + std::to_string(hundredths / 6'000 % 60) +
            "/1 " + std::to_string(hundredths % 6'000) + "/100";
 }
 
-// Two bytes a character and two zero bytes, written as Exiv2 reads a list of bytes.
+// Two bytes per character and two zero bytes, in the form in which Exiv2 parses a list of bytes.
 std::string TwoByteText(const std::string& ascii) {
     std::string bytes;
     for (const char c : ascii) bytes += std::to_string(static_cast<unsigned char>(c)) + " 0 ";
@@ -29,7 +29,7 @@ void SetPosition(Exiv2::ExifData& exif, const PictureTags& tags) {
     exif["Exif.GPSInfo.GPSLongitude"].setValue(Angle(tags.longitude));
 }
 
-// What a camera writes into every shot, in its own words and numbers.
+// The tags that a camera writes into every shot, in its own words and numbers.
 void SetShot(Exiv2::ExifData& exif, const std::string& thumbnail) {
     static constexpr struct {
         const char* key;

@@ -1,4 +1,4 @@
-// The tags of a picture, as a camera or a picture program writes them.
+// The tags of a picture, as written by a camera or a picture program.
 #ifndef TOOLS_MAKE_SAMPLE_MEDIA_PICTURE_TAGS_H
 #define TOOLS_MAKE_SAMPLE_MEDIA_PICTURE_TAGS_H
 
@@ -6,10 +6,10 @@
 
 namespace samples {
 
-// Empty and zero: not written.
+// Empty and zero values are not written.
 struct PictureTags {
     std::string title;        // XMP
-    std::string description;  // EXIF, bytes as they are
+    std::string description;  // EXIF, bytes unchanged
     std::string copyright;    // EXIF
     std::string comment;      // EXIF user comment, in UCS-2
     std::string xpTitle;      // EXIF, as one of the desktops writes it (UCS-2); ASCII here
@@ -19,10 +19,10 @@ struct PictureTags {
     bool hasPosition = false;
     double latitude = 0.0;
     double longitude = 0.0;
-    std::string thumbnail;  // a JPEG to put in; with it all else that a camera tells of a shot
+    std::string thumbnail;  // a JPEG to embed; adds all other tags that a camera writes per shot
 };
 
-// Writes them into a JPEG, PNG, TIFF or WebP file; does nothing when there is none. Throws
+// Writes the tags into a JPEG, PNG, TIFF or WebP file; does nothing when there are none. Throws
 // Exiv2::Error (a std::exception).
 void TagPicture(const std::string& path, const PictureTags& tags);
 

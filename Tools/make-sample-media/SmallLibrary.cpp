@@ -171,7 +171,7 @@ void MakeBroken(const std::string& root) {
     WriteFile(dir + "/really-a-png.jpg", ReadFile(root + "/Photos/Formats/picture.png"));
 }
 
-// In the order of their names, so that the times do not hang on the order of making.
+// In name order, so that the times do not depend on the order of creation.
 void SetTimes(const std::string& root) {
     std::vector<std::string> paths;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(root))

@@ -20,8 +20,8 @@ void DefaultContextLoop::Run() {
     m_changed.notify_all();
 }
 
-// A quit that comes before the loop runs is lost, and nothing tells from outside when it runs: so
-// it is repeated until the loop is over. More than one turn is needed only in that moment.
+// A quit before the loop runs is lost, and its state cannot be seen from outside: so the quit is
+// repeated until the loop has ended. Only then is more than one attempt needed.
 void DefaultContextLoop::Stop() {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_stopping = true;

@@ -7,9 +7,9 @@
 
 namespace dorn {
 
-// What the two watchers share: a thread that registers a callback with the platform and then runs
-// a main loop on the default main context. A derived constructor ends with Start, a derived
-// destructor begins with StopLoop and ends with Join.
+// The common part of the two watchers: a thread that registers a callback with the platform and
+// then runs a main loop on the default main context. A derived constructor ends with Start, a
+// derived destructor begins with StopLoop and ends with Join.
 template <typename PlatformCallback>
 class PlatformWatcher : public ThreadCM {
 public:
@@ -22,19 +22,19 @@ protected:
         m_userData = s_pUser_data;
     }
 
-    // How often a callback was set, this time included.
+    // The number of callbacks set so far, including this one.
     static gint32 CountRegistration() {
         GMutexLock lock(s_classMutex);
         return ++s_registerCount;
     }
-    // What the watchers of this kind made from now on register.
+    // Sets what later watchers of this kind register.
     static void Store(Callback callback, void* userData) {
         GMutexLock lock(s_classMutex);
         s_pfunc = callback;
         s_pUser_data = userData;
     }
 
-    // Returns when the callback is registered.
+    // Returns once the callback is registered.
     void Start(const char* threadName) {
         if (Create(threadName)) m_registered.Wait();
     }
@@ -58,7 +58,7 @@ protected:
     void* m_userData;
 
 private:
-    // Shared by all watchers of the kind; guarded by s_classMutex.
+    // Shared by all watchers of this kind; guarded by s_classMutex.
     inline static GMutex s_classMutex;
     inline static Callback s_pfunc = nullptr;
     inline static void* s_pUser_data = nullptr;

@@ -9,13 +9,13 @@ namespace dorn {
 // Receives the database's change reports for one engine while it lives.
 class SyncCompletionWatcher : public PlatformWatcher<media_content_db_updated_cb> {
 public:
-    // What the watchers made from now on register. May be called before there is one.
+    // Sets what later watchers register. May be called before there is a watcher.
     static void SetSyncCompletionCallback(Callback callback, void* userData);
 
-    // Registered with the platform when it returns.
+    // The callback is registered with the platform on return.
     SyncCompletionWatcher();
-    // Ends the loop. The registration with the platform stays: a report may still come, on another
-    // engine's loop, and what it is handed to must bear that.
+    // Stops the loop. The registration with the platform stays: a report may still arrive, on
+    // another engine's loop, and the receiver must cope with that.
     ~SyncCompletionWatcher() override;
 
 protected:

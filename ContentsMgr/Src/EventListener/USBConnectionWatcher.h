@@ -9,12 +9,12 @@ namespace dorn {
 // Receives USB notifications for one engine while it lives.
 class USBConnectionWatcher : public PlatformWatcher<void (*)(usb_device_s*, char*, void*)> {
 public:
-    // What the watchers made from now on register. May be called before there is one.
+    // Sets what later watchers register. May be called before there is a watcher.
     static void SetUsbConnectedCallback(Callback callback, void* userData);
 
-    // Registered with the platform when it returns.
+    // The callback is registered with the platform on return.
     USBConnectionWatcher();
-    // When it returns, its callback does not run and will not be called again.
+    // Once it returns, its callback is not running and will not be called again.
     ~USBConnectionWatcher() override;
 
 protected:

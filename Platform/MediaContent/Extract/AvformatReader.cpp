@@ -1,4 +1,4 @@
-// Videos, and the few kinds of sound that TagLib does not know, through libavformat.
+// Videos, and the few audio formats that TagLib does not support, through libavformat.
 extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/avstring.h>
@@ -18,12 +18,14 @@ namespace platform {
 namespace {
 
 constexpr int kIoBuffer = 32 * 1024;
-// Enough for the streams' parameters when a container's header does not have them.
+// Enough to find the streams' parameters when a container's header lacks them.
 constexpr const char* kProbeBytes = "1000000";
 constexpr const char* kProbeMicroseconds = "1000000";
-// No block larger than this, whatever length a header claims: for the tables of the longest films.
+// The largest allowed memory block, whatever length a header claims: enough for the tables of the
+// longest films.
 constexpr size_t kMaxBlock = 128 * 1024 * 1024;
-// What may be opened: no playlists, no image sequences, nothing that refers to other files.
+// The formats that may be opened: no playlists, no image sequences, nothing that refers to other
+// files.
 constexpr const char* kFormats =
     "mov,mp4,matroska,webm,avi,mpegts,mpeg,mpegvideo,asf,ogg,flv,aac,amr,mp3,wav,aiff,flac,m4v,"
     "h264";
@@ -73,13 +75,13 @@ Io MakeIo(Stream& stream) {
     return io;
 }
 
-// A file that names other files gets none of them.
+// A file must not open other files that it names.
 int RefuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) {
     return AVERROR(EACCES);
 }
 
-// The format of the files that people have most, by its mark at the start of the file. Null: to be
-// found by trying all formats, which takes longer than reading one of these.
+// The format of the most common files, by the signature at their start. Null: libavformat has to
+// try all formats, which takes longer than reading one of these.
 const AVInputFormat* FormatOf(FileSource& source) {
     std::array<char, 12> start{};
     if (source.ReadAt(0, start.data(), start.size()) < start.size()) return nullptr;
@@ -102,7 +104,7 @@ Input Open(AVIOContext* io, const AVInputFormat* format) {
     av_dict_set(&options, "format_whitelist", kFormats, 0);
     av_dict_set(&options, "probesize", kProbeBytes, 0);
     av_dict_set(&options, "analyzeduration", kProbeMicroseconds, 0);
-    // Frees the context itself when it fails.
+    // On failure this frees the context itself.
     const int result = avformat_open_input(&context, nullptr, format, &options);
     const std::unique_ptr<AVDictionary, FreeOptions> left(options);
     return Input(result < 0 ? nullptr : context);
@@ -123,7 +125,7 @@ bool HeaderSaysAll(const AVFormatContext& context) {
     return true;
 }
 
-// The first picture stream that has a size.
+// Reads the size of the first video stream that has one.
 void ReadSize(const AVFormatContext& context, Metadata& metadata) {
     for (unsigned i = 0; i < context.nb_streams; ++i) {
         const AVStream& stream = *context.streams[i];
@@ -144,7 +146,7 @@ void ReadLength(const AVFormatContext& context, uint64_t fileSize, Metadata& met
     if (rate < INT32_MAX) metadata.bitRate = static_cast<int32_t>(rate);
 }
 
-// The container's own tag, else the first of a stream's (Ogg keeps them there).
+// The container's own tag, or else the first one of a stream (Ogg keeps them there).
 std::string Tag(const AVFormatContext& context, const char* key) {
     const AVDictionaryEntry* entry = av_dict_get(context.metadata, key, nullptr, 0);
     for (unsigned i = 0; !entry && i < context.nb_streams; ++i)
@@ -158,7 +160,7 @@ std::string ContainerTag(const AVFormatContext& context, const char* key) {
 }
 
 void ReadTexts(const AVFormatContext& context, Metadata& metadata) {
-    // A stream's own title ("Commentary", "Stereo") is not the film's.
+    // A stream's own title ("Commentary", "Stereo") is not the film's title.
     metadata.title = context.iformat && av_match_name("ogg", context.iformat->name)
                          ? Tag(context, "title")
                          : ContainerTag(context, "title");

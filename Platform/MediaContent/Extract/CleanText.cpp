@@ -9,10 +9,10 @@
 namespace platform {
 namespace {
 
-// Longer texts are cut before they are looked at, with room for what cleaning takes away.
+// Longer texts are cut before cleaning, with room for what cleaning removes.
 constexpr size_t kMaxRawText = 4 * kMaxMetadataText;
 
-// C0, DEL and C1; the latter are two bytes in UTF-8, 0xC2 and the character. Returns the length in
+// C0, DEL and C1; the latter are two bytes in UTF-8: 0xC2 and the character. Returns the length in
 // bytes of the control character at `at`, 0 when there is none.
 size_t ControlAt(std::string_view text, size_t at) {
     const auto c = static_cast<unsigned char>(text[at]);
@@ -51,7 +51,7 @@ void CutAtCharacter(std::string& text, size_t limit) {
 std::string CleanText(std::string_view text) {
     if (IsCleanText(text)) return std::string(text);
     text = text.substr(0, kMaxRawText);
-    // A text of fixed length is often padded with zero bytes: what follows the first is no text.
+    // A text in a fixed-length field is often padded with zero bytes: it ends at the first one.
     text = text.substr(0, text.find('\0'));
     if (text.empty()) return {};
     const std::unique_ptr<char, decltype(&g_free)> valid(

@@ -1,4 +1,4 @@
-// The door through which every text of a file comes in.
+// Every text that comes from a file passes through here.
 #ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_CLEAN_TEXT_H
 #define PLATFORM_MEDIA_CONTENT_EXTRACT_CLEAN_TEXT_H
 
@@ -7,9 +7,9 @@
 
 namespace platform {
 
-// `text` as valid UTF-8: bytes that are none become U+FFFD, control characters become blanks, and
-// blanks at both ends go; cut at a character's end to kMaxMetadataText bytes. Cleaning a clean
-// text changes nothing. Any thread.
+// Returns `text` as valid UTF-8: invalid bytes become U+FFFD, control characters become blanks, and
+// leading and trailing blanks are removed; cut at a character boundary to kMaxMetadataText bytes.
+// Cleaning a clean text changes nothing. Thread-safe.
 std::string CleanText(std::string_view text);
 
 bool IsCleanText(std::string_view text);

@@ -12,7 +12,7 @@
 namespace platform {
 namespace {
 
-// A source as Exiv2 reads files. It is read-only: what would write does nothing and says so.
+// Lets Exiv2 read a source. It is read-only: operations that would write do nothing and fail.
 class ExivIo : public Exiv2::BasicIo {
 public:
     explicit ExivIo(FileSource& source) : m_source(source), m_cursor(source) {}
@@ -91,14 +91,14 @@ private:
     Exiv2::byte* m_mapped = nullptr;
 };
 
-// "lang=\"x-default\" text" and "charset=Ascii text" are how Exiv2 writes such values.
+// Exiv2 prefixes such values with "lang=\"x-default\" " and "charset=Ascii ".
 std::string WithoutPrefix(std::string text, const char* prefix) {
     if (text.rfind(prefix, 0) != 0) return text;
     const size_t blank = text.find(' ');
     return blank == std::string::npos ? std::string() : text.substr(blank + 1);
 }
 
-// Finding a value by its number takes a tenth of the time of finding it by its name.
+// Looking up a value by number takes a tenth of the time of looking it up by name.
 struct ExifTag {
     uint16_t number;
     const char* group;
@@ -114,7 +114,7 @@ constexpr ExifTag kLatitude = {0x0002, "GPSInfo"};
 constexpr ExifTag kLongitudeRef = {0x0003, "GPSInfo"};
 constexpr ExifTag kLongitude = {0x0004, "GPSInfo"};
 
-// Null when there is none, or nothing in it.
+// Null when the value is missing or empty.
 const Exiv2::Exifdatum* Find(const Exiv2::ExifData& exif, const ExifTag& wanted) {
     for (const Exiv2::Exifdatum& value : exif) {
         if (value.tag() == wanted.number && value.groupName() == wanted.group)
@@ -125,7 +125,7 @@ const Exiv2::Exifdatum* Find(const Exiv2::ExifData& exif, const ExifTag& wanted)
 
 std::string ExifText(const Exiv2::ExifData& exif, const ExifTag& tag) {
     const Exiv2::Exifdatum* found = Find(exif, tag);
-    // print() also turns the two-byte characters of the XP tags into UTF-8.
+    // print() also converts the two-byte characters of the XP tags to UTF-8.
     return found ? CleanText(found->print(&exif)) : std::string();
 }
 
@@ -149,7 +149,7 @@ std::string IptcText(const Exiv2::IptcData& iptc, const char* key) {
     return found == iptc.end() ? std::string() : CleanText(found->toString());
 }
 
-// The first that is not empty, asked for one by one.
+// Returns the first text that is not empty, calling the sources in order.
 template <typename... Sources>
 std::string FirstText(Sources... sources) {
     std::string text;
@@ -169,13 +169,13 @@ void ReadTexts(Exiv2::Image& image, Metadata& metadata) {
         [&] { return XmpText(xmp, "Xmp.dc.description"); },
         [&] { return IptcText(iptc, "Iptc.Application2.Caption"); },
         [&] { return ExifText(exif, kXpComment); }, [&] { return ExifComment(exif); },
-        // Programs sign their work in a JPEG's comment; a PNG's is its "Description".
+        // Programs put their signature into a JPEG's comment; a PNG's comment is its "Description".
         [&] { return image.mimeType() == "image/png" ? CleanText(image.comment()) : ""; });
     metadata.copyright = FirstText([&] { return ExifText(exif, kCopyright); },
                                    [&] { return XmpText(xmp, "Xmp.dc.rights"); });
 }
 
-// Degrees, minutes and seconds as three fractions, with the hemisphere's letter apart.
+// Degrees, minutes and seconds as three fractions, with the hemisphere's letter in another tag.
 bool ReadAngle(const Exiv2::ExifData& exif, const ExifTag& tag, const ExifTag& refTag, double limit,
                double& degrees) {
     const Exiv2::Exifdatum* value = Find(exif, tag);
@@ -185,7 +185,7 @@ bool ReadAngle(const Exiv2::ExifData& exif, const ExifTag& tag, const ExifTag& r
     double unit = 1.0;
     for (long i = 0; i < 3 && i < value->count(); ++i, unit /= 60.0) {
         const Exiv2::Rational part = value->toRational(i);
-        // Cameras without minutes or seconds write 0/0 for them.
+        // Cameras that do not record minutes or seconds write 0/0 for them.
         if (part.second == 0 && i > 0) continue;
         if (part.second == 0 || part.first < 0 || part.second < 0) return false;
         sum += unit * part.first / part.second;
@@ -238,13 +238,13 @@ void InitExiv() {
 }
 
 bool ReadPicture(FileSource& source, Metadata& metadata) {
-// The library still speaks of std::auto_ptr.
+// The library still uses std::auto_ptr.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     const Exiv2::Image::AutoPtr image =
         Exiv2::ImageFactory::open(Exiv2::BasicIo::AutoPtr(new ExivIo(source)));
 #pragma GCC diagnostic pop
-    if (image.get() == nullptr) return false;  // nothing that it knows
+    if (image.get() == nullptr) return false;  // unknown format
     image->readMetadata();
     const Exiv2::ExifData& exif = image->exifData();
     metadata.width = Pixels(static_cast<uint32_t>(image->pixelWidth()));

@@ -55,7 +55,7 @@ bool RegularFileSize(int fd, uint64_t& size) {
     return true;
 }
 
-// For whom files are read: when to stop, and what they have cost so far (may be null).
+// On whose behalf files are read: when to stop, and the time lost so far (may be null).
 struct Account {
     const std::atomic<bool>& cancel;
     LostTime* lost;
@@ -80,8 +80,8 @@ Answer Await(HelperProcess& helper, uint32_t number, Clock::time_point deadline,
     }
 }
 
-// Waits for the answers of a whole request, in as many messages as the helper likes; each sets the
-// deadline anew. `since` is when the last one came.
+// Waits for the answers to a whole request, in any number of messages; each restarts the deadline.
+// `since` is when the last one arrived.
 Answer AwaitAll(HelperProcess& helper, const ExtractRequest& request, const Account& account,
                 ExtractAnswer& all, Clock::time_point& since) {
     while (all.files.size() < request.files.size()) {
@@ -98,7 +98,7 @@ Answer AwaitAll(HelperProcess& helper, const ExtractRequest& request, const Acco
     return Answer::Good;
 }
 
-// Files for one helper at once: their places in what was asked for, and their descriptors.
+// Files given to one helper at once: their indices in the request, and their descriptors.
 struct Batch {
     ExtractRequest request;
     std::vector<int> fds;
@@ -190,7 +190,7 @@ Helper ExtractorPool::Impl::StartNew(const std::atomic<bool>& cancel) {
         NoteFailedStart(std::strerror(error));
         return nullptr;
     }
-    // Its first message says that it is ready.
+    // A helper's first message says that it is ready.
     ExtractAnswer ready;
     const Clock::time_point deadline = Clock::now() + milliseconds(options.startDeadlineMs);
     const Answer answer = Await(*helper, 0, deadline, {cancel, nullptr}, ready);
@@ -237,10 +237,10 @@ Answer ExtractorPool::Impl::Ask(HelperProcess& helper, Batch& batch, const Accou
     return outcome;
 }
 
-// One try with one helper. NOT_SENT: none can be started.
+// One attempt with one helper. NOT_SENT: none can be started.
 Answer ExtractorPool::Impl::Read(Batch& batch, const Account& account, Results& results) {
     if (account.cancel) return Answer::Cancelled;
-    // A helper that ended while it had nothing to do is no fault of these files: then the next.
+    // A helper that exited while idle is not the fault of these files: try the next one.
     for (;;) {
         Helper helper = TakeIdle();
         const bool isNew = !helper;

@@ -15,8 +15,8 @@ FileSource::FileSource(int fd, uint64_t size)
       m_size(std::min<uint64_t>(size, INT64_MAX)),
       m_window(static_cast<size_t>(std::min<uint64_t>(m_size, kReadWindow))) {
     if (m_size <= kReadWindow) return;
-    // Without it the kernel reads ahead far more than is looked at: from a slow stick, that is most
-    // of the time a file takes.
+    // Without this the kernel reads ahead far more than is used: from a slow stick, that is most of
+    // the time that a file takes.
     posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
 }
 

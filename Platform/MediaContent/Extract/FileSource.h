@@ -1,4 +1,4 @@
-// An open file, read by position only: the readers' one way to a file's bytes.
+// An open file, read by position: the only access that readers have to a file's bytes.
 #ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_FILE_SOURCE_H
 #define PLATFORM_MEDIA_CONTENT_EXTRACT_FILE_SOURCE_H
 
@@ -8,12 +8,12 @@
 
 namespace platform {
 
-// Reads a descriptor that it does not own, through one window of the file, so that the many small
-// reads of the parsers cost no system call each. The descriptor's own offset is not used. One
-// thread at a time.
+// Reads a descriptor that it does not own, through one window of the file, so that the parsers'
+// many small reads need no system call each. The descriptor's own offset is not used. One thread at
+// a time.
 class FileSource {
 public:
-    // `size` is where the file ends for the readers, whatever the file does meanwhile.
+    // `size` is where the file ends for the readers, even if the file changes meanwhile.
     FileSource(int fd, uint64_t size);
     FileSource(const FileSource&) = delete;
     FileSource& operator=(const FileSource&) = delete;
@@ -21,8 +21,8 @@ public:
     int Fd() const { return m_fd; }
     uint64_t Size() const { return m_size; }
 
-    // Copies up to `length` bytes from `offset` on. Returns how many: fewer at the file's end, and
-    // when the file cannot be read (any more).
+    // Copies up to `length` bytes from `offset`. Returns the number copied, which is smaller at the
+    // end of the file or when the file cannot be read (any more).
     size_t ReadAt(uint64_t offset, void* buffer, size_t length);
 
 private:
@@ -37,7 +37,7 @@ private:
     size_t m_windowLength = 0;
 };
 
-// A position in a source, moved as fseek moves a file's; what both libraries' streams need.
+// A position in a source, moved like fseek; the basis of both libraries' streams.
 class SourceCursor {
 public:
     enum class From { Start, Here, End };
@@ -46,9 +46,9 @@ public:
 
     uint64_t Tell() const { return m_position; }
     bool AtEnd() const { return m_position >= m_source.Size(); }
-    // False, and nothing moved, for a place before the start. A place behind the end is allowed.
+    // False, without moving, for a position before the start. A position beyond the end is allowed.
     bool Seek(int64_t offset, From from);
-    // Reads at the position and moves it by the bytes read.
+    // Reads at the position and advances it by the bytes read.
     size_t Read(void* buffer, size_t length);
 
 private:

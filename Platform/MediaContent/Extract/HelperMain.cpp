@@ -1,5 +1,5 @@
-// contents-mgr-extract: reads the metadata of the files it is sent, shut in. Started by the
-// service alone, which holds the other end of the socket.
+// contents-mgr-extract: reads the metadata of the files that it receives, inside the sandbox.
+// Started only by the service, which holds the other end of the socket.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -27,8 +27,8 @@ namespace {
 
 using namespace platform;
 
-// A helper whose memory has once grown so far ends after the answer: heaps do not shrink. The
-// sanitizers' own memory is no sign of anything.
+// A helper whose memory has grown to this size exits after the answer: heaps do not shrink. Under
+// sanitizers the size says nothing, as it includes their own memory.
 #ifdef CM_SANITIZED
 constexpr long kRetireKilobytes = 4 * 1024 * 1024;
 #else
@@ -42,8 +42,8 @@ int Fail(const char* what) {
     return 2;
 }
 
-// Past twice the deadline and a second nobody waits for the answer any more, should the service
-// be gone or stuck: the alarm then ends the process.
+// Twice the deadline plus a second after the request, nobody waits for the answer any more, even if
+// the service is gone or stuck: the alarm then kills the process.
 void SetAlarm(uint32_t deadlineMs) {
     const itimerval alarm = {{0, 0}, {deadlineMs == 0 ? 0 : 2 * (deadlineMs / 1000) + 1, 0}};
     setitimer(ITIMER_REAL, &alarm, nullptr);
@@ -56,7 +56,7 @@ bool HasGrown() {
 
 using Files = std::vector<UniqueFd>;
 
-// Every descriptor that came.
+// Takes all received descriptors.
 Files TakeDescriptors(msghdr& message) {
     Files files;
     for (cmsghdr* header = CMSG_FIRSTHDR(&message); header;
@@ -72,7 +72,7 @@ Files TakeDescriptors(msghdr& message) {
     return files;
 }
 
-// The next request with its files; false when the service is gone or talks nonsense.
+// The next request with its files; false when the service is gone or sends an invalid message.
 bool Receive(ExtractRequest& request, Files& files) {
     std::array<char, kMaxRequest> bytes;
     alignas(cmsghdr) std::array<char, CMSG_SPACE(kMaxBatch * sizeof(int))> control;
@@ -105,9 +105,9 @@ void ReadInto(AnswerEncoder& answer, const ExtractRequest::File& wanted, const U
     answer.Add(read, metadata);
 }
 
-// Each file is closed before it is answered for: who has the answer may unmount the storage. What
-// is ready goes out every now and then: on a slow machine a whole request takes long, and whoever
-// waits takes a helper that says nothing for one that is stuck.
+// Each file is closed before its answer is sent: whoever receives the answer may unmount the
+// storage. Results are sent as they become ready: on a slow machine a whole request takes long, and
+// the service considers a silent helper stuck.
 bool AnswerRequest(const ExtractRequest& request, Files files) {
     using Clock = std::chrono::steady_clock;
     AnswerEncoder answer(request.number);
@@ -137,14 +137,13 @@ void Serve() {
     }
 }
 
-// When memory runs out, the kernel is to take this process and not the service. A wish only.
+// When memory runs out, the kernel should kill this process rather than the service. Best effort.
 void OfferToTheOomKiller() {
     const UniqueFd file(open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC));
     if (file && write(file.Get(), "1000", 4) < 0) return;
 }
 
-// What the libraries say is for nobody; a sanitizer's report is for whoever reads the service's
-// standard error.
+// The libraries' messages are discarded; a sanitizer's report goes to the service's standard error.
 bool QuietStandardError() {
 #ifdef CM_SANITIZED
     return true;
@@ -171,8 +170,8 @@ int main() {
     InitMetadataReaders();
     if (!QuietStandardError()) return Fail("cannot open /dev/null");
     if (!EnterSandbox()) return Fail("cannot put up the sandbox");
-    // "Ready": an answer to no request.
+    // Signals "ready": an answer to no request.
     if (Send(AnswerEncoder(0).Take(false))) Serve();
-    // The libraries' destructors have nothing to do that the end of the process does not.
+    // The libraries' destructors do nothing that the end of the process does not.
     _exit(0);
 }

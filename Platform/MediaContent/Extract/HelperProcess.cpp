@@ -26,7 +26,7 @@ constexpr int kKillWaitMs = 1000;
 constexpr std::chrono::milliseconds kBusy(200);  // of processor time without an answer
 constexpr int kLowestPriority = 19;
 
-// Children that were killed and have not ended yet.
+// Children that were killed and have not exited yet.
 class Lingering {
 public:
     void Add(pid_t pid) {
@@ -61,7 +61,7 @@ public:
         step(posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
         step(posix_spawn_file_actions_addopen(&m_actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0));
         step(posix_spawn_file_actions_addclosefrom_np(&m_actions, kHelperSocketFd + 1));
-        // A helper never keeps a storage busy by standing in one of its folders.
+        // A helper must not keep a storage busy through its working directory.
         step(posix_spawn_file_actions_addchdir_np(&m_actions, "/"));
         return error;
     }
@@ -85,7 +85,7 @@ public:
         sigfillset(&all);
         int error = posix_spawnattr_setsigmask(&m_attributes, &none);
         if (!error) error = posix_spawnattr_setsigdefault(&m_attributes, &all);
-        // Its own group, so that a terminal's Ctrl-C is the service's business alone.
+        // Its own process group, so that a terminal's Ctrl-C reaches only the service.
         if (!error) error = posix_spawnattr_setpgroup(&m_attributes, 0);
         if (error) return error;
         return posix_spawnattr_setflags(
@@ -105,8 +105,8 @@ int Spawn(const std::string& program, int socket, pid_t& pid) {
     if (error) return error;
     std::string name = program;
     std::array<char*, 2> arguments = {name.data(), nullptr};
-    // The parsers make and drop thousands of small blocks a file; more of them than the C library's
-    // seven a size are worth keeping at hand.
+    // The parsers allocate and free thousands of small blocks per file; caching more of them than
+    // the C library's seven per size pays off.
     std::string heap = "GLIBC_TUNABLES=glibc.malloc.tcache_count=1000";
     std::array<char*, 2> environment = {heap.data(), nullptr};
     return posix_spawn(&pid, program.c_str(), actions.Get(), attributes.Get(), arguments.data(),
@@ -178,7 +178,7 @@ bool HelperProcess::Send(const std::string& bytes, const std::vector<int>& fds) 
     std::memcpy(CMSG_DATA(header), fds.data(), length);
     ssize_t sent = 0;
     m_timeAtMessage = ProcessorTime();
-    // One request is on its way at a time: the socket has room for it.
+    // Only one request is in progress at a time, so the socket has room for it.
     do {
         sent = sendmsg(m_socket.Get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
     } while (sent < 0 && errno == EINTR);
@@ -189,7 +189,7 @@ HelperProcess::Wait HelperProcess::Receive(std::string& bytes, Clock::time_point
     pollfd socket = {m_socket.Get(), POLLIN, 0};
     const int ready = poll(&socket, 1, MillisecondsUntil(until));
     if (ready == 0 || (ready < 0 && errno == EINTR)) return Wait::Nothing;
-    // Without room for descriptors: any that a helper sends are closed by the kernel.
+    // No room for descriptors: the kernel closes any that a helper sends.
     bytes.resize(kMaxAnswer + 1);
     const ssize_t got = recv(m_socket.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) return Wait::Nothing;

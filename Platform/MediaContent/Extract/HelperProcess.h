@@ -1,4 +1,4 @@
-// One metadata helper process, as the service sees it.
+// One metadata helper process, as seen by the service.
 #ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_HELPER_PROCESS_H
 #define PLATFORM_MEDIA_CONTENT_EXTRACT_HELPER_PROCESS_H
 
@@ -16,29 +16,29 @@ namespace platform {
 using Clock = std::chrono::steady_clock;
 
 // Owns a child process and the socket to it. The destructor kills the child and waits up to a
-// second for its end; one that is stuck in the kernel longer (a dead disk) is kept in a list of
-// the process and waited for when the next helper is started or ends. One thread at a time.
+// second for it to exit; a child that is stuck in the kernel longer (a dead disk) is put on a
+// process-wide list and waited for when the next helper starts or ends. One thread at a time.
 class HelperProcess {
 public:
-    // Starts the program with an empty environment, "/" as its folder, no descriptors but the
-    // socket and /dev/null (standard error is inherited), default signals and a process group of
-    // its own. Null, with `error` an errno value, when it cannot be. The child is told to die with
-    // the calling thread: it must be one that outlives the helper.
+    // Starts the program with an empty environment, "/" as its working directory, no descriptors
+    // but the socket and /dev/null (standard error is inherited), default signals and its own
+    // process group. On failure returns null and sets `error` to an errno value. The child dies
+    // with the calling thread, so that thread must outlive the helper.
     static std::unique_ptr<HelperProcess> Start(const std::string& program, int& error);
     ~HelperProcess();
     HelperProcess(const HelperProcess&) = delete;
     HelperProcess& operator=(const HelperProcess&) = delete;
 
-    // Sends one message with descriptors (at most kMaxBatch) beside it. False when the helper is
-    // gone.
+    // Sends one message with its descriptors (at most kMaxBatch). False when the helper is gone.
     bool Send(const std::string& bytes, const std::vector<int>& fds);
 
     enum class Wait { Message, Nothing, Gone };
-    // Waits for one message until `until`; longer ones than kMaxAnswer count as GONE.
+    // Waits for one message until `until`; a message longer than kMaxAnswer counts as GONE.
     Wait Receive(std::string& bytes, Clock::time_point until);
 
-    // Looks how long the helper has computed since the last message either way; after a fifth of a
-    // second it gets the lowest priority, for good. True from then on.
+    // Checks how much processor time the helper has used since the last message in either
+    // direction; after a fifth of a second the helper gets the lowest priority permanently. True
+    // from then on.
     bool GiveWayIfBusy();
     bool HasGivenWay() const { return m_hasGivenWay; }
 

@@ -7,7 +7,7 @@ bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// Takes a run of digits off the text's front.
+// Removes a run of digits from the front of the text.
 std::string_view TakeDigits(std::string_view& text) {
     size_t length = 0;
     while (length < text.size() && IsDigit(text[length])) ++length;
@@ -28,8 +28,8 @@ double Fraction(std::string_view digits) {
     return value;
 }
 
-// One signed angle off the front: `degreeDigits` digits of degrees, then two of minutes and two of
-// seconds or neither; the last unit may have a fraction.
+// Removes one signed angle from the front: `degreeDigits` digits of degrees, then two of minutes
+// and two of seconds, which are optional from the end; the last unit may have a fraction.
 bool TakeAngle(std::string_view& text, size_t degreeDigits, double limit, double& angle) {
     if (text.empty() || (text[0] != '+' && text[0] != '-')) return false;
     const double sign = text[0] == '-' ? -1.0 : 1.0;

@@ -1,4 +1,4 @@
-// Which file names are media files, and of what kind.
+// Which file names are media files, and of which kind.
 #ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_MEDIA_TYPES_H
 #define PLATFORM_MEDIA_CONTENT_EXTRACT_MEDIA_TYPES_H
 
@@ -9,9 +9,9 @@
 
 namespace platform {
 
-// Decides by the extension of `fileName` (a name or a path), upper and lower case alike. False,
-// and nothing stored, for a name that is not a media file's. `mime` is a constant of the program.
-// Opens nothing, takes no lock, any thread.
+// Looks up the extension of `fileName` (a name or a path), ignoring case. False, with the outputs
+// unchanged, when the name is not that of a media file. `mime` is a static string. Opens nothing,
+// takes no lock; thread-safe.
 bool LookUpMediaType(std::string_view fileName, media_content_type_e& kind, const char*& mime);
 
 struct MediaType {
@@ -20,7 +20,7 @@ struct MediaType {
     const char* mime;
 };
 
-// The whole table, ordered by extension.
+// The whole table, sorted by extension.
 const std::vector<MediaType>& AllMediaTypes();
 
 }  // namespace platform

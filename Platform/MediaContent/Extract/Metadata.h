@@ -1,4 +1,4 @@
-// What is read out of one media file.
+// The metadata of one media file.
 #ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_METADATA_H
 #define PLATFORM_MEDIA_CONTENT_EXTRACT_METADATA_H
 
@@ -18,7 +18,7 @@ struct Metadata {
     std::string genre;
     std::string composer;
     std::string copyright;
-    std::string trackNumber;  // as the file has it: "3" or "3/12"
+    std::string trackNumber;  // as stored in the file: "3" or "3/12"
     int32_t width = 0;        // pixels, before orientation
     int32_t height = 0;
     int32_t orientation = 0;  // media_content_orientation_e: 0 to 8

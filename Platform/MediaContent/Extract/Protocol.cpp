@@ -31,7 +31,7 @@ void PutDouble(std::string& out, double value) {
     PutNumber(out, bits);
 }
 
-// Takes values off the front. The first that is not there makes everything after it fail too.
+// Takes values from the front. After the first missing value everything else fails too.
 class Taker {
 public:
     explicit Taker(std::string_view bytes) : m_left(bytes) {}
@@ -57,7 +57,7 @@ public:
         const auto bits = Number<uint64_t>();
         double value = 0.0;
         std::memcpy(&value, &bits, sizeof value);
-        // Written so that "not a number" is refused too.
+        // Written this way to refuse NaN as well.
         if (!(std::fabs(value) <= limit)) Refuse();
         return m_good ? value : 0.0;
     }
@@ -85,7 +85,7 @@ private:
     bool m_good = true;
 };
 
-// The texts in the order in which they are sent.
+// The texts, in transmission order.
 constexpr std::string Metadata::*kTexts[] = {
     &Metadata::title, &Metadata::description, &Metadata::album,     &Metadata::artist,
     &Metadata::genre, &Metadata::composer,    &Metadata::copyright, &Metadata::trackNumber};
@@ -124,7 +124,7 @@ bool TakeFile(Taker& taker, ExtractAnswer::File& file) {
     return taker.Good();
 }
 
-// A count and as many files.
+// A count and that many files.
 template <typename File>
 void TakeFiles(Taker& taker, std::vector<File>& files) {
     const size_t count = taker.Number<uint16_t>();

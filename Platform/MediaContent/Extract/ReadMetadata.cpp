@@ -34,8 +34,8 @@ bool ReadMetadata(FileSource& source, media_content_type_e kind, const char* mim
                   Metadata& metadata) {
     metadata = {};
     bool read = false;
-    // Exiv2::Error and what the standard library throws derive from this; that the libraries throw
-    // anything else was not seen, but costs nothing to survive.
+    // Exiv2::Error and the standard library's exceptions derive from this. Other exceptions have
+    // not been observed, but catching them costs nothing.
     try {
         read = ReadByKind(source, kind, mime, metadata);
     } catch (const std::exception&) {

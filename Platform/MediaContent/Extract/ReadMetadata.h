@@ -1,5 +1,5 @@
-// The readers themselves, over the metadata libraries. They run inside the helper process (and in
-// tests, benchmarks and fuzz targets), never in the service.
+// The readers, built on the metadata libraries. They run in the helper process (and in tests,
+// benchmarks and fuzz targets), never in the service.
 #ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_READ_METADATA_H
 #define PLATFORM_MEDIA_CONTENT_EXTRACT_READ_METADATA_H
 
@@ -9,15 +9,15 @@
 
 namespace platform {
 
-// Sets the libraries up: once, before the first read, while the process has one thread.
+// Initialises the libraries: once, before the first read, while the process has one thread.
 void InitMetadataReaders();
 
-// Reads one file by the reader of its kind. False when nothing of it could be read: `metadata` is
-// then empty. Catches what the libraries throw. After InitMetadataReaders any thread.
+// Reads one file with the reader for its kind. False when nothing could be read: `metadata` is then
+// empty. Catches the libraries' exceptions. Thread-safe after InitMetadataReaders.
 bool ReadMetadata(FileSource& source, media_content_type_e kind, const char* mime,
                   Metadata& metadata);
 
-// The readers, by library. Each may throw what its library throws.
+// The readers, by library. Each may throw the exceptions of its library.
 bool ReadPicture(FileSource& source, Metadata& metadata);                      // Exiv2
 bool ReadAudio(FileSource& source, const char* mime, Metadata& metadata);      // TagLib
 bool ReadContainer(FileSource& source, const char* mime, Metadata& metadata);  // libavformat

@@ -1,4 +1,4 @@
-// The set-up of each metadata library: what InitMetadataReaders calls.
+// The initialisation of each metadata library, called by InitMetadataReaders.
 #ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_READER_SETUP_H
 #define PLATFORM_MEDIA_CONTENT_EXTRACT_READER_SETUP_H
 

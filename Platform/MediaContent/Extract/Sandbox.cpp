@@ -33,7 +33,7 @@ bool SetLimits() {
 
 using Filter = std::unique_ptr<void, decltype(&seccomp_release)>;
 
-// A call that this architecture does not have needs no rule.
+// A system call that this architecture lacks needs no rule.
 bool Added(int result) {
     return result == 0 || result == -EDOM;
 }
@@ -50,7 +50,7 @@ bool AllowMemory(const Filter& filter) {
     for (const int call : {SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(madvise), SCMP_SYS(brk)}) {
         if (!Rule(filter, SCMP_ACT_ALLOW, call)) return false;
     }
-    // Never memory that can be run.
+    // Never executable memory.
     const scmp_arg_cmp noExec = SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0);
     return Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(mmap), noExec) &&
            Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(mmap2), noExec) &&
@@ -82,7 +82,7 @@ bool AllowReading(const Filter& filter) {
            Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(write), errorsOnly);
 }
 
-// Nothing here has a use in a reader of files: who tries has taken it over.
+// A file reader needs none of these calls: a process that makes one has been taken over.
 bool KillOnAttack(const Filter& filter) {
     for (const int call :
          {SCMP_SYS(execve), SCMP_SYS(execveat), SCMP_SYS(ptrace), SCMP_SYS(process_vm_readv),
@@ -93,8 +93,8 @@ bool KillOnAttack(const Filter& filter) {
     return true;
 }
 
-// What no rule names fails as not permitted: a C library that asks for something new gets no, and
-// the file is still read.
+// A system call without a rule fails with "not permitted": a C library that tries a new one copes,
+// and the file is still read.
 bool LoadFilter() {
     const Filter filter(seccomp_init(SCMP_ACT_ERRNO(EPERM)), &seccomp_release);
     return filter && AllowMemory(filter) && AllowProcess(filter) && AllowReading(filter) &&

@@ -1,5 +1,5 @@
-// A thread that does one thing after another for others and outlives what it starts: helpers are
-// told to die with the thread that started them.
+// A thread that runs tasks for others and outlives the helpers that it starts: a helper dies with
+// the thread that started it.
 #ifndef PLATFORM_MEDIA_CONTENT_EXTRACT_SPAWN_THREAD_H
 #define PLATFORM_MEDIA_CONTENT_EXTRACT_SPAWN_THREAD_H
 
@@ -14,13 +14,14 @@ namespace platform {
 
 class SpawnThread : private ThreadCrew {
 public:
-    // Throws std::system_error when no thread can be had.
+    // Throws std::system_error when no thread can be started.
     SpawnThread() : ThreadCrew("media-spawner", 1) {
         Run<void>([] {});
     }
     ~SpawnThread() { Stop(); }
 
-    // Runs `work` on the thread and returns when it is done. Any thread, not from `work` itself.
+    // Runs `work` on the thread and returns when it is done. Any thread, but not from `work`
+    // itself.
     template <typename T>
     T Run(std::function<T()> work) {
         std::packaged_task<T()> task(std::move(work));

@@ -19,8 +19,8 @@ public:
     void printMessage(const TagLib::String&) override {}
 };
 
-// TagLib goes by a name's extension first and by the content when that fails, so it is given a
-// name of the kind that the real one has.
+// TagLib goes by a name's extension first and by the content when that fails, so it gets a name
+// with an extension of the right kind.
 const char* StandInName(const char* mime) {
     static const struct {
         const char* mime;
@@ -36,13 +36,13 @@ const char* StandInName(const char* mime) {
     return nullptr;
 }
 
-// TagLib looks for the first frame of an MP3 to the end of the file, in blocks of this many bytes
-// and for a second each 16 MB: in a large file of nothing that took the helper's life. Who has not
-// found one so far finds the file's end.
+// TagLib searches for the first frame of an MP3 up to the end of the file, in blocks of this many
+// bytes and at a second per 16 MB: in a large file without frames that got the helper killed.
+// Beyond the limit the search is told that the file has ended.
 constexpr unsigned long kSearchBlock = 1024;
 constexpr uint64_t kMaxSearched = 1024 * 1024;
 
-// A source as TagLib reads files: read-only.
+// Lets TagLib read a source; read-only.
 class TagLibStream : public TagLib::IOStream {
 public:
     TagLibStream(FileSource& source, const char* name)
@@ -116,7 +116,7 @@ bool ReadAudio(FileSource& source, const char* mime, Metadata& metadata) {
     const TagLib::FileRef file(&stream);
     if (file.isNull() || !file.file()->isValid()) return false;
     const TagLib::AudioProperties* sound = file.audioProperties();
-    // TagLib takes nearly anything for an MP3: without a frame it is none.
+    // TagLib accepts nearly anything as an MP3: without a frame it is not one.
     if (!sound || sound->sampleRate() <= 0) return false;
     metadata.bitRate = Thousandfold(sound->bitrate());
     metadata.durationMs = std::max(0, sound->lengthInMilliseconds());
