@@ -44,15 +44,9 @@ TEST(Options, BadUsageIsToldInWords) {
 }
 
 TEST(Options, GivenOnesAreTaken) {
-    const auto parsed =
-        Parse({"--address", "unix:path=/a%20b/s", "--usb", "directory", "--usb-root", "/sticks",
-               "--database", "/d/media.db", "--log-level", "trace", "--extractor", "/x"});
+    const auto parsed = Parse({"--address", "unix:path=/a%20b/s", "--log-level", "trace"});
     const auto& options = std::get<platform::HostOptions>(parsed);
     EXPECT_EQ(options.socketPath, "/a b/s");
-    EXPECT_EQ(options.usb.backEnd, platform::UsbBackEnd::Directory);
-    EXPECT_EQ(options.usb.root, "/sticks");
-    EXPECT_EQ(options.databaseFile, "/d/media.db");
-    EXPECT_EQ(options.extractor, "/x");
     EXPECT_EQ(options.logPriority, int{DLOG_PRIORITY_TRACE});
 }
 

@@ -85,28 +85,24 @@ int CountFolder(const std::string& folderId, const Filter& filter) {
     return count;
 }
 
+template <typename Handle, auto PathOf, auto IdOf>
+bool AddByPath(Handle handle, void* map) {
+    const std::string path = Text([&](char** out) { return PathOf(handle, out); });
+    (*static_cast<Texts*>(map))[path] = Text([&](char** out) { return IdOf(handle, out); });
+    return true;
+}
+
 Texts Folders(const Filter& filter) {
     Texts folders;
-    const auto add = [](media_folder_h folder, void* map) {
-        const std::string path =
-            Text([&](char** out) { return media_folder_get_path(folder, out); });
-        (*static_cast<Texts*>(map))[path] =
-            Text([&](char** out) { return media_folder_get_folder_id(folder, out); });
-        return true;
-    };
+    const auto add = AddByPath<media_folder_h, media_folder_get_path, media_folder_get_folder_id>;
     EXPECT_EQ(media_folder_foreach_folder_from_db(Make(filter).get(), add, &folders), 0);
     return folders;
 }
 
 std::string StorageAt(const std::string& mountPath) {
     Texts storages;
-    const auto add = [](media_storage_h storage, void* map) {
-        const std::string path =
-            Text([&](char** out) { return media_storage_get_path(storage, out); });
-        (*static_cast<Texts*>(map))[path] =
-            Text([&](char** out) { return media_storage_get_storage_id(storage, out); });
-        return true;
-    };
+    const auto add =
+        AddByPath<media_storage_h, media_storage_get_path, media_storage_get_storage_id>;
     EXPECT_EQ(media_storage_foreach_storage_from_db(nullptr, add, &storages), 0);
     return storages[mountPath];
 }
