@@ -78,6 +78,9 @@ TEST_F(ConnectionTest, WhatAFailedConnectLeavesOpen) {
         AddStick();
         platform.Fail(c.function, 1);
         Rig rig;
+        // A report that arrives while the database closes takes the lock.
+        platform.OnCall("media_content_disconnect",
+                        [&] { const GMutexLock lock(StorageMutexOf(rig.task)); });
         EXPECT_FALSE(rig.task.Connect());
         EXPECT_EQ(platform.Connections(), c.connections);
         EXPECT_EQ(platform.UsbUsers(), c.usbUsers);

@@ -57,7 +57,6 @@ TEST(Options, DefaultsFollowTheEnvironment) {
     const auto& options = std::get<platform::HostOptions>(parsed);
     EXPECT_EQ(options.socketPath, "/run/user/7/contents-mgr/socket");
     EXPECT_EQ(options.databaseFile, "/state/contents-mgr/media.db");
-    EXPECT_EQ(options.usb.backEnd, platform::UsbBackEnd::Udev);
     EXPECT_EQ(options.usb.root, "/opt/storage/usb");
     EXPECT_FALSE(options.hasLogPriority);
     unsetenv("XDG_RUNTIME_DIR");
