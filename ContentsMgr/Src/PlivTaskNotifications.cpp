@@ -129,9 +129,10 @@ using Storage = boost::shared_ptr<CMediaStorage>;
 using Storages = CPlivTaskContentsMgr::StorageList;
 
 // The last listed record of the device, or `otherwise`.
-Storage FindConnected(usb_device_s* device, const Storages& storages, Storage otherwise) {
+Storage FindConnected(usb_device_s* device, bool isCamera, const Storages& storages,
+                      Storage otherwise) {
     Storage found = otherwise;
-    if (ClassOf(device) != USB_CLASS_STILL_IMAGE) {
+    if (!isCamera) {
         const std::string path = DeviceText(device, usb_device_get_mountpath);
         for (const Storage& storage : storages)
             if (storage->GetDeviceMountPath() == path) found = storage;
@@ -164,12 +165,12 @@ void RemoveCamera(usb_device_s* device, Storages& storages, Storage& reported) {
 
 // Removes the first record with the device's mount path. For a stick that record is reported;
 // otherwise the report is made from the device.
-void RemoveMounted(usb_device_s* device, Storages& storages, Storage& reported) {
+void RemoveMounted(usb_device_s* device, bool isStick, Storages& storages, Storage& reported) {
     const std::string path = DeviceText(device, usb_device_get_mountpath);
     bool found = false;
     for (auto at = storages.begin(); at != storages.end(); ++at) {
         if ((*at)->GetDeviceMountPath() != path) continue;
-        if (ClassOf(device) == USB_CLASS_MASS_STORAGE) {
+        if (isStick) {
             reported = *at;
             found = true;
         }
@@ -231,13 +232,16 @@ void CPlivTaskContentsMgr::m_UpdateSotrages(usb_device_s* device,
                                             bool connected) {
     CM_PROGRESS("%s", connected ? "CONNECTED" : "DISCONNECTED");
     GMutexLock lock(m_storageMutex);
+    // Asked once: a device that is going may answer differently the next time.
+    const auto deviceClass = ClassOf(device);
+    const bool isCamera = deviceClass == USB_CLASS_STILL_IMAGE;
     if (connected) {
         m_AddStorage(device, m_storages);
-        storage = FindConnected(device, m_storages, storage);
-    } else if (ClassOf(device) == USB_CLASS_STILL_IMAGE) {
+        storage = FindConnected(device, isCamera, m_storages, storage);
+    } else if (isCamera) {
         RemoveCamera(device, m_storages, storage);
     } else {
-        RemoveMounted(device, m_storages, storage);
+        RemoveMounted(device, deviceClass == USB_CLASS_MASS_STORAGE, m_storages, storage);
     }
 }
 
