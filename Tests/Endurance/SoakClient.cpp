@@ -9,6 +9,7 @@ namespace {
 constexpr std::chrono::seconds kAnswerLimit{60};  // the bus client gives up then
 // A query may wait for a scan that never ends for a minute, and those of one handle wait in line.
 constexpr std::chrono::seconds kEventLimit{80};
+constexpr std::chrono::seconds kQuiet{5};
 constexpr size_t kOwedAtMost = 10;
 
 std::string ListText(const char* key, const Texts& texts) {
@@ -63,7 +64,7 @@ void SoakClient::Join() {
 // What is owed comes first, and nothing after "Disconnect".
 void SoakClient::Leave() {
     if (!m_client) return;
-    WaitForOwed(false);
+    WaitForOwed();
     if (Command({"Disconnect"}) != 1) m_known.ledger.Wrong("Disconnect failed");
     const std::string error = m_client->Close(m_handle);
     if (!error.empty()) m_known.ledger.Wrong("Close: " + error);
@@ -160,13 +161,14 @@ size_t SoakClient::Owed() const {
 }
 
 void SoakClient::Settle() {
-    WaitForOwed(true);
+    WaitForOwed();
 }
 
-void SoakClient::WaitForOwed(bool untilStop) {
+// At the run's end, until the rest is nothing but waits for scans.
+void SoakClient::WaitForOwed() {
     TakeEvents();
     auto lastOfOurs = Clock::now();
-    while (Owed() > 0 && !(untilStop && m_known.stop)) {
+    while (Owed() > 0 && !(m_known.stop && Clock::now() - lastOfOurs > kQuiet)) {
         const size_t before = Owed();
         const auto event =
             m_client->Wait([](const Event&) { return true; }, std::chrono::seconds(1));

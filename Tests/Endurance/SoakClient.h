@@ -50,7 +50,7 @@ private:
     void CloseRudely();
     void LeaveAndJoin();
     void Settle();
-    void WaitForOwed(bool untilStop);
+    void WaitForOwed();
 
     // The answer as a number; 0 for a refusal, which is put down. What is accepted is owed the
     // event of that name.
