@@ -9,7 +9,7 @@ namespace {
 constexpr std::chrono::seconds kAnswerLimit{60};  // the bus client gives up then
 // A query may wait for a scan that never ends for a minute, and those of one handle wait in line.
 constexpr std::chrono::seconds kEventLimit{80};
-constexpr std::chrono::seconds kQuiet{5};
+constexpr std::chrono::seconds kQuiet{2};
 constexpr size_t kOwedAtMost = 10;
 
 std::string ListText(const char* key, const Texts& texts) {
