@@ -123,8 +123,10 @@ void SocketTransport::Client::Serve() {
     if (g_dbus_connection_is_closed(connection)) m_transport.Drop(m_number);  // the end of this
 }
 
-void SocketTransport::Client::s_Closed(GDBusConnection*, gboolean, GError*, gpointer self) {
+void SocketTransport::Client::s_Closed(GDBusConnection*, gboolean, GError* error, gpointer self) {
     auto* client = static_cast<Client*>(self);
+    PLATFORM_LOG(kLogTag, DLOG_PRIORITY_PROGRESS, "client :1.%llu is gone: %s", client->m_number,
+                 error ? error->message : "closed here");
     client->m_transport.Drop(client->m_number);
 }
 

@@ -19,7 +19,7 @@ struct Case {
 void Check(DBusClient& client, int handle, const Case& test) {
     SCOPED_TRACE(std::string(test.command) + " \"" + test.arg1 + "\" \"" + test.arg2 + "\"");
     const Answer answer = client.Execute(handle, test.command, test.arg1, test.arg2, test.arg3);
-    EXPECT_EQ(answer.error, test.error) << answer.text;
+    ASSERT_EQ(answer.error, test.error) << answer.text;
     EXPECT_EQ(answer.handled, test.handled);
     EXPECT_EQ(answer.value, test.value);
 }
@@ -71,9 +71,11 @@ constexpr Case kConnected[] = {
 TEST_F(ServiceTest, EveryCommandAnswersAsItShould) {
     StartService();
     const auto client = Client();
-    const int handle = client->Open();
-    for (const Case& test : kDisconnected) Check(*client, handle, test);
-    for (const Case& test : kConnected) Check(*client, handle, test);
+    const Answer opened = client->TryOpen();
+    ASSERT_EQ(opened.error, "") << opened.text;
+    const int handle = std::stoi(opened.value);
+    for (const Case& test : kDisconnected) ASSERT_NO_FATAL_FAILURE(Check(*client, handle, test));
+    for (const Case& test : kConnected) ASSERT_NO_FATAL_FAILURE(Check(*client, handle, test));
     EXPECT_EQ(client->Close(handle + 1), "dorn.PlivHost1.Error.UnknownHandle");
 }
 

@@ -46,12 +46,18 @@ bool Rule(const Filter& filter, uint32_t action, int call, scmp_arg_cmp argument
     return Added(seccomp_rule_add(filter.get(), action, call, 1, argument));
 }
 
+// libseccomp's macros leave out the fourth field if a comparison does not need it.
+scmp_arg_cmp Argument(unsigned number, scmp_compare comparison, scmp_datum_t a,
+                      scmp_datum_t b = 0) {
+    return {number, comparison, a, b};
+}
+
 bool AllowMemory(const Filter& filter) {
     for (const int call : {SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(madvise), SCMP_SYS(brk)}) {
         if (!Rule(filter, SCMP_ACT_ALLOW, call)) return false;
     }
     // Never executable memory.
-    const scmp_arg_cmp noExec = SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0);
+    const scmp_arg_cmp noExec = Argument(2, SCMP_CMP_MASKED_EQ, PROT_EXEC);
     return Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(mmap), noExec) &&
            Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(mmap2), noExec) &&
            Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(mprotect), noExec);
@@ -68,12 +74,12 @@ bool AllowProcess(const Filter& filter) {
     }
     // abort() signals the process itself.
     return Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(tgkill),
-                SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(getpid())));
+                Argument(0, SCMP_CMP_EQ, static_cast<scmp_datum_t>(getpid())));
 }
 
 bool AllowReading(const Filter& filter) {
-    const scmp_arg_cmp socketOnly = SCMP_A0(SCMP_CMP_EQ, kHelperSocketFd);
-    const scmp_arg_cmp errorsOnly = SCMP_A0(SCMP_CMP_EQ, STDERR_FILENO);
+    const scmp_arg_cmp socketOnly = Argument(0, SCMP_CMP_EQ, kHelperSocketFd);
+    const scmp_arg_cmp errorsOnly = Argument(0, SCMP_CMP_EQ, STDERR_FILENO);
     return Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(pread64)) &&
            Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(fadvise64)) &&
            Rule(filter, SCMP_ACT_ALLOW, SCMP_SYS(close)) &&
