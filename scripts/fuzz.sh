@@ -19,16 +19,16 @@ trap 'rm -rf "$corpora"' EXIT
 export ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=512
 
 run_target() { # run_target NAME: new inputs go to a separate corpus; the seeds are unchanged
-    local name=$1 log="$corpora/$1.log" seeds="Fuzz/seeds/$1" length=8192
+    local name=$1 log="$corpora/$1.log" seeds=("Fuzz/seeds/$1") length=8192
     case $name in
-        picture) seeds="$corpora/samples/Photos" length=65536 ;;
-        audio) seeds="$corpora/samples/Music" length=65536 ;;
-        video) seeds="$corpora/samples/Videos" length=65536 ;;
+        picture) seeds=("$corpora"/samples/{Photos,World}) length=65536 ;;
+        audio) seeds=("$corpora"/samples/{Music,World}) length=65536 ;;
+        video) seeds=("$corpora"/samples/{Videos,World}) length=65536 ;;
     esac
     mkdir "$corpora/$name"
     if build/fuzz/fuzz/"fuzz-$name" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=1024 \
         -max_len="$length" -print_final_stats=1 -artifact_prefix="$findings/$name-" \
-        "$corpora/$name" "$seeds" >"$log" 2>&1; then
+        "$corpora/$name" "${seeds[@]}" >"$log" 2>&1; then
         echo "fuzz: $name: $(sed -n 's/^stat::number_of_executed_units: *//p' "$log") inputs"
         return 0
     fi

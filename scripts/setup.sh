@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
-# Installs missing Debian packages and nothing else. Usage: setup.sh [demo|test|vm]
+# Installs missing Debian packages and nothing else. Usage: setup.sh [demo|test|vm|compare]
 # "demo" is what building and demonstrating the service needs, "test" (the default) adds the tests'
-# packages, "vm" those of the virtual machine.
+# packages, "vm" those of the virtual machine, "compare" the programs that we compare ours with.
 set -euo pipefail
 
 packages=(
     g++ cmake ninja-build ccache pkg-config
     libglib2.0-dev libglib2.0-bin libjsoncpp-dev libboost-dev libsqlite3-dev libudev-dev
     libexiv2-dev libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libseccomp-dev
+    libexpat1-dev libjxl-dev
     ffmpeg exiv2 libheif-examples help2man
 )
 if [ "${1:-test}" = test ]; then
@@ -16,6 +17,8 @@ if [ "${1:-test}" = test ]; then
         lintian binutils bash-completion)
 elif [ "$1" = vm ]; then
     packages+=(qemu-system-x86 mmdebstrap busybox-static cpio e2fsprogs kmod genisoimage python3)
+elif [ "$1" = compare ]; then
+    packages+=(libimage-exiftool-perl python3 bzip2 xz-utils)
 fi
 
 missing=()

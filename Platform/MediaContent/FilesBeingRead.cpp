@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Log/Log.h"
+#include "MediaContent/Extract/MediaTypes.h"
 #include "MediaContent/Extract/Protocol.h"
 #include "MediaContent/Walk.h"
 
@@ -48,6 +49,14 @@ private:
     std::string m_path;
     UniqueFd m_folder;
 };
+
+// Takes over what was read. What the name leaves open, music or a film, the content decides.
+void TakeResult(Change& change, ExtractResult&& result) {
+    change.metadata = std::move(result.metadata);
+    if (change.metadata.kind == MEDIA_CONTENT_TYPE_OTHERS) return;
+    change.type = change.metadata.kind;
+    change.mime = MimeOfKind(change.mime, change.type);
+}
 
 // A file whose first and last bytes cannot be read is not a bad file: its stick is gone or failing.
 bool IsReadable(int file) {
@@ -97,7 +106,7 @@ bool ReadMetadataInto(ExtractorPool& extractor, int root, std::vector<Change>& c
         if (results[i].status == ExtractStatus::PassedOver) asked[i]->state = ItemState::PassedOver;
         if (results[i].status == ExtractStatus::Failed && IsReadable(files[i].fd))
             asked[i]->state = ItemState::Failed;
-        asked[i]->metadata = std::move(results[i].metadata);
+        TakeResult(*asked[i], std::move(results[i]));
     }
     return !cancel;
 }

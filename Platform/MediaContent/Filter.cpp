@@ -12,12 +12,15 @@ namespace {
 
 constexpr size_t kMaxCondition = 64 * 1024;  // bytes
 
-const char* const kItemNames[] = {"MEDIA_ID",           "MEDIA_TYPE",          "MEDIA_PATH",
-                                  "MEDIA_DISPLAY_NAME", "MEDIA_MIME_TYPE",     "MEDIA_SIZE",
-                                  "MEDIA_ADDED_TIME",   "MEDIA_MODIFIED_TIME", "MEDIA_TITLE",
-                                  "MEDIA_ALBUM",        "MEDIA_ARTIST",        "MEDIA_GENRE",
-                                  "MEDIA_COMPOSER",     "MEDIA_WIDTH",         "MEDIA_HEIGHT",
-                                  "MEDIA_LATITUDE",     "MEDIA_LONGITUDE",     nullptr};
+const char* const kItemNames[] = {
+    "MEDIA_ID",         "MEDIA_TYPE",       "MEDIA_PATH",        "MEDIA_DISPLAY_NAME",
+    "MEDIA_MIME_TYPE",  "MEDIA_SIZE",       "MEDIA_ADDED_TIME",  "MEDIA_MODIFIED_TIME",
+    "MEDIA_TITLE",      "MEDIA_ALBUM",      "MEDIA_ARTIST",      "MEDIA_GENRE",
+    "MEDIA_COMPOSER",   "MEDIA_WIDTH",      "MEDIA_HEIGHT",      "MEDIA_LATITUDE",
+    "MEDIA_LONGITUDE",  "MEDIA_ALTITUDE",   "MEDIA_ORIENTATION", "MEDIA_DURATION",
+    "MEDIA_BIT_RATE",   "MEDIA_FRAME_RATE", "MEDIA_RATING",      "MEDIA_HAS_PICTURE",
+    "MEDIA_TAKEN_TIME", "MEDIA_CAMERA",     "MEDIA_LENS",        "MEDIA_ALBUM_ARTIST",
+    "MEDIA_TRACK",      "MEDIA_DISC",       "MEDIA_DESCRIPTION", nullptr};
 const char* const kFolderNames[] = {"FOLDER_ID", "FOLDER_PATH", "FOLDER_NAME",
                                     "FOLDER_STORAGE_TYPE", nullptr};
 const char* const kWords[] = {"AND",  "OR",      "NOT",    "IN",     "IS",      "NULL",

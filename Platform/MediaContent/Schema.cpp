@@ -80,6 +80,21 @@ CREATE INDEX item_by_folder ON item(folder, added);
 CREATE INDEX item_by_inode ON item(storage, inode);
 )";
 
+// taken: see Metadata; altitude: metres; rating: 1 to 5; has_picture: 0 or 1. All files are read
+// again, by the next scan of their storage; until then their items are as they were.
+constexpr const char* kTakenAndMore = R"(
+ALTER TABLE item ADD COLUMN taken TEXT NOT NULL DEFAULT '';
+ALTER TABLE item ADD COLUMN frame_rate REAL NOT NULL DEFAULT 0;
+ALTER TABLE item ADD COLUMN altitude REAL NOT NULL DEFAULT 0;
+ALTER TABLE item ADD COLUMN camera TEXT NOT NULL DEFAULT '';
+ALTER TABLE item ADD COLUMN lens TEXT NOT NULL DEFAULT '';
+ALTER TABLE item ADD COLUMN rating INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE item ADD COLUMN album_artist TEXT NOT NULL DEFAULT '';
+ALTER TABLE item ADD COLUMN disc TEXT NOT NULL DEFAULT '';
+ALTER TABLE item ADD COLUMN has_picture INTEGER NOT NULL DEFAULT 0;
+UPDATE item SET state = 0;
+)";
+
 // Step n upgrades version n to version n + 1; the first starts from an empty file. A released step
 // is never changed: a later version adds a step, so an older file goes through the same steps as a
 // new one.
@@ -87,6 +102,7 @@ constexpr const char* kSteps[] = {
     kTablesOfVersion1,
     // Files that version 1 failed to read, or that took it too long, are tried again.
     "UPDATE item SET state = 0 WHERE state = 2",
+    kTakenAndMore,
 };
 constexpr int64_t kSchemaVersion = std::size(kSteps);
 
@@ -111,7 +127,21 @@ CREATE VIEW item_columns_C AS SELECT
     i.width AS MEDIA_WIDTH,
     i.height AS MEDIA_HEIGHT,
     i.latitude AS MEDIA_LATITUDE,
-    i.longitude AS MEDIA_LONGITUDE
+    i.longitude AS MEDIA_LONGITUDE,
+    i.altitude AS MEDIA_ALTITUDE,
+    i.orientation AS MEDIA_ORIENTATION,
+    i.duration AS MEDIA_DURATION,
+    i.bit_rate AS MEDIA_BIT_RATE,
+    i.frame_rate AS MEDIA_FRAME_RATE,
+    i.rating AS MEDIA_RATING,
+    i.has_picture AS MEDIA_HAS_PICTURE,
+    i.taken COLLATE C AS MEDIA_TAKEN_TIME,
+    i.camera COLLATE C AS MEDIA_CAMERA,
+    i.lens COLLATE C AS MEDIA_LENS,
+    i.album_artist COLLATE C AS MEDIA_ALBUM_ARTIST,
+    i.track COLLATE C AS MEDIA_TRACK,
+    i.disc COLLATE C AS MEDIA_DISC,
+    i.description COLLATE C AS MEDIA_DESCRIPTION
     FROM item AS i CROSS JOIN folder AS f ON f.number = i.folder
     CROSS JOIN storage AS s ON s.number = i.storage;
 CREATE VIEW folder_columns_C AS SELECT

@@ -19,10 +19,12 @@ constexpr const char* kRow =
 
 // The columns shared by Insert and Update, in the order in which BindContent binds them.
 constexpr const char* kContentColumns[] = {
-    "type",        "modified", "modified_ns", "size",     "inode",     "state",
-    "pinned",      "name",     "mime",        "title",    "width",     "height",
-    "orientation", "bit_rate", "duration",    "latitude", "longitude", "description",
-    "album",       "artist",   "genre",       "composer", "copyright", "track"};
+    "type",        "modified",     "modified_ns", "size",     "inode",     "state",
+    "pinned",      "name",         "mime",        "title",    "width",     "height",
+    "orientation", "bit_rate",     "duration",    "latitude", "longitude", "description",
+    "album",       "artist",       "genre",       "composer", "copyright", "track",
+    "disc",        "album_artist", "taken",       "camera",   "lens",      "rating",
+    "has_picture", "frame_rate",   "altitude"};
 
 // The change and the title must stay valid until the query has run.
 void BindContent(Query& query, const Change& change, const std::string& title, bool pinned) {
@@ -36,9 +38,13 @@ void BindContent(Query& query, const Change& change, const std::string& title, b
         query.Bind(static_cast<int64_t>(value));
     query.Bind(meta.hasPosition ? meta.latitude : 0.0);
     query.Bind(meta.hasPosition ? meta.longitude : 0.0);
-    for (const std::string* text : {&meta.description, &meta.album, &meta.artist, &meta.genre,
-                                    &meta.composer, &meta.copyright, &meta.trackNumber})
+    for (const std::string* text :
+         {&meta.description, &meta.album, &meta.artist, &meta.genre, &meta.composer,
+          &meta.copyright, &meta.trackNumber, &meta.discNumber, &meta.albumArtist, &meta.taken,
+          &meta.camera, &meta.lens})
         query.BindInPlace(*text);
+    query.Bind(static_cast<int64_t>(meta.rating)).Bind(static_cast<int64_t>(meta.hasPicture));
+    query.Bind(meta.framesPer1000s / 1000.0).Bind(meta.altitude);
 }
 
 std::string TitleOf(const Change& change) {

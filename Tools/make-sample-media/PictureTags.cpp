@@ -105,6 +105,12 @@ void TagPicture(const std::string& path, const PictureTags& tags) {
     if (!tags.iptcTitle.empty()) image->iptcData()["Iptc.Application2.ObjectName"] = tags.iptcTitle;
     if (!tags.iptcCaption.empty())
         image->iptcData()["Iptc.Application2.Caption"] = tags.iptcCaption;
+    for (const auto& [key, value] : tags.more) {
+        if (key.rfind("Xmp.", 0) == 0)
+            image->xmpData()[key].setValue(value);
+        else
+            image->exifData()[key].setValue(value);
+    }
     image->writeMetadata();
 }
 

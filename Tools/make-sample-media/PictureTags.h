@@ -3,6 +3,8 @@
 #define TOOLS_MAKE_SAMPLE_MEDIA_PICTURE_TAGS_H
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace samples {
 
@@ -19,6 +21,7 @@ struct PictureTags {
     bool hasPosition = false;
     double latitude = 0.0;
     double longitude = 0.0;
+    std::vector<std::pair<std::string, std::string>> more;  // further ones, by Exiv2's names
     std::string thumbnail;  // a JPEG to embed; adds all other tags that a camera writes per shot
 };
 

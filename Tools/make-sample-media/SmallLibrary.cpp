@@ -6,10 +6,13 @@
 #include "Encoders.h"
 #include "Files.h"
 #include "Libraries.h"
+#include "OtherKinds.h"
 #include "PictureTags.h"
 
 namespace samples {
 namespace {
+
+constexpr char kOtherKinds[] = "/World";
 
 const Words kSong = {
     "title=Morning Song", "artist=The Sparrows",         "album=Field Recordings",    "genre=Folk",
@@ -185,15 +188,17 @@ void SetTimes(const std::string& root) {
 int MakeSmallLibrary(const std::string& root) {
     const std::string photos = root + "/Photos";
     for (const char* folder :
-         {"/Photos/Formats", "/Photos/Orientations", "/Music/Ünïcödé", "/Videos"})
+         {"/Photos/Formats", "/Photos/Orientations", "/Music/Ünïcödé", "/Videos", kOtherKinds})
         MakeFolders(root + folder);
     std::vector<Encoding> all = Films(root + "/Videos");
-    for (const auto& more : {Pictures(photos), Songs(root + "/Music")})
+    for (const auto& more :
+         {Pictures(photos), Songs(root + "/Music"), OtherKinds(root + kOtherKinds)})
         all.insert(all.end(), more.begin(), more.end());
     int leftOut = Encode(all);
     if (leftOut == static_cast<int>(all.size()))
         throw std::runtime_error("ffmpeg cannot be run; scripts/setup.sh installs it");
     TagPictures(photos);
+    FinishOtherKinds(root + kOtherKinds);
     leftOut += Encode({HeifEnc(photos + "/Formats/picture.heic", photos + "/beach.jpg")});
     MakeOddNames(root + "/Odd names", photos + "/beach.jpg");
     MakeHidden(root, photos + "/beach.jpg");

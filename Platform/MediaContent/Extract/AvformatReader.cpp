@@ -6,11 +6,15 @@ extern "C" {
 }
 
 #include <array>
+#include <cmath>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 
 #include "MediaContent/Extract/CleanText.h"
 #include "MediaContent/Extract/Iso6709.h"
+#include "MediaContent/Extract/MakeAndModel.h"
+#include "MediaContent/Extract/Moment.h"
 #include "MediaContent/Extract/ReadMetadata.h"
 #include "MediaContent/Extract/ReaderSetup.h"
 
@@ -21,6 +25,7 @@ constexpr int kIoBuffer = 32 * 1024;
 // Enough to find the streams' parameters when a container's header lacks them.
 constexpr const char* kProbeBytes = "1000000";
 constexpr const char* kProbeMicroseconds = "1000000";
+constexpr int64_t kStreamMicroseconds = 5000000;
 // The largest allowed memory block, whatever length a header claims: enough for the tables of the
 // longest films.
 constexpr size_t kMaxBlock = 128 * 1024 * 1024;
@@ -28,7 +33,7 @@ constexpr size_t kMaxBlock = 128 * 1024 * 1024;
 // files.
 constexpr const char* kFormats =
     "mov,mp4,matroska,webm,avi,mpegts,mpeg,mpegvideo,asf,ogg,flv,aac,amr,mp3,wav,aiff,flac,m4v,"
-    "h264";
+    "h264,mxf,dsf,iff,flic,libopenmpt,au,caf,ac3,rm,dv,tta,wv,ape,mpc,mpc8";
 
 struct FreeIo {
     void operator()(AVIOContext* io) const {
@@ -125,6 +130,14 @@ bool HeaderSaysAll(const AVFormatContext& context) {
     return true;
 }
 
+int32_t FramesPer1000s(const AVStream& stream) {
+    for (const AVRational rate : {stream.avg_frame_rate, stream.r_frame_rate}) {
+        const double frames = rate.den > 0 ? rate.num * 1000.0 / rate.den : 0.0;
+        if (frames > 0 && frames < INT32_MAX) return static_cast<int32_t>(std::lround(frames));
+    }
+    return 0;
+}
+
 // Reads the size of the first video stream that has one.
 void ReadSize(const AVFormatContext& context, Metadata& metadata) {
     for (unsigned i = 0; i < context.nb_streams; ++i) {
@@ -133,6 +146,7 @@ void ReadSize(const AVFormatContext& context, Metadata& metadata) {
         if (!IsMovingPicture(stream) || codec.width <= 0 || codec.height <= 0) continue;
         metadata.width = codec.width;
         metadata.height = codec.height;
+        metadata.framesPer1000s = FramesPer1000s(stream);
         return;
     }
 }
@@ -174,14 +188,52 @@ void ReadTexts(const AVFormatContext& context, Metadata& metadata) {
     if (metadata.description.empty()) metadata.description = ContainerTag(context, "comment");
 }
 
+// The first of these tags that the file has.
+std::string FirstTag(const AVFormatContext& context, std::initializer_list<const char*> keys) {
+    for (const char* key : keys)
+        if (std::string text = Tag(context, key); !text.empty()) return text;
+    return {};
+}
+
+// A film's creation time, preferably with the offset of the place; a song's date.
+void ReadOrigin(const AVFormatContext& context, Metadata& metadata) {
+    metadata.discNumber = Tag(context, "disc");
+    metadata.albumArtist = FirstTag(context, {"album_artist", "albumartist"});
+    const bool isFilm = metadata.kind == MEDIA_CONTENT_TYPE_VIDEO;
+    metadata.taken = ParseMoment(
+        isFilm ? FirstTag(context, {"com.apple.quicktime.creationdate", "creation_time", "date"})
+               : FirstTag(context, {"date", "year", "creation_time"}));
+    metadata.camera = MakeAndModel(
+        FirstTag(context, {"com.apple.quicktime.make", "com.android.manufacturer", "make"}),
+        FirstTag(context, {"com.apple.quicktime.model", "com.android.model", "model"}));
+}
+
+// A container may hold either: without a moving picture it is music, whatever its name says.
+void ReadKind(const AVFormatContext& context, Metadata& metadata) {
+    bool sounds = false;
+    bool moves = false;
+    for (unsigned i = 0; i < context.nb_streams; ++i) {
+        const AVStream& stream = *context.streams[i];
+        sounds = sounds || stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+        moves = moves || IsMovingPicture(stream);
+        if (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) metadata.hasPicture = 1;
+    }
+    if (moves)
+        metadata.kind = MEDIA_CONTENT_TYPE_VIDEO;
+    else if (sounds)
+        metadata.kind = MEDIA_CONTENT_TYPE_MUSIC;
+}
+
 void ReadPosition(const AVFormatContext& context, Metadata& metadata) {
     for (const char* key : {"location", "com.apple.quicktime.location.ISO6709"}) {
         double latitude = 0.0;
         double longitude = 0.0;
-        if (!ParseIso6709(Tag(context, key), latitude, longitude)) continue;
+        double altitude = 0.0;
+        if (!ParseIso6709(Tag(context, key), latitude, longitude, altitude)) continue;
         metadata.hasPosition = true;
         metadata.latitude = latitude;
         metadata.longitude = longitude;
+        metadata.altitude = altitude;
         return;
     }
 }
@@ -199,9 +251,14 @@ bool ReadContainer(FileSource& source, const char*, Metadata& metadata) {
     if (!io) return false;
     const Input input = Open(io.get(), FormatOf(source));
     if (!input) return false;
+    // The length of a stream of frames without a container follows from the rate of its first ones.
+    if (av_match_name(input->iformat->name, "aac,ac3"))
+        input->max_analyze_duration = kStreamMicroseconds;
     if (!HeaderSaysAll(*input)) avformat_find_stream_info(input.get(), nullptr);
     if (input->nb_streams == 0) return false;
+    ReadKind(*input, metadata);
     ReadSize(*input, metadata);
+    ReadOrigin(*input, metadata);
     ReadLength(*input, source.Size(), metadata);
     ReadTexts(*input, metadata);
     ReadPosition(*input, metadata);

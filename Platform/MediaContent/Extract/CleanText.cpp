@@ -64,6 +64,18 @@ std::string CleanText(std::string_view text) {
     return clean;
 }
 
+std::string CleanOldText(std::string_view text) {
+    text = text.substr(0, kMaxRawText);
+    if (g_utf8_validate_len(text.data(), text.size(), nullptr)) return CleanText(text);
+    std::string utf8;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x80) utf8 += static_cast<char>(0xc0 | byte >> 6);
+        utf8 += byte < 0x80 ? c : static_cast<char>(0x80 | (byte & 0x3f));
+    }
+    return CleanText(utf8);
+}
+
 bool IsCleanText(std::string_view text) {
     if (text.empty()) return true;
     return text.size() <= kMaxMetadataText && text.front() != ' ' && text.back() != ' ' &&

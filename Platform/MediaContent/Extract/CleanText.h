@@ -12,6 +12,9 @@ namespace platform {
 // Cleaning a clean text changes nothing. Thread-safe.
 std::string CleanText(std::string_view text);
 
+// The same for a text whose encoding its format does not tell: what is not UTF-8 is Latin-1.
+std::string CleanOldText(std::string_view text);
+
 bool IsCleanText(std::string_view text);
 
 }  // namespace platform

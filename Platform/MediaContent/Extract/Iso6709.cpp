@@ -1,5 +1,7 @@
 #include "MediaContent/Extract/Iso6709.h"
 
+#include "MediaContent/Extract/Metadata.h"
+
 namespace platform {
 namespace {
 
@@ -53,14 +55,25 @@ bool TakeAngle(std::string_view& text, size_t degreeDigits, double limit, double
     return true;
 }
 
+// Metres, after a sign; 0 when there are none.
+double TakeHeight(std::string_view text) {
+    if (text.empty() || (text[0] != '+' && text[0] != '-')) return 0.0;
+    const double sign = text[0] == '-' ? -1.0 : 1.0;
+    text.remove_prefix(1);
+    double value = Whole(TakeDigits(text));
+    if (!text.empty() && text[0] == '.') value += Fraction(TakeDigits(text = text.substr(1)));
+    return value < kHighest ? sign * value : 0.0;
+}
+
 }  // namespace
 
-bool ParseIso6709(std::string_view text, double& latitude, double& longitude) {
+bool ParseIso6709(std::string_view text, double& latitude, double& longitude, double& altitude) {
     double first = 0.0;
     double second = 0.0;
     if (!TakeAngle(text, 2, 90.0, first) || !TakeAngle(text, 3, 180.0, second)) return false;
     latitude = first;
     longitude = second;
+    altitude = TakeHeight(text);
     return true;
 }
 

@@ -87,30 +87,41 @@ private:
 
 // The texts, in transmission order.
 constexpr std::string Metadata::*kTexts[] = {
-    &Metadata::title, &Metadata::description, &Metadata::album,     &Metadata::artist,
-    &Metadata::genre, &Metadata::composer,    &Metadata::copyright, &Metadata::trackNumber};
-constexpr int32_t Metadata::*kNumbers[] = {&Metadata::width, &Metadata::height,
+    &Metadata::title,      &Metadata::description, &Metadata::album,     &Metadata::artist,
+    &Metadata::genre,      &Metadata::composer,    &Metadata::copyright, &Metadata::trackNumber,
+    &Metadata::discNumber, &Metadata::albumArtist, &Metadata::taken,     &Metadata::camera,
+    &Metadata::lens};
+constexpr int32_t Metadata::*kNumbers[] = {&Metadata::width,       &Metadata::height,
                                            &Metadata::orientation, &Metadata::bitRate,
-                                           &Metadata::durationMs};
+                                           &Metadata::durationMs,  &Metadata::framesPer1000s,
+                                           &Metadata::rating,      &Metadata::hasPicture};
+
+media_content_type_e TakeKind(Taker& taker) {
+    const auto kind = taker.Number<uint8_t>();
+    if (kind > MEDIA_CONTENT_TYPE_OTHERS) taker.Refuse();
+    return taker.Good() ? static_cast<media_content_type_e>(kind) : MEDIA_CONTENT_TYPE_OTHERS;
+}
 
 void TakeMetadata(Taker& taker, Metadata& metadata) {
+    metadata.kind = TakeKind(taker);
     for (const auto number : kNumbers) metadata.*number = taker.Natural();
     metadata.latitude = taker.Double(90.0);
     metadata.longitude = taker.Double(180.0);
+    metadata.altitude = taker.Double(kHighest);
     for (const auto text : kTexts) metadata.*text = taker.CleanedText();
-    if (metadata.orientation > MEDIA_CONTENT_ORIENTATION_ROT_270) taker.Refuse();
-    if (!metadata.hasPosition && (metadata.latitude != 0.0 || metadata.longitude != 0.0))
+    if (metadata.orientation > MEDIA_CONTENT_ORIENTATION_ROT_270 ||
+        metadata.rating > kHighestRating || metadata.hasPicture > 1)
+        taker.Refuse();
+    if (!metadata.hasPosition &&
+        (metadata.latitude != 0.0 || metadata.longitude != 0.0 || metadata.altitude != 0.0))
         taker.Refuse();
 }
 
 bool TakeFile(Taker& taker, ExtractRequest::File& file) {
     file.size = taker.Number<uint64_t>();
-    const auto kind = taker.Number<uint8_t>();
+    file.kind = TakeKind(taker);
     file.mime = taker.Text(kMaxMimeLength);
-    if (kind > MEDIA_CONTENT_TYPE_OTHERS || file.size > INT64_MAX ||
-        file.mime.find('\0') != std::string::npos)
-        return taker.Refuse();
-    file.kind = static_cast<media_content_type_e>(kind);
+    if (file.size > INT64_MAX || file.mime.find('\0') != std::string::npos) taker.Refuse();
     return taker.Good();
 }
 
@@ -163,9 +174,11 @@ void AnswerEncoder::Add(bool read, const Metadata& metadata) {
     PutNumber(m_files, static_cast<uint8_t>((read ? FLAG_READ : 0) |
                                             (metadata.hasPosition ? FLAG_POSITION : 0)));
     if (!read) return;
+    PutNumber(m_files, static_cast<uint8_t>(metadata.kind));
     for (const auto number : kNumbers) PutNumber(m_files, static_cast<uint32_t>(metadata.*number));
     PutDouble(m_files, metadata.latitude);
     PutDouble(m_files, metadata.longitude);
+    PutDouble(m_files, metadata.altitude);
     for (const auto text : kTexts) PutText(m_files, metadata.*text);
 }
 

@@ -22,7 +22,7 @@ constexpr size_t kMaxBatch = 32;  // files per request
 constexpr size_t kReadWindow = 16 * 1024;
 constexpr size_t kMaxMimeLength = 64;
 constexpr size_t kMaxRequest = 32 + kMaxBatch * (16 + kMaxMimeLength);  // bytes
-constexpr size_t kMaxFileAnswer = 64 + 8 * (kMaxMetadataText + 2);      // bytes
+constexpr size_t kMaxFileAnswer = 80 + 13 * (kMaxMetadataText + 2);     // bytes
 // A message that has reached this size is sent, so that there is always room for one more file.
 constexpr size_t kFullAnswer = 32 * 1024;
 constexpr size_t kMaxAnswer = kFullAnswer + kMaxFileAnswer;

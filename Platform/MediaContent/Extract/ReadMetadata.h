@@ -18,8 +18,10 @@ bool ReadMetadata(FileSource& source, media_content_type_e kind, const char* mim
                   Metadata& metadata);
 
 // The readers, by library. Each may throw the exceptions of its library.
-bool ReadPicture(FileSource& source, Metadata& metadata);                      // Exiv2
-bool ReadAudio(FileSource& source, const char* mime, Metadata& metadata);      // TagLib
+bool ReadPicture(FileSource& source, const char* mime, Metadata& metadata);  // Exiv2 and others
+bool ReadAudio(FileSource& source, const char* mime, Metadata& metadata);    // TagLib
+void ReadPngTexts(FileSource& source, Metadata& metadata);  // those that are still empty
+bool ReadMidi(FileSource& source, Metadata& metadata);
 bool ReadContainer(FileSource& source, const char* mime, Metadata& metadata);  // libavformat
 
 }  // namespace platform

@@ -8,6 +8,7 @@
 #include "MediaContent/Extract/CleanText.h"
 #include "MediaContent/Extract/Iso6709.h"
 #include "MediaContent/Extract/MediaTypes.h"
+#include "MediaContent/Extract/Moment.h"
 #include "MediaContent/Extract/Protocol.h"
 
 namespace {
@@ -79,9 +80,10 @@ TEST(Iso6709Test, ReadsPositionsOnTheGlobeOnly) {
         bool good;
         double latitude;
         double longitude;
+        double altitude = 0.0;
     } cases[] = {
         {"+48.8566+002.3522/", true, 48.8566, 2.3522},
-        {"-33.8568+151.2153+035.000/", true, -33.8568, 151.2153},
+        {"-33.8568+151.2153-035.250/", true, -33.8568, 151.2153, -35.25},
         {"+4851.396+00221.132/", true, 48.8566, 2.3522},
         {"+485123.76-0022107.92CRSWGS_84/", true, 48.8566, -2.3522},
         {"+90-180/", true, 90.0, -180.0},
@@ -96,15 +98,49 @@ TEST(Iso6709Test, ReadsPositionsOnTheGlobeOnly) {
     for (const auto& given : cases) {
         double latitude = 0.0;
         double longitude = 0.0;
-        EXPECT_EQ(ParseIso6709(given.text, latitude, longitude), given.good) << given.text;
+        double altitude = 0.0;
+        EXPECT_EQ(ParseIso6709(given.text, latitude, longitude, altitude), given.good)
+            << given.text;
         EXPECT_NEAR(latitude, given.latitude, 1e-6) << given.text;
         EXPECT_NEAR(longitude, given.longitude, 1e-6) << given.text;
+        EXPECT_NEAR(altitude, given.altitude, 1e-6) << given.text;
     }
 }
 
+TEST(MomentTest, IsAsExactAsItsText) {
+    const char* const cases[][2] = {
+        {"2004", "2004"},
+        {"2004:05:02 10:11:12", "2004-05-02T10:11:12"},
+        {"2004:05:02 10:11:12.1230+02:00", "2004-05-02T10:11:12.123+02:00"},
+        {"2004-05-02T10:11:12.000000Z", "2004-05-02T10:11:12Z"},
+        {"2004-05-02T10:11-0930", "2004-05-02T10:11-09:30"},
+        {"2004-00-00", "2004"},
+        {"2004-05-02T25:11:12", "2004-05-02"},
+        {"2004-05-02T10", "2004-05-02"},
+        {"2004-05-02 10:11:12+1", "2004-05-02T10:11:12"},
+        {"2004 (remaster)", "2004"},
+        {"0000:00:00 00:00:00", ""},
+        {"20040502", ""},
+        {"    :  :     :  :  ", ""},
+        {"", ""},
+    };
+    for (const auto& [text, moment] : cases) EXPECT_EQ(ParseMoment(text), moment) << text;
+}
+
 Metadata FullMetadata() {
-    Metadata data = {"Title", "Description", "Album",     "Ärtist",
-                     "Genre", "Composer",    "Copyright", "3/12"};
+    Metadata data = {"Title",
+                     "Description",
+                     "Album",
+                     "Ärtist",
+                     "Genre",
+                     "Composer",
+                     "Copyright",
+                     "3/12",
+                     "1/2",
+                     "Band",
+                     "2004-05-02T10:11:12.123+02:00",
+                     "Camera",
+                     "35 mm"};
     data.width = std::numeric_limits<int32_t>::max();
     data.height = 2;
     data.orientation = 8;
@@ -113,6 +149,10 @@ Metadata FullMetadata() {
     data.hasPosition = true;
     data.latitude = -90.0;
     data.longitude = 180.0;
+    data.altitude = -420.5;
+    data.kind = MEDIA_CONTENT_TYPE_VIDEO;
+    data.rating = 5;
+    data.hasPicture = 1;
     return data;
 }
 
@@ -153,7 +193,9 @@ TEST(ProtocolTest, TheLargestAnswerFitsItsMessage) {
     Metadata largest = FullMetadata();
     for (const auto text :
          {&Metadata::title, &Metadata::description, &Metadata::album, &Metadata::artist,
-          &Metadata::genre, &Metadata::composer, &Metadata::copyright, &Metadata::trackNumber})
+          &Metadata::genre, &Metadata::composer, &Metadata::copyright, &Metadata::trackNumber,
+          &Metadata::discNumber, &Metadata::albumArtist, &Metadata::taken, &Metadata::camera,
+          &Metadata::lens})
         largest.*text = std::string(kMaxMetadataText, 'x');
     AnswerEncoder encoder(1);
     while (!encoder.IsFull()) encoder.Add(true, FullMetadata());
@@ -196,6 +238,8 @@ TEST(ProtocolTest, WhatNoHonestHelperSaysIsRefused) {
         [](Metadata& data) { data.latitude = 90.5; },
         [](Metadata& data) { data.longitude = std::nan(""); },
         [](Metadata& data) { data.hasPosition = false; },
+        [](Metadata& data) { data.rating = 6; },
+        [](Metadata& data) { data.kind = static_cast<media_content_type_e>(5); },
     };
     for (const auto& lie : lies) {
         Metadata data = FullMetadata();

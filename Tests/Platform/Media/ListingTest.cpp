@@ -5,6 +5,7 @@
 #include "Library.h"
 #include "MediaContent/Filter.h"
 #include "MediaContent/Records.h"
+#include "Service/Program.h"
 
 namespace media_test {
 namespace {
@@ -47,6 +48,31 @@ TEST_F(ListingTest, TakesConditionsOverTheNamedColumns) {
     EXPECT_EQ(Count({m_storage, "MEDIA_TITLE = 'P5'", MEDIA_CONTENT_COLLATE_NOCASE}), 1);
     const Item first = List({m_storage}).front();
     EXPECT_EQ(List({"", "MEDIA_ID = '" + first.id + "'"}), std::vector<Item>{first});
+}
+
+// Through the readers, the database and its views: each column has its own value.
+TEST_F(MediaTest, ConditionsFindWhatFilesHold) {
+    platform::ConfigureMediaService({DatabaseFile(), EXTRACT_HELPER});
+    ASSERT_EQ(test::RunProgram({SAMPLE_MAKER, "--small", Stick("a")}).status, 0);
+    Connect();
+    const std::string storage = Mount("a", "U1");
+    const std::pair<const char*, const char*> cases[] = {
+        {"MEDIA_TAKEN_TIME = '2019-08-07T06:05:04.12+02:00'", "shot.jpg"},
+        {"MEDIA_TAKEN_TIME > '2019' AND MEDIA_TAKEN_TIME < '2020'", "shot.jpg"},
+        {"MEDIA_CAMERA = 'Sample D1' AND MEDIA_LENS = '35mm f/2'", "shot.jpg"},
+        {"MEDIA_ALTITUDE = 3454 AND MEDIA_RATING = 4", "shot.jpg"},
+        {"MEDIA_ORIENTATION = 6 AND MEDIA_RATING = 3", "xmp.jpg"},
+        {"MEDIA_FRAME_RATE BETWEEN 29.9 AND 30", "dated.mov"},
+        {"MEDIA_TYPE = 1 AND MEDIA_MIME_TYPE = 'video/ogg' AND MEDIA_DURATION = 1000", "film.ogg"},
+        {"MEDIA_TYPE = 3 AND MEDIA_MIME_TYPE = 'audio/3gpp2'", "sound-only.3g2"},
+        {"MEDIA_DURATION = 7680", "old.mod"},
+        {"MEDIA_HAS_PICTURE = 1 AND MEDIA_DISC = '2/3'", "cover.mp3"},
+        {"MEDIA_ALBUM_ARTIST = 'Various Birds' AND MEDIA_HAS_PICTURE > 0", "cover.mp3"}};
+    for (const auto& [condition, name] : cases) {
+        const std::vector<Item> found = List({storage, condition});
+        ASSERT_EQ(found.size(), 1u) << condition;
+        EXPECT_EQ(found[0].path, Stick("a/World/") + name) << condition;
+    }
 }
 
 TEST_F(ListingTest, RefusesEverythingElse) {
