@@ -94,6 +94,14 @@ run_machine() {
     fi
 }
 
+# What we read from real media against exiftool and ffprobe; skipped if they cannot be fetched.
+compare_media() {
+    quietly scripts/compare-media.sh --quick
+    local status=$?
+    [ $status -ne 77 ] || echo "test: SKIPPED: the comparison of media" >&2
+    [ $status -eq 0 ] || [ $status -eq 77 ]
+}
+
 count "formatting" check_format
 count "layers" scripts/check-layers.sh
 count "the check of the layers" scripts/check-layers-test.sh
@@ -106,6 +114,7 @@ if [ $# -eq 0 ]; then
     count "fuzzing, a few seconds a target" quietly scripts/fuzz.sh 3
     # Only whether they run and have every row: figures measured beside other work say little.
     count "the benchmarks" quietly scripts/bench.sh --quick
+    count "real media, compared" compare_media
     # The virtual machine mostly waits.
     tidy=$(mktemp)
     nice scripts/check-tidy.sh >"$tidy" 2>&1 &
