@@ -85,6 +85,46 @@ std::string DirectStream() {
            format + data;
 }
 
+// A directory of numbers of four bytes and of texts, after the mark that tells the maker's format.
+// Raw photos are TIFF files with marks and tags of their own; these have no pixels.
+std::string RawPhoto(const std::string& mark, const std::string& model,
+                     const std::vector<std::pair<uint16_t, uint32_t>>& numbers) {
+    const std::string make = "Sample Cameras\0"s, text = model + '\0';
+    const size_t start = mark.size();
+    const size_t count = numbers.size() + 2;
+    uint64_t at = start + 2 + count * 12 + 4;  // of the texts
+    std::string entries, texts;
+    const auto addText = [&](uint16_t tag, const std::string& value) {
+        entries += Little(tag, 2) + Little(2, 2) + Little(value.size(), 4) + Little(at, 4);
+        texts += value;
+        at += value.size();
+    };
+    bool hasTexts = false;
+    for (const auto& [tag, value] : numbers) {
+        if (tag > 0x0110 && !std::exchange(hasTexts, true)) {  // tags come in their order
+            addText(0x010f, make);
+            addText(0x0110, text);
+        }
+        entries += Little(tag, 2) + Little(4, 2) + Little(1, 4) + Little(value, 4);
+    }
+    return mark + Little(count, 2) + entries + Little(0, 4) + texts;
+}
+
+// Two seconds of 44,100 samples.
+std::string MonkeysAudio() {
+    constexpr uint32_t kBlocks = 73728;
+    const std::string descriptor = "MAC " + Little(3990, 2) + Little(0, 2) + Little(52, 4) +
+                                   Little(24, 4) + std::string(36, '\0');
+    return descriptor + Little(2000, 2) + Little(0, 2) + Little(kBlocks, 4) +
+           Little(88200 - kBlocks, 4) + Little(2, 4) + Little(16, 2) + Little(2, 2) +
+           Little(44100, 4) + std::string(500, '\0');
+}
+
+// A hundred frames of 1,152 samples at 44,100 a second.
+std::string Musepack() {
+    return "MP+\7"s + Little(100, 4) + std::string(400, '\0');
+}
+
 constexpr char kDrawing[] =
     "<?xml version=\"1.0\"?>\n<!DOCTYPE svg>\n"
     "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"50.8mm\" viewBox=\"0 0 200 100\">"
@@ -141,6 +181,17 @@ void FinishOtherKinds(const std::string& dir) {
     WriteFile(dir + "/tune.mid", Tune());
     WriteFile(dir + "/old.mod", Module());
     WriteFile(dir + "/direct.dsf", DirectStream());
+    WriteFile(dir + "/monkey.ape", MonkeysAudio());
+    WriteFile(dir + "/pack.mpc", Musepack());
+    const std::string tiff = "II*\0\x08\0\0\0"s;
+    const std::vector<std::pair<uint16_t, uint32_t>> size = {
+        {0x0100, 4000}, {0x0101, 3000}, {0x0112, 8}};
+    for (const char* kind : {"dng", "nef", "arw"})
+        WriteFile(dir + "/raw." + kind, RawPhoto(tiff, std::string("Raw ") + kind, size));
+    WriteFile(dir + "/raw.orf", RawPhoto("IIRO\x08\0\0\0"s, "Raw orf", size));
+    WriteFile(dir + "/raw.rw2",
+              RawPhoto("IIU\0\x08\0\0\0"s, "Raw rw2",
+                       {{2, 4060}, {3, 3020}, {4, 8}, {5, 12}, {6, 3008}, {7, 4012}, {0x0112, 8}}));
     WriteFile(dir + "/film-called.jpg", ReadFile(dir + "/dated.mov"));
     PictureTags xmp;
     xmp.more = {{"Xmp.tiff.Orientation", "6"},

@@ -45,6 +45,12 @@ TEST(HeaderTest, TellsThePicturesSize) {
          "\0\0\0\x10"s + "ftypheic....ispe\0\0\0\0\0\0\0\x08\0\0\0\x06"s +
              "ispe\0\0\0\0\0\0\0\x80\0\0\0\x60"s,
          128, 96},
+        {"RAF",
+         "FUJIFILMCCD-RAW "s + std::string(0x4c, '\0') +
+             "\0\0\0\x60"
+             "\0\0\0\2"s +
+             "\x01\0\0\4\1\2\3\4"s + "\x01\x11\0\4\x0b\xb8\x0f\xa0"s,
+         4000, 3000},
         {"no picture", "plain text", 0, 0},
     };
     for (const auto& given : cases) {
