@@ -25,11 +25,16 @@ cd "$(dirname "$0")/.."
 tools=Tools/compare-media
 scripts/setup.sh compare
 
-bin=${COMPARE_BIN:-build/dev/bin}
-if [ ! -x "$bin/contents-mgr" ]; then
+bin=${COMPARE_BIN:-}
+if [ -z "$bin" ]; then
+    build=build/dev
+    if [ ! -f $build/build.ninja ]; then  # as the demonstration does, without what tests need
+        build=build/demo
+        cmake -S . -B $build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCM_TESTS=OFF >/dev/null
+    fi
     echo "compare: building (the first time takes a few minutes)"
-    cmake --preset dev >/dev/null
-    cmake --build --preset dev --target contents-mgr contents-mgr-extract contentsctl >/dev/null
+    cmake --build $build --target contents-mgr contents-mgr-extract contentsctl >/dev/null
+    bin=$build/bin
 fi
 
 work=$(mktemp -d)
