@@ -25,13 +25,13 @@ Room MeasureRoom(const std::string& file) {
     int64_t all = kLargestFile + kLargestReserve;
     if (statvfs(file.c_str(), &disk) == 0)
         all = static_cast<int64_t>(disk.f_bavail * disk.f_frsize) + SizeOf(file) + log;
-    // For the log, whose pages are later written to the file as well, and for other data on the
-    // disk.
-    const int64_t reserve = std::min(all / 4, kLargestReserve);
+    // For the log, whose pages are later written to the file as well: a full disk would keep them
+    // in the log for ever. And for other data on the disk.
+    const int64_t reserve = std::min(all / 3, kLargestReserve);
     Room room;
     room.bound = std::min(all - reserve, kLargestFile);
     room.share = room.bound / 4;
-    room.logIsLong = log > reserve / 2;
+    room.logIsLong = log > reserve / 4;
     return room;
 }
 

@@ -11,6 +11,10 @@ namespace platform {
 namespace {
 
 constexpr size_t kMaxKnownFolders = 4096;
+// How long the log's move waits for readers, which hold the pages that they see: as long as moving
+// one page takes, or, where the disk is about to be full, as long as a reader may take.
+constexpr int kPageMs = 100;
+constexpr int kReadersMs = 5000;
 constexpr int kPurgeBatch = 500;  // items per transaction
 
 constexpr const char* kRow =
@@ -94,7 +98,8 @@ void Writer::InTransaction(Body body) {
             return InOneTransaction(body);
         } catch (const DatabaseError& error) {
             if (error.Code() != SQLITE_FULL) throw;
-            const bool room = (!std::exchange(logIsMoved, true) && MoveLog()) || PurgeOldest();
+            const bool room =
+                (!std::exchange(logIsMoved, true) && MoveLog(kReadersMs)) || PurgeOldest();
             if (!room) throw;
         }
     }
@@ -411,7 +416,7 @@ bool Writer::PurgeOldest() {
     for (int limit = kPurgeBatch; oldest != 0 && limit > 0; limit /= 8) {
         try {
             InOneTransaction([&] { PurgeSome(oldest, limit); });
-            MoveLog();
+            MoveLog(kReadersMs);
             return true;
         } catch (const DatabaseError& error) {
             if (error.Code() != SQLITE_FULL) throw;
@@ -423,7 +428,7 @@ bool Writer::PurgeOldest() {
 SpaceLeft Writer::FindSpace(int64_t storage) {
     std::lock_guard<std::mutex> lock(m_mutex);
     const Room room = MeasureRoom(sqlite3_db_filename(m_connection->Handle(), "main"));
-    if (room.logIsLong) MoveLog();
+    if (room.logIsLong) MoveLog(kReadersMs);
     while (UsedBytes() >= room.bound)
         if (!PurgeOldest()) return SpaceLeft::None;
     return TakenBy(storage) >= room.share ? SpaceLeft::ShareTaken : SpaceLeft::Some;
@@ -454,13 +459,13 @@ int64_t& Writer::TakenBy(int64_t storage) {
 
 void Writer::Checkpoint() {
     std::lock_guard<std::mutex> lock(m_mutex);
-    MoveLog();
+    MoveLog(kPageMs);
 }
 
-// Waits for readers only as long as moving one page takes; what is left stays in the log until the
-// next time. True when nothing is left.
-bool Writer::MoveLog() {
-    sqlite3_busy_timeout(m_connection->Handle(), 100);
+// Waits for readers at most so long; what is left stays in the log until the next time. True when
+// nothing is left.
+bool Writer::MoveLog(int waitMs) {
+    sqlite3_busy_timeout(m_connection->Handle(), waitMs);
     const int result = sqlite3_wal_checkpoint_v2(m_connection->Handle(), nullptr,
                                                  SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
     sqlite3_busy_timeout(m_connection->Handle(), 5000);

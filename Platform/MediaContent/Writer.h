@@ -156,7 +156,7 @@ private:
     int64_t FolderNumber(int64_t storage, const std::string& path);
     bool PurgeSome(int64_t storage, int limit);
     bool PurgeOldest();
-    bool MoveLog();
+    bool MoveLog(int waitMs);
     int64_t Ask(const char* sql);
     int64_t UsedBytes();
     int64_t& TakenBy(int64_t storage);

@@ -356,7 +356,8 @@ def plugs_and_pulls(device):
     after = all_out()
     print(f"    | restarts, descriptors, KiB: {before} -> {after}")
     expect("no restart", after[0] == before[0])
-    expect("descriptors", after[1] <= before[1] + 1, (before, after))
+    # Each reading connection that is kept has two of the database's files open: at most three more.
+    expect("descriptors", after[1] <= before[1] + 6, (before, after))
     expect("memory", after[2] <= before[2] + 8192, (before, after))
 
 

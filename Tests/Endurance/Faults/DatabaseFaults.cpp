@@ -107,7 +107,7 @@ TEST_F(DiskFaults, StorageThatWentFirstMakesRoomAndNoneTakesAll) {
     fs::create_directories(greedy);
     for (int i = 0; i < 2000; ++i)
         std::ofstream(greedy / (std::to_string(i) + std::string(240, 'n') + ".jpg")).close();
-    Remount("size=2000k");
+    Remount("size=2250k");
     StartService(m_options);
     MediaClient visitor(Socket());
     m_sticks.PlugIn("GREEDY");
