@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Compares what the service reads from media files with what exiftool and ffprobe say about them.
 # Usage: compare-media.sh [DIR | --quick]
-# Without DIR it collects real media out of Debian packages first, about 250 MB, and keeps them in
+# Without DIR it collects real media out of Debian packages first, 283 MB, and keeps them in
 # ${XDG_CACHE_HOME:-~/.cache}/contents-mgr-media; with --quick only a few of them.
 # Exit status: 0 less than 1 value in 1,000 differs and less than 1 media file in 100 is not listed,
 # 1 more, 2 wrong usage, 77 the packages cannot be fetched. COMPARE_BIN names another folder of
