@@ -17,6 +17,7 @@ std::variant<platform::HostOptions, platform::UsageError> Parse(Arguments argume
 }
 
 TEST(Options, BadUsageIsToldInWords) {
+    setenv("XDG_RUNTIME_DIR", "/run/user/1", 1);  // a session without it would be told of that
     const struct {
         Arguments arguments;
         const char* text;
