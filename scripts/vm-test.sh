@@ -9,6 +9,7 @@ if ! scripts/setup.sh vm; then
     echo "vm-test: SKIPPED: QEMU and what makes its disks cannot be installed here" >&2
     exit 77
 fi
+PATH=$PATH:/usr/sbin:/sbin  # where a user's does not look: mke2fs and its like
 sudo=()
 [ "$(id -u)" -eq 0 ] || sudo=(sudo)
 
