@@ -23,7 +23,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (ParseIso6709(text, latitude, longitude, altitude)) {
         MUST(latitude >= -90.0 && latitude <= 90.0);
         MUST(longitude >= -180.0 && longitude <= 180.0);
-        MUST(std::fabs(altitude) <= kHighest);
+        MUST(std::fabs(altitude) <= kHighestAltitude);
     }
 
     const std::string moment = ParseMoment(text);

@@ -156,7 +156,7 @@ double ReadAltitude(const Exiv2::ExifData& exif) {
     if (metres.second <= 0) return 0.0;
     const Exiv2::Exifdatum* ref = Find(exif, kAltitudeRef);
     const double altitude = static_cast<double>(metres.first) / metres.second;
-    if (std::fabs(altitude) >= kHighest) return 0.0;
+    if (std::fabs(altitude) >= kHighestAltitude) return 0.0;
     return ref && ref->toLong() == 1 ? -altitude : altitude;
 }
 

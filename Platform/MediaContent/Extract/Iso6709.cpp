@@ -62,7 +62,7 @@ double TakeHeight(std::string_view text) {
     text.remove_prefix(1);
     double value = Whole(TakeDigits(text));
     if (!text.empty() && text[0] == '.') value += Fraction(TakeDigits(text = text.substr(1)));
-    return value < kHighest ? sign * value : 0.0;
+    return value < kHighestAltitude ? sign * value : 0.0;
 }
 
 }  // namespace

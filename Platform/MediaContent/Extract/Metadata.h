@@ -46,7 +46,7 @@ struct Metadata {
 
 constexpr size_t kMaxMetadataText = 4096;
 constexpr int32_t kHighestRating = 5;
-constexpr double kHighest = 1e6;  // metres
+constexpr double kHighestAltitude = 1e6;  // metres
 
 }  // namespace platform
 

@@ -3,15 +3,15 @@
 #include <jxl/decode.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "MediaContent/Extract/HeaderBytes.h"
 
 namespace platform {
 namespace {
@@ -20,32 +20,10 @@ constexpr int kMaxSteps = 4000;  // through a JPEG, to its size
 constexpr size_t kBoxes = 16 * 1024;
 constexpr size_t kJxlStart = 64 * 1024;
 
-// A few bytes of the file; those beyond its end are 0.
-template <size_t Count>
-class Bytes {
-public:
-    Bytes(FileSource& source, uint64_t offset) {
-        m_got = source.ReadAt(offset, m_bytes.data(), Count);
-    }
-    bool AreThere() const { return m_got == Count; }
-    uint32_t operator[](size_t at) const { return m_bytes[at]; }
-    uint32_t Little16(size_t at) const { return m_bytes[at] | m_bytes[at + 1] << 8; }
-    uint32_t Little32(size_t at) const { return Little16(at) | Little16(at + 2) << 16; }
-    uint32_t Big16(size_t at) const { return m_bytes[at] << 8 | m_bytes[at + 1]; }
-    uint32_t Big32(size_t at) const { return Big16(at) << 16 | Big16(at + 2); }
-    bool Start(std::string_view mark) const {
-        return std::memcmp(m_bytes.data(), mark.data(), mark.size()) == 0;
-    }
-
-private:
-    std::array<uint8_t, Count> m_bytes{};
-    size_t m_got = 0;
-};
-
 // The oldest header, of OS/2, has sides of two bytes. A negative height means "top row first".
 PictureSize BitmapSize(FileSource& source) {
     constexpr uint32_t kOldHeader = 12;
-    const Bytes<26> header(source, 0);
+    const HeaderBytes<26> header(source, 0);
     if (header.Little32(14) == kOldHeader) return {header.Little16(18), header.Little16(20)};
     const auto height = static_cast<int32_t>(header.Little32(22));
     return {header.Little32(18), static_cast<uint64_t>(std::abs(int64_t{height}))};
@@ -54,9 +32,9 @@ PictureSize BitmapSize(FileSource& source) {
 // The largest of its pictures. A side of 0 means 256.
 PictureSize IconSize(FileSource& source) {
     PictureSize largest;
-    const uint32_t count = Bytes<6>(source, 0).Little16(4);
+    const uint32_t count = HeaderBytes<6>(source, 0).Little16(4);
     for (uint32_t i = 0; i < count; ++i) {
-        const Bytes<16> entry(source, 6 + 16 * uint64_t{i});
+        const HeaderBytes<16> entry(source, 6 + 16 * uint64_t{i});
         if (!entry.AreThere()) break;
         const PictureSize size{entry[0] == 0 ? 256 : entry[0], entry[1] == 0 ? 256 : entry[1]};
         if (size.width * size.height > largest.width * largest.height) largest = size;
@@ -71,7 +49,7 @@ bool IsFrameHeader(uint32_t marker) {
 PictureSize JpegSize(FileSource& source) {
     uint64_t at = 2;
     for (int steps = 0; steps < kMaxSteps; ++steps) {
-        const Bytes<9> segment(source, at);
+        const HeaderBytes<9> segment(source, at);
         if (!segment.AreThere()) break;
         if (segment[0] != 0xff || segment[1] == 0xff) {  // fill bytes, or rubbish
             ++at;
@@ -84,7 +62,7 @@ PictureSize JpegSize(FileSource& source) {
 }
 
 PictureSize Jpeg2000Size(FileSource& source) {
-    const Bytes<24> header(source, 0);
+    const HeaderBytes<24> header(source, 0);
     return {uint64_t{header.Big32(8)} - header.Big32(16),
             uint64_t{header.Big32(12)} - header.Big32(20)};
 }
@@ -97,7 +75,7 @@ PictureSize LargestBox(FileSource& source, std::string_view name, size_t skipped
     start.resize(source.ReadAt(0, start.data(), start.size()));
     PictureSize largest;
     for (size_t at = 0; (at = start.find(name, at)) != std::string::npos; ++at) {
-        const Bytes<8> sides(source, at + name.size() + skipped);
+        const HeaderBytes<8> sides(source, at + name.size() + skipped);
         PictureSize size{sides.Big32(0), sides.Big32(4)};
         if (heightFirst) std::swap(size.width, size.height);
         if (size.width * size.height > largest.width * largest.height) largest = size;
@@ -106,7 +84,7 @@ PictureSize LargestBox(FileSource& source, std::string_view name, size_t skipped
 }
 
 PictureSize PcxSize(FileSource& source) {
-    const Bytes<12> header(source, 0);
+    const HeaderBytes<12> header(source, 0);
     return {uint64_t{header.Little16(8)} - header.Little16(4) + 1,
             uint64_t{header.Little16(10)} - header.Little16(6) + 1};
 }
@@ -114,11 +92,11 @@ PictureSize PcxSize(FileSource& source) {
 // A directory of tags, of which one is the size of the picture within the sensor's.
 PictureSize RafSize(FileSource& source) {
     constexpr uint32_t kCroppedSize = 0x0111, kMostTags = 255;
-    uint64_t at = Bytes<4>(source, 0x5c).Big32(0);
-    const uint32_t count = std::min(Bytes<4>(source, at).Big32(0), kMostTags);
+    uint64_t at = HeaderBytes<4>(source, 0x5c).Big32(0);
+    const uint32_t count = std::min(HeaderBytes<4>(source, at).Big32(0), kMostTags);
     at += 4;
     for (uint32_t i = 0; i < count; ++i) {
-        const Bytes<8> tag(source, at);
+        const HeaderBytes<8> tag(source, at);
         if (tag.Big16(0) == kCroppedSize) return {tag.Big16(6), tag.Big16(4)};
         at += uint64_t{4} + tag.Big16(2);
     }
@@ -160,7 +138,7 @@ PictureSize JpegXlSize(FileSource& source) {
 
 std::optional<PictureSize> ReadPictureSize(FileSource& source) {
     using namespace std::string_view_literals;
-    const Bytes<12> start(source, 0);
+    const HeaderBytes<12> start(source, 0);
     const bool isAnymap = start[0] == 'P' && start[1] >= '1' && start[1] <= '7';
     const bool isPcx = start[0] == 0x0a && start[1] <= 5 && start[2] == 1;
     if (start.Start("GIF8"sv)) return PictureSize{start.Little16(6), start.Little16(8)};
@@ -169,7 +147,7 @@ std::optional<PictureSize> ReadPictureSize(FileSource& source) {
     if (isAnymap) return AnymapSize(source);
     if (isPcx) return PcxSize(source);
     if (start.Start("\0\0\0\x0cjP  "sv)) return LargestBox(source, "ihdr", 0, true);
-    if (Bytes<4>(source, 4).Start("ftyp"sv)) return LargestBox(source, "ispe", 4, false);
+    if (HeaderBytes<4>(source, 4).Start("ftyp"sv)) return LargestBox(source, "ispe", 4, false);
     if (start.Start("BM"sv)) return BitmapSize(source);
     if (start.Start("\0\0\1\0"sv)) return IconSize(source);
     if (start.Start("\xff\xd8\xff"sv)) return JpegSize(source);
@@ -180,7 +158,7 @@ std::optional<PictureSize> ReadPictureSize(FileSource& source) {
 }
 
 std::optional<PictureSize> ReadTargaSize(FileSource& source) {
-    const Bytes<18> header(source, 0);
+    const HeaderBytes<18> header(source, 0);
     const uint32_t kind = header[2] & ~8u;  // 8: compressed
     const uint32_t depth = header[16];
     const bool isTarga = header.AreThere() && header[1] <= 1 && kind >= 1 && kind <= 3 &&

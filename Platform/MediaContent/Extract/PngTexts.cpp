@@ -1,11 +1,10 @@
 // The texts in a PNG's own chunks, which Exiv2 leaves alone but for the description.
 #include <algorithm>
-#include <array>
-#include <cstring>
 #include <string>
 #include <string_view>
 
 #include "MediaContent/Extract/CleanText.h"
+#include "MediaContent/Extract/HeaderBytes.h"
 #include "MediaContent/Extract/ReadMetadata.h"
 
 namespace platform {
@@ -13,10 +12,6 @@ namespace {
 
 constexpr int kMaxChunks = 200;
 constexpr size_t kMaxChunkText = 8 * 1024;
-
-uint32_t Big32(const unsigned char* bytes) {
-    return uint32_t{bytes[0]} << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3];
-}
 
 // Text and international text that is not compressed; empty for any other.
 std::string_view TextOf(std::string_view type, std::string_view afterKey) {
@@ -51,19 +46,17 @@ void TakeText(std::string_view type, std::string_view content, Metadata& metadat
 
 void ReadPngTexts(FileSource& source, Metadata& metadata) {
     constexpr std::string_view kMark("\x89PNG\r\n\x1a\n", 8);
-    std::array<char, 8> mark{};
-    source.ReadAt(0, mark.data(), mark.size());
-    if (std::string_view(mark.data(), mark.size()) != kMark) return;
+    if (!HeaderBytes<8>(source, 0).Start(kMark)) return;
     uint64_t at = kMark.size();
     for (int chunks = 0; chunks < kMaxChunks; ++chunks) {
-        std::array<unsigned char, 8> head{};
-        if (source.ReadAt(at, head.data(), head.size()) < head.size()) return;
-        const uint32_t length = Big32(head.data());
-        const std::string_view type(reinterpret_cast<const char*>(head.data()) + 4, 4);
+        const HeaderBytes<8> head(source, at);
+        if (!head.AreThere()) return;
+        const uint32_t length = head.Big32(0);
+        const std::string_view type = head.Text(4, 4);
         if (type == "IDAT") return;  // what follows the pixels would cost reading them
         if (type == "tEXt" || type == "iTXt") {
             std::string content(std::min<size_t>(length, kMaxChunkText), '\0');
-            content.resize(source.ReadAt(at + head.size(), content.data(), content.size()));
+            content.resize(source.ReadAt(at + 8, content.data(), content.size()));
             TakeText(type, content, metadata);
         }
         at += uint64_t{12} + length;

@@ -107,7 +107,7 @@ void TakeMetadata(Taker& taker, Metadata& metadata) {
     for (const auto number : kNumbers) metadata.*number = taker.Natural();
     metadata.latitude = taker.Double(90.0);
     metadata.longitude = taker.Double(180.0);
-    metadata.altitude = taker.Double(kHighest);
+    metadata.altitude = taker.Double(kHighestAltitude);
     for (const auto text : kTexts) metadata.*text = taker.CleanedText();
     if (metadata.orientation > MEDIA_CONTENT_ORIENTATION_ROT_270 ||
         metadata.rating > kHighestRating || metadata.hasPicture > 1)

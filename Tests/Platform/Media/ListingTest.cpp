@@ -67,7 +67,8 @@ TEST_F(MediaTest, ConditionsFindWhatFilesHold) {
         {"MEDIA_TYPE = 3 AND MEDIA_MIME_TYPE = 'audio/3gpp2'", "sound-only.3g2"},
         {"MEDIA_DURATION = 7680", "old.mod"},
         {"MEDIA_HAS_PICTURE = 1 AND MEDIA_DISC = '2/3'", "cover.mp3"},
-        {"MEDIA_ALBUM_ARTIST = 'Various Birds' AND MEDIA_HAS_PICTURE > 0", "cover.mp3"}};
+        {"MEDIA_ALBUM_ARTIST = 'Various Birds' AND MEDIA_HAS_PICTURE = 1 AND MEDIA_BIT_RATE > 1000",
+         "cover.mp3"}};
     for (const auto& [condition, name] : cases) {
         const std::vector<Item> found = List({storage, condition});
         ASSERT_EQ(found.size(), 1u) << condition;
